@@ -1,0 +1,431 @@
+#include "intelhex.h"
+
+#include "utility.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <iterator>
+#include <new>
+
+#include <unistd.h>
+
+// The end-of-file record as it must stand at the start of a line.
+const char HEX_FILE_EOF[] = ":00000001FF";
+
+namespace {
+
+const size_t HEX_FILE_EOF_LEN = sizeof(HEX_FILE_EOF) - 1;
+
+// Largest piece handed to a single write() call.
+const size_t WRITE_CHUNK = 512;
+
+// A record's byte count is two hex digits, so at most 255. Only a signed field
+// such as "-1" converts to more: it would ask for a buffer of nearly the whole
+// address space, which no allocation can satisfy.
+const size_t MAX_RECORD_DATA = 0xFF;
+
+// In one-block mode the block spans from the first record's 16-bit address to
+// the end of the last record's data: at most 0xFFFF + MAX_RECORD_DATA bytes.
+// A larger size is the unsigned wrap of a last record lying below the first.
+const uint32_t MAX_ONE_BLOCK_SIZE = 0xFFFF + MAX_RECORD_DATA;
+
+const char PARSE_LINE_SIGNATURE[] =
+    "void IntelHexFile::parseLine(std::string&, IntelHexFile::hexfileline_t&)";
+
+// Converts the field of len characters at pos as strtol does in base 16:
+// leading white space, a sign and a 0x prefix are accepted, conversion stops
+// at the first non-digit and a field without digits is 0. A pos beyond the end
+// of the line throws std::out_of_range from substr.
+long convertField(const std::string& line, size_t pos, size_t len)
+{
+    const std::string field = line.substr(pos, len);
+    return std::strtol(field.c_str(), nullptr, 16);
+}
+
+bool startsWithEofRecord(const std::string& line)
+{
+    return line.compare(0, HEX_FILE_EOF_LEN, HEX_FILE_EOF) == 0;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// IntelHexFileBlock
+
+IntelHexFileBlock::IntelHexFileBlock() : linearBase(0), startAddr(0), size(0) {}
+
+IntelHexFileBlock::IntelHexFileBlock(IntelHexFileBlock& obj)
+    : buffer(obj.buffer), linearBase(obj.linearBase), startAddr(obj.startAddr), size(obj.size)
+{
+}
+
+IntelHexFileBlock::~IntelHexFileBlock()
+{
+    clear();
+}
+
+void IntelHexFileBlock::clear()
+{
+    linearBase = 0;
+    startAddr = 0;
+    size = 0;
+    buffer.clear();
+}
+
+IntelHexFileBlock* IntelHexFileBlock::clone()
+{
+    return new IntelHexFileBlock(*this);
+}
+
+void IntelHexFileBlock::reverseBuffer()
+{
+    std::reverse(buffer.begin(), buffer.end());
+}
+
+bool IntelHexFileBlock::writeBinaryTo(int fd) const
+{
+    if (buffer.empty())
+        return true;
+
+    const uint8_t* position = buffer.data();
+    size_t bytesLeft = buffer.size();
+    while (bytesLeft > 0) {
+        const size_t bytesToWrite = std::min(WRITE_CHUNK, bytesLeft);
+        const size_t cnt = static_cast<size_t>(::write(fd, position, bytesToWrite));
+        if (cnt == static_cast<size_t>(-1)) {
+            std::cerr << "#ERROR: write() returns an error." << std::endl;
+            return false;
+        }
+        // A short write goes on with the remainder; a write of 0 bytes is
+        // simply tried again.
+        position += cnt;
+        bytesLeft -= cnt;
+    }
+    return true;
+}
+
+bool IntelHexFileBlock::writeBinaryTo(const char* fName) const
+{
+    FILE* file = std::fopen(fName, "wb");
+    if (file == nullptr) {
+        std::cerr << "#ERROR: failed to create file \"" << fName << "\"" << std::endl;
+        return false;
+    }
+    const bool written = writeBinaryTo(fileno(file));
+    std::fclose(file);
+    return written;
+}
+
+size_t IntelHexFileBlock::getSize() const
+{
+    return size;
+}
+
+uint16_t IntelHexFileBlock::getLinearBase() const
+{
+    return linearBase;
+}
+
+uint16_t IntelHexFileBlock::getStartAddress() const
+{
+    return startAddr;
+}
+
+uint16_t IntelHexFileBlock::getEndAddress() const
+{
+    return static_cast<uint16_t>(startAddr + size);
+}
+
+const uint8_t* IntelHexFileBlock::getBuffer() const
+{
+    return buffer.data();
+}
+
+// ---------------------------------------------------------------------------
+// IntelHexFile: container
+
+IntelHexFile::IntelHexFile() {}
+
+IntelHexFile::IntelHexFile(const IntelHexFile& obj)
+{
+    blocks.reserve(obj.blocks.size());
+    try {
+        for (IntelHexFileBlock* block : obj.blocks)
+            blocks.push_back(block->clone());
+    } catch (...) {
+        clear();
+        throw;
+    }
+}
+
+IntelHexFile::IntelHexFile(const char* fName, bool oneBlock)
+{
+    load(fName, oneBlock);
+}
+
+IntelHexFile::IntelHexFile(uint16_t theLinearBase, uint16_t theStartAddr, size_t theSize,
+                           const uint8_t* theBuffer)
+{
+    IntelHexFileBlock* block = new IntelHexFileBlock();
+    try {
+        block->linearBase = theLinearBase;
+        block->startAddr = theStartAddr;
+        block->size = theSize;
+        if (theSize > 0)
+            block->buffer.assign(theBuffer, theBuffer + theSize);
+        blocks.push_back(block);
+    } catch (...) {
+        delete block;
+        throw;
+    }
+}
+
+IntelHexFile& IntelHexFile::operator=(const IntelHexFile& obj)
+{
+    if (this != &obj) {
+        IntelHexFile copy(obj);
+        blocks.swap(copy.blocks);
+    }
+    return *this;
+}
+
+IntelHexFile::~IntelHexFile()
+{
+    clear();
+}
+
+const IntelHexFileBlock& IntelHexFile::operator[](size_t id) const
+{
+    if (id >= blocks.size())
+        throw "IntelHexFile::operator[](size_t id): id outside of range!";
+    return *blocks[id];
+}
+
+void IntelHexFile::reverseBuffers() const
+{
+    for (IntelHexFileBlock* block : blocks)
+        block->reverseBuffer();
+}
+
+void IntelHexFile::clear()
+{
+    for (IntelHexFileBlock* block : blocks)
+        delete block;
+    blocks.clear();
+}
+
+bool IntelHexFile::hasData() const
+{
+    return !blocks.empty();
+}
+
+size_t IntelHexFile::getBlockCount() const
+{
+    return blocks.size();
+}
+
+// ---------------------------------------------------------------------------
+// IntelHexFile: record parser
+
+bool operator<(const IntelHexFile::hexfileline_t& first, const IntelHexFile::hexfileline_t& second)
+{
+    if (first.linearBase != second.linearBase)
+        return first.linearBase < second.linearBase;
+    return first.address < second.address;
+}
+
+void IntelHexFile::parseLine(std::string& hexLine, hexfileline_t& line)
+{
+    line.recordType = 0xFF;
+    strTrim(hexLine, " ");
+    strRemove(hexLine, "\r");
+
+    const size_t lineLen = hexLine.size();
+    if (lineLen <= 10 || hexLine[0] != ':') {
+        std::cout << PARSE_LINE_SIGNATURE << ": hexline to short" << std::endl;
+        return;
+    }
+
+    line.dataLen = static_cast<size_t>(convertField(hexLine, 1, 2));
+    line.address = static_cast<uint16_t>(convertField(hexLine, 3, 4));
+    const uint16_t recType = static_cast<uint16_t>(convertField(hexLine, 7, 2));
+
+    // Ten zero digits are not a record, although their checksum is right.
+    if (line.dataLen == 0 && recType == 0 && line.address == 0)
+        return;
+
+    if (line.dataLen > MAX_RECORD_DATA)
+        throw std::bad_alloc();
+    line.data.resize(line.dataLen);
+    if (line.data.empty())
+        std::cerr << "#ERROR: line.data.size() is zero" << std::endl;
+
+    uint32_t curPos = 9;
+    for (size_t x = 0; x < line.dataLen; ++x) {
+        line.data[x] = static_cast<uint8_t>(convertField(hexLine, curPos, 2));
+        curPos += 2;
+        // The line ends where the checksum should begin.
+        if (curPos == lineLen)
+            return;
+    }
+
+    // The sum covers everything from the byte count to the end of the line.
+    uint8_t theSum = 0;
+    for (size_t pos = 1; pos < lineLen; pos += 2)
+        theSum = static_cast<uint8_t>(theSum + convertField(hexLine, pos, 2));
+    if (theSum != 0) {
+        std::cerr << "#ERROR: checksum error." << std::endl;
+        return;
+    }
+
+    if (curPos + 2 == lineLen) {
+        line.recordType = static_cast<uint8_t>(recType);
+        return;
+    }
+
+    std::cout << PARSE_LINE_SIGNATURE << ": second unexpected end of line" << std::endl;
+    std::cout << (curPos + 2) << ", " << lineLen << std::endl;
+}
+
+// ---------------------------------------------------------------------------
+// IntelHexFile: file reader
+
+bool IntelHexFile::parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines)
+{
+    std::string rawLine;
+    hexfileline_t hexLine = hexfileline_t();
+    uint16_t linearBase = 0;
+
+    for (;;) {
+        if (startsWithEofRecord(rawLine))
+            return true;
+        if (hexFile.eof()) {
+            std::cerr << "#ERROR: end of file reached without EoF-record. HEX file might be corrupt."
+                      << std::endl;
+            return false;
+        }
+        std::getline(hexFile, rawLine);
+        // Compared as read: exact case, no leading white space, and anything
+        // after the first 11 characters is ignored.
+        if (startsWithEofRecord(rawLine))
+            return true;
+
+        hexLine.data.clear();
+        parseLine(rawLine, hexLine);
+
+        switch (hexLine.recordType) {
+        case 0x04:
+            // The base is two big-endian bytes; a shorter record has no base
+            // to give and is treated as corrupt rather than read beyond.
+            if (hexLine.data.size() < 2) {
+                std::cerr << "#ERROR: corrupt line data in line \"" << rawLine << "\"" << std::endl;
+                return false;
+            }
+            linearBase = static_cast<uint16_t>(hexLine.data[0] << 8 | hexLine.data[1]);
+            break;
+        case 0xFF:
+            std::cerr << "#ERROR: corrupt line data in line \"" << rawLine << "\"" << std::endl;
+            return false;
+        case 0x00:
+            // An equivalent record already in the set wins; this one is dropped.
+            hexLine.linearBase = linearBase;
+            lines.insert(hexLine);
+            break;
+        default:
+            std::cout << rawLine << std::endl;
+            std::cerr << "#ERROR: unsupported record type found ("
+                      << static_cast<unsigned>(hexLine.recordType) << ")" << std::endl;
+            return false;
+        }
+    }
+}
+
+// ---------------------------------------------------------------------------
+// IntelHexFile: block assembly and loading
+
+bool IntelHexFile::load(const char* fName, bool oneBlock)
+{
+    std::ifstream hexFile(fName);
+    if (hexFile.fail()) {
+        std::cerr << "#ERROR: failed to open \"" << fName << "\"" << std::endl;
+        return false;
+    }
+
+    hexfilelineset_t lineSet;
+    if (!parseHexFile(hexFile, lineSet))
+        return false;
+
+    setconstiterator_t first = lineSet.begin();
+    setconstiterator_t end = lineSet.end();
+    if (oneBlock) {
+        createNewBlock(first, end);
+        return true;
+    }
+    do {
+        setconstiterator_t last = getNextEnd(first, end);
+        createNewBlock(first, last);
+        first = last;
+    } while (first != end);
+    return true;
+}
+
+IntelHexFile::setconstiterator_t IntelHexFile::getNextEnd(setconstiterator_t& from,
+                                                         setconstiterator_t& to)
+{
+    if (from == to)
+        return to;
+    setconstiterator_t x = from;
+    for (;;) {
+        const uint16_t lastAddr = static_cast<uint16_t>(x->address + x->data.size());
+        setconstiterator_t next = std::next(x);
+        if (next == to || next->linearBase != x->linearBase || next->address != lastAddr)
+            return next;
+        x = next;
+    }
+}
+
+void IntelHexFile::createNewBlock(setconstiterator_t& first, setconstiterator_t& last)
+{
+    // A file with no data records yields an empty run, and no block.
+    if (first == last)
+        return;
+
+    const setconstiterator_t to = std::prev(last);
+    const uint16_t offset = first->address;
+
+    const uint32_t size = static_cast<uint32_t>(to->address) - first->address +
+                          static_cast<uint32_t>(to->data.size());
+    // Only one-block mode can get here with a wrapped size; refuse it as the
+    // failed allocation of nearly 4 GiB that it would be.
+    if (size > MAX_ONE_BLOCK_SIZE)
+        throw std::bad_alloc();
+
+    IntelHexFileBlock* block = new IntelHexFileBlock();
+    try {
+        block->startAddr = first->address;
+        block->linearBase = first->linearBase;
+        block->size = size;
+        if (size != 0)
+            block->buffer.assign(size, 0xFF);
+
+        // Records are clipped to the buffer: in one-block mode an earlier, longer
+        // record can reach past the end, and a record of a later linear base can
+        // start below the first record's address.
+        for (setconstiterator_t i = first; i != last; ++i) {
+            const long long position = static_cast<long long>(i->address) - offset;
+            const long long begin = std::max(0LL, position);
+            const long long end =
+                std::min(static_cast<long long>(size), position + static_cast<long long>(i->data.size()));
+            if (begin < end)
+                std::copy(i->data.begin() + (begin - position), i->data.begin() + (end - position),
+                          block->buffer.begin() + begin);
+        }
+
+        blocks.push_back(block);
+    } catch (...) {
+        delete block;
+        throw;
+    }
+}
