@@ -1,0 +1,56 @@
+#include "support/hex_text.h"
+
+#include <cstdio>
+
+namespace {
+
+void appendByte(std::string& text, unsigned value)
+{
+    char digits[3];
+    std::snprintf(digits, sizeof digits, "%02X", value & 0xFF);
+    text += digits;
+}
+
+} // namespace
+
+std::string hexRecord(uint8_t type, uint16_t address, const std::vector<uint8_t>& data)
+{
+    std::string text = ":";
+    unsigned sum = static_cast<unsigned>(data.size()) + (address >> 8) + (address & 0xFF) + type;
+    appendByte(text, static_cast<unsigned>(data.size()));
+    appendByte(text, address >> 8);
+    appendByte(text, address & 0xFF);
+    appendByte(text, type);
+    for (uint8_t byte : data) {
+        appendByte(text, byte);
+        sum += byte;
+    }
+    appendByte(text, 0x100 - (sum & 0xFF));
+    return text;
+}
+
+std::string dataRecord(uint16_t address, const std::vector<uint8_t>& data)
+{
+    return hexRecord(0x00, address, data);
+}
+
+std::string linearBaseRecord(uint16_t linearBase)
+{
+    return hexRecord(0x04, 0, {static_cast<uint8_t>(linearBase >> 8), static_cast<uint8_t>(linearBase)});
+}
+
+std::vector<uint8_t> countingBytes(size_t n, uint8_t first)
+{
+    std::vector<uint8_t> bytes(n);
+    for (size_t i = 0; i < n; ++i)
+        bytes[i] = static_cast<uint8_t>(first + i);
+    return bytes;
+}
+
+std::string joinLines(const std::vector<std::string>& lines, const std::string& ending)
+{
+    std::string text;
+    for (const std::string& line : lines)
+        text += line + ending;
+    return text;
+}

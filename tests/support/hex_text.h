@@ -1,0 +1,26 @@
+// Builds Intel HEX text for the tests.
+#ifndef INTELHEX_TESTS_HEX_TEXT_H
+#define INTELHEX_TESTS_HEX_TEXT_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// One record line without line ending, upper-case digits, correct checksum.
+std::string hexRecord(uint8_t type, uint16_t address, const std::vector<uint8_t>& data);
+
+// A data record (type 00).
+std::string dataRecord(uint16_t address, const std::vector<uint8_t>& data);
+
+// An extended linear address record (type 04) for the given upper 16 bits.
+std::string linearBaseRecord(uint16_t linearBase);
+
+// n bytes counting up from first.
+std::vector<uint8_t> countingBytes(size_t n, uint8_t first = 0);
+
+// Joins lines, each followed by ending (default "\n").
+std::string joinLines(const std::vector<std::string>& lines, const std::string& ending = "\n");
+
+const char EOF_RECORD[] = ":00000001FF";
+
+#endif

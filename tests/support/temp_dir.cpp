@@ -1,0 +1,59 @@
+#include "support/temp_dir.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <ftw.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+int removeEntry(const char* path, const struct stat*, int, struct FTW*)
+{
+    return ::remove(path);
+}
+
+} // namespace
+
+TempDir::TempDir()
+{
+    char name[] = "/tmp/intelhex-test-XXXXXX";
+    if (mkdtemp(name) == nullptr)
+        throw std::runtime_error("mkdtemp failed");
+    path_ = name;
+}
+
+TempDir::~TempDir()
+{
+    nftw(path_.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
+}
+
+std::string TempDir::file(const std::string& name) const
+{
+    return path_ + "/" + name;
+}
+
+std::string TempDir::write(const std::string& name, const std::string& text) const
+{
+    const std::string full = file(name);
+    std::ofstream out(full, std::ios::binary);
+    out << text;
+    if (!out)
+        throw std::runtime_error("cannot write " + full);
+    return full;
+}
+
+std::vector<uint8_t> readFileBytes(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+bool fileExists(const std::string& path)
+{
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0;
+}

@@ -1,0 +1,35 @@
+// A temporary directory for the files a test writes, removed with its
+// contents when the object goes out of scope.
+#ifndef INTELHEX_TESTS_TEMP_DIR_H
+#define INTELHEX_TESTS_TEMP_DIR_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    const std::string& path() const { return path_; }
+
+    // Full path of name inside the directory.
+    std::string file(const std::string& name) const;
+
+    // Writes text to name, exactly as given (no newline is added), and
+    // returns the full path.
+    std::string write(const std::string& name, const std::string& text) const;
+
+private:
+    std::string path_;
+};
+
+// The whole content of a file as bytes; empty when it cannot be read.
+std::vector<uint8_t> readFileBytes(const std::string& path);
+
+bool fileExists(const std::string& path);
+
+#endif
