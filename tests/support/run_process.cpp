@@ -1,0 +1,78 @@
+#include "support/run_process.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+#include <csignal>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+int tempFile()
+{
+    char name[] = "/tmp/intelhex-proc-XXXXXX";
+    const int fd = mkstemp(name);
+    if (fd < 0)
+        throw std::runtime_error("mkstemp failed");
+    unlink(name);
+    return fd;
+}
+
+std::string readBack(int fd)
+{
+    std::string text;
+    lseek(fd, 0, SEEK_SET);
+    char chunk[4096];
+    ssize_t got;
+    while ((got = read(fd, chunk, sizeof chunk)) > 0)
+        text.append(chunk, static_cast<size_t>(got));
+    close(fd);
+    return text;
+}
+
+} // namespace
+
+ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
+                         const std::string& cwd, unsigned long fileSizeLimit)
+{
+    const int outFd = tempFile();
+    const int errFd = tempFile();
+    std::vector<char*> argv;
+    argv.push_back(const_cast<char*>(program.c_str()));
+    for (const std::string& a : args)
+        argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid < 0)
+        throw std::runtime_error("fork failed");
+    if (pid == 0) {
+        const int devNull = open("/dev/null", O_RDONLY);
+        dup2(devNull, STDIN_FILENO);
+        dup2(outFd, STDOUT_FILENO);
+        dup2(errFd, STDERR_FILENO);
+        if (!cwd.empty() && chdir(cwd.c_str()) != 0)
+            _exit(126);
+        if (fileSizeLimit != 0) {
+            signal(SIGXFSZ, SIG_IGN);
+            struct rlimit limit;
+            limit.rlim_cur = limit.rlim_max = fileSizeLimit;
+            setrlimit(RLIMIT_FSIZE, &limit);
+        }
+        execv(program.c_str(), argv.data());
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ProcessResult result;
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.out = readBack(outFd);
+    result.err = readBack(errFd);
+    return result;
+}

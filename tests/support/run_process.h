@@ -1,0 +1,21 @@
+// Runs a program as a child process and collects what it prints.
+#ifndef INTELHEX_TESTS_RUN_PROCESS_H
+#define INTELHEX_TESTS_RUN_PROCESS_H
+
+#include <string>
+#include <vector>
+
+struct ProcessResult {
+    int exitCode = -1; // -1 when the child did not exit normally
+    std::string out;
+    std::string err;
+};
+
+// Runs program with args (argv[0] is program) in directory cwd (empty: the
+// current one), with no standard input. A non-zero fileSizeLimit caps the
+// size of any file the child writes (RLIMIT_FSIZE, with SIGXFSZ ignored), so
+// that its writes fail part way.
+ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
+                         const std::string& cwd = "", unsigned long fileSizeLimit = 0);
+
+#endif

@@ -1,0 +1,410 @@
+// Runs the hexblocks tool as a process and checks what it prints, the files
+// it writes and its exit codes.
+#include "support/hex_text.h"
+#include "support/run_process.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string TOOL = HEXBLOCKS_PATH;
+const std::string SIGNATURE =
+    "void IntelHexFile::parseLine(std::string&, IntelHexFile::hexfileline_t&)";
+
+ProcessResult hexblocks(const std::vector<std::string>& args, const std::string& cwd = "")
+{
+    return runProcess(TOOL, args, cwd);
+}
+
+std::vector<std::string> listDir(const std::string& path)
+{
+    std::vector<std::string> names;
+    if (DIR* dir = opendir(path.c_str())) {
+        while (dirent* entry = readdir(dir)) {
+            const std::string name = entry->d_name;
+            if (name != "." && name != "..")
+                names.push_back(name);
+        }
+        closedir(dir);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool startsWith(const std::string& text, const std::string& prefix)
+{
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+// A small image: two blocks under base 0x0800, one under 0x0801.
+std::string smallImage()
+{
+    return joinLines({linearBaseRecord(0x0800), dataRecord(0x0000, countingBytes(20, 0x41)),
+                      dataRecord(0x0100, {0xDE, 0xAD}), linearBaseRecord(0x0801),
+                      dataRecord(0x0010, {0x00, 0x7F, 0x80, 0xFF}), EOF_RECORD});
+}
+
+const std::vector<std::string> COMMANDS = {"info", "map", "bin", "dump"};
+
+class Hexblocks : public ::testing::Test {
+protected:
+    TempDir dir;
+};
+
+} // namespace
+
+TEST_F(Hexblocks, VersionAndHelp)
+{
+    ProcessResult r = hexblocks({"--version"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.out, std::string("hexblocks ") + HEXBLOCKS_VERSION + "\n");
+    EXPECT_EQ(r.err, "");
+
+    for (const char* flag : {"--help", "-h", "help"}) {
+        r = hexblocks({flag});
+        EXPECT_EQ(r.exitCode, 0) << flag;
+        EXPECT_TRUE(startsWith(r.out, "usage: hexblocks COMMAND FILE [OPTIONS]\n")) << r.out;
+        for (const std::string& command : COMMANDS)
+            EXPECT_NE(r.out.find("  " + command + " FILE"), std::string::npos) << command;
+        EXPECT_EQ(r.err, "");
+    }
+}
+
+TEST_F(Hexblocks, HelpOfEachCommand)
+{
+    for (const std::string& command : COMMANDS) {
+        for (const std::vector<std::string>& args :
+             {std::vector<std::string>{command, "--help"}, std::vector<std::string>{command, "-h"},
+              std::vector<std::string>{"help", command}, std::vector<std::string>{command, "x.hex", "--help"}}) {
+            const ProcessResult r = hexblocks(args);
+            EXPECT_EQ(r.exitCode, 0) << command;
+            EXPECT_TRUE(startsWith(r.out, "usage: hexblocks " + command + " FILE")) << r.out;
+            EXPECT_EQ(r.err, "");
+        }
+    }
+}
+
+TEST_F(Hexblocks, UsageErrorsExitTwo)
+{
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{}, "hexblocks: missing command\n"},
+        {{"frobnicate", "x.hex"}, "hexblocks: unknown command 'frobnicate'\n"},
+        {{"--frobnicate"}, "hexblocks: unknown option '--frobnicate'\n"},
+        {{"info"}, "hexblocks: missing FILE\n"},
+        {{"info", "a.hex", "b.hex"}, "hexblocks: unexpected argument 'b.hex'\n"},
+        {{"info", "a.hex", "--reverse"}, "hexblocks: unknown option '--reverse'\n"},
+        {{"bin", "a.hex", "-x"}, "hexblocks: unknown option '-x'\n"},
+        {{"bin", "a.hex", "-o"}, "hexblocks: option '-o' needs a value\n"},
+        {{"dump", "a.hex", "--block"}, "hexblocks: option '--block' needs a value\n"},
+        {{"dump", "a.hex", "--block", "two"}, "hexblocks: invalid block number 'two'\n"},
+        {{"dump", "a.hex", "--block", "-1"}, "hexblocks: invalid block number '-1'\n"},
+        {{"map", "a.hex", "--width", "5"}, "hexblocks: invalid width '5' (16 to 1000)\n"},
+        {{"help", "nothing"}, "hexblocks: unknown command 'nothing'\n"},
+    };
+    for (const auto& c : cases) {
+        const ProcessResult r = hexblocks(c.first);
+        EXPECT_EQ(r.exitCode, 2) << c.second;
+        EXPECT_EQ(r.out, "") << c.second;
+        EXPECT_TRUE(startsWith(r.err, c.second)) << r.err;
+        EXPECT_NE(r.err.find("usage: hexblocks"), std::string::npos) << r.err;
+    }
+}
+
+TEST_F(Hexblocks, InfoOnTheSample)
+{
+    const ProcessResult r = hexblocks({"info", SAMPLE_HEX});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out,
+              "#  start       end                   size  base    start16\n"
+              "0  0x08000000  0x08000FFF    4096 (4 KiB)  0x0800  0x0000\n"
+              "1  0x08004000  0x08006FFF  12288 (12 KiB)  0x0800  0x4000\n"
+              "2  0x0801FC00  0x0801FC3F              64  0x0801  0xFC00\n"
+              "total: 3 blocks, 16448 bytes (16.1 KiB), span 0x08000000-0x0801FC3F, 130112 bytes (127.1 KiB)\n");
+}
+
+TEST_F(Hexblocks, InfoJson)
+{
+    const std::string path = dir.write("small.hex", smallImage());
+    const ProcessResult r = hexblocks({"info", "--json", path});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.out, "{\n  \"file\": \"" + path +
+                         "\",\n  \"mode\": \"normal\",\n  \"blocks\": [\n"
+                         "    {\"index\": 0, \"start\": 134217728, \"end\": 134217747, \"size\": 20, "
+                         "\"linear_base\": 2048, \"start_address\": 0},\n"
+                         "    {\"index\": 1, \"start\": 134217984, \"end\": 134217985, \"size\": 2, "
+                         "\"linear_base\": 2048, \"start_address\": 256},\n"
+                         "    {\"index\": 2, \"start\": 134283280, \"end\": 134283283, \"size\": 4, "
+                         "\"linear_base\": 2049, \"start_address\": 16}\n"
+                         "  ],\n"
+                         "  \"total\": {\"blocks\": 3, \"bytes\": 26, \"span_start\": 134217728, "
+                         "\"span_end\": 134283283, \"span_bytes\": 65556}\n}\n");
+}
+
+TEST_F(Hexblocks, InfoJsonWithoutBlocks)
+{
+    const std::string path = dir.write("empty.hex", ":00000001FF\n");
+    const ProcessResult r = hexblocks({"info", path, "-j"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.out, "{\n  \"file\": \"" + path +
+                         "\",\n  \"mode\": \"normal\",\n  \"blocks\": [],\n"
+                         "  \"total\": {\"blocks\": 0, \"bytes\": 0, \"span_start\": null, \"span_end\": null, "
+                         "\"span_bytes\": 0}\n}\n");
+}
+
+TEST_F(Hexblocks, InfoOneBlock)
+{
+    const std::string path = dir.write("one.hex", joinLines({linearBaseRecord(0x0800), dataRecord(0x0000, {1}),
+                                                             dataRecord(0x0010, {2}), EOF_RECORD}));
+    const ProcessResult r = hexblocks({"info", path, "--one-block"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.out,
+              "#  start       end         size  base    start16\n"
+              "0  0x08000000  0x08000010    17  0x0800  0x0000\n"
+              "total: 1 block, 17 bytes, span 0x08000000-0x08000010, 17 bytes\n");
+}
+
+TEST_F(Hexblocks, MapOnTheSample)
+{
+    const ProcessResult r = hexblocks({"map", SAMPLE_HEX});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, std::string(SAMPLE_HEX) +
+                         ": 3 blocks, 16.1 KiB of data in 127.1 KiB\n"
+                         "\n"
+                         "0x08000000                                            0x0801FC3F\n"
+                         "AAA.......BBBBBB...............................................C\n"
+                         "\n"
+                         "  A  0x08000000-0x08000FFF       4 KiB  block 0\n"
+                         "     0x08001000-0x08003FFF      12 KiB  gap\n"
+                         "  B  0x08004000-0x08006FFF      12 KiB  block 1\n"
+                         "     0x08007000-0x0801FBFF      99 KiB  gap\n"
+                         "  C  0x0801FC00-0x0801FC3F        64 B  block 2\n");
+}
+
+TEST_F(Hexblocks, BinWritesOneFilePerBlock)
+{
+    const std::string path = dir.write("app.hex", smallImage());
+    const ProcessResult r = hexblocks({"bin", path, "-o", dir.path()});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, dir.path() + "/app_0x08000000.bin  20 bytes\n" + dir.path() +
+                         "/app_0x08000100.bin  2 bytes\n" + dir.path() + "/app_0x08010010.bin  4 bytes\n");
+    EXPECT_EQ(listDir(dir.path()), std::vector<std::string>({"app.hex", "app_0x08000000.bin",
+                                                             "app_0x08000100.bin", "app_0x08010010.bin"}));
+    EXPECT_EQ(readFileBytes(dir.file("app_0x08000000.bin")), countingBytes(20, 0x41));
+    EXPECT_EQ(readFileBytes(dir.file("app_0x08000100.bin")), std::vector<uint8_t>({0xDE, 0xAD}));
+    EXPECT_EQ(readFileBytes(dir.file("app_0x08010010.bin")), std::vector<uint8_t>({0x00, 0x7F, 0x80, 0xFF}));
+}
+
+TEST_F(Hexblocks, BinIntoTheCurrentDirectoryByDefault)
+{
+    dir.write("fw.ihex", smallImage());
+    const ProcessResult r = hexblocks({"bin", "fw.ihex"}, dir.path());
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_TRUE(startsWith(r.out, "./fw_0x08000000.bin  20 bytes\n")) << r.out;
+    EXPECT_EQ(readFileBytes(dir.file("fw_0x08000000.bin")), countingBytes(20, 0x41));
+}
+
+TEST_F(Hexblocks, BinReverse)
+{
+    const std::string path = dir.write("app.hex", smallImage());
+    const ProcessResult r = hexblocks({"bin", "--reverse", path, "--output", dir.path()});
+    EXPECT_EQ(r.exitCode, 0);
+    std::vector<uint8_t> reversed = countingBytes(20, 0x41);
+    std::reverse(reversed.begin(), reversed.end());
+    EXPECT_EQ(readFileBytes(dir.file("app_0x08000000.bin")), reversed);
+    EXPECT_EQ(readFileBytes(dir.file("app_0x08010010.bin")), std::vector<uint8_t>({0xFF, 0x80, 0x7F, 0x00}));
+}
+
+TEST_F(Hexblocks, BinOneBlock)
+{
+    const std::string path = dir.write("one.hex", joinLines({linearBaseRecord(0x0800), dataRecord(0x0000, {1, 2}),
+                                                             dataRecord(0x0004, {3}), EOF_RECORD}));
+    const ProcessResult r = hexblocks({"bin", path, "-1", "-o", dir.path() + "/"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.out, dir.path() + "/one_0x08000000.bin  5 bytes\n");
+    EXPECT_EQ(readFileBytes(dir.file("one_0x08000000.bin")), std::vector<uint8_t>({1, 2, 0xFF, 0xFF, 3}));
+}
+
+TEST_F(Hexblocks, BinIntoAMissingDirectoryFailsAndLeavesNothing)
+{
+    const std::string path = dir.write("app.hex", smallImage());
+    const std::string out = dir.file("missing");
+    const ProcessResult r = hexblocks({"bin", path, "-o", out});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "hexblocks: cannot create '" + out + "/app_0x08000000.bin': No such file or directory\n");
+    EXPECT_EQ(listDir(dir.path()), std::vector<std::string>({"app.hex"}));
+}
+
+TEST_F(Hexblocks, BinIntoAnUnwritableDirectoryFails)
+{
+    const std::string path = dir.write("app.hex", smallImage());
+    // Not writable even for root.
+    const ProcessResult r = hexblocks({"bin", path, "-o", "/proc"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_TRUE(startsWith(r.err, "hexblocks: cannot create '/proc/app_0x08000000.bin': ")) << r.err;
+
+    const std::string notADir = dir.write("plain-file", "x");
+    const ProcessResult r2 = hexblocks({"bin", path, "-o", notADir});
+    EXPECT_EQ(r2.exitCode, 1);
+    EXPECT_EQ(r2.err, "hexblocks: cannot create '" + notADir + "/app_0x08000000.bin': Not a directory\n");
+}
+
+TEST_F(Hexblocks, FailedWriteLeavesNoPartialFile)
+{
+    std::vector<std::string> lines;
+    for (uint16_t a = 0; a < 0x1000; a += 16)
+        lines.push_back(dataRecord(a, countingBytes(16, static_cast<uint8_t>(a))));
+    lines.push_back(EOF_RECORD);
+    const std::string path = dir.write("big.hex", joinLines(lines));
+    const std::string out = dir.file("out");
+    ASSERT_EQ(runProcess("/bin/mkdir", {out}).exitCode, 0);
+    // Files may grow to 1000 bytes only: the 4096-byte block fails part way.
+    const ProcessResult r = runProcess(TOOL, {"bin", path, "-o", out}, "", 1000);
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "#ERROR: write() returns an error.\nhexblocks: cannot write '" + out +
+                         "/big_0x00000000.bin': File too large\n");
+    EXPECT_TRUE(listDir(out).empty());
+}
+
+TEST_F(Hexblocks, DumpInTheStyleOfXxd)
+{
+    const std::string path = dir.write("small.hex", smallImage());
+    const ProcessResult r = hexblocks({"dump", path});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out,
+              "block 0: 0x08000000-0x08000013, 20 bytes\n"
+              "08000000: 4142 4344 4546 4748 494a 4b4c 4d4e 4f50  ABCDEFGHIJKLMNOP\n"
+              "08000010: 5152 5354                                QRST\n"
+              "\n"
+              "block 1: 0x08000100-0x08000101, 2 bytes\n"
+              "08000100: dead                                     ..\n"
+              "\n"
+              "block 2: 0x08010010-0x08010013, 4 bytes\n"
+              "08010010: 007f 80ff                                ....\n");
+}
+
+TEST_F(Hexblocks, DumpOneBlock)
+{
+    const std::string path = dir.write("small.hex", smallImage());
+    const ProcessResult r = hexblocks({"dump", path, "--block", "1"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.out, "block 1: 0x08000100-0x08000101, 2 bytes\n"
+                     "08000100: dead                                     ..\n");
+
+    const ProcessResult missing = hexblocks({"dump", path, "-b", "3"});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_EQ(missing.out, "");
+    EXPECT_EQ(missing.err, "hexblocks: no block 3 in '" + path + "' (it has 3 blocks)\n");
+}
+
+TEST_F(Hexblocks, BadChecksumInEveryCommand)
+{
+    const std::string path =
+        dir.write("bad.hex", joinLines({dataRecord(0, {1}), ":0300300002337A1F", EOF_RECORD}));
+    for (const std::string& command : COMMANDS) {
+        const ProcessResult r = hexblocks({command, path, command == "bin" ? "-o" + dir.path() : "-1"});
+        EXPECT_EQ(r.exitCode, 1) << command;
+        EXPECT_EQ(r.out, "") << command;
+        EXPECT_EQ(r.err, "#ERROR: checksum error.\n#ERROR: corrupt line data in line \":0300300002337A1F\"\n"
+                         "hexblocks: cannot load '" +
+                             path + "'\n")
+            << command;
+    }
+    EXPECT_EQ(listDir(dir.path()), std::vector<std::string>({"bad.hex"}));
+}
+
+TEST_F(Hexblocks, UnsupportedTypeInEveryCommand)
+{
+    const std::string start = hexRecord(0x05, 0, {0x08, 0x00, 0x01, 0x01});
+    const std::string path = dir.write("start.hex", joinLines({dataRecord(0, {1}), start, EOF_RECORD}));
+    for (const std::string& command : COMMANDS) {
+        const ProcessResult r = hexblocks({command, path}, dir.path());
+        EXPECT_EQ(r.exitCode, 1) << command;
+        EXPECT_EQ(r.out, start + "\n") << command;
+        EXPECT_EQ(r.err, "#ERROR: unsupported record type found (5)\nhexblocks: cannot load '" + path + "'\n")
+            << command;
+    }
+}
+
+TEST_F(Hexblocks, MissingFileInEveryCommand)
+{
+    const std::string path = dir.file("nowhere.hex");
+    for (const std::string& command : COMMANDS) {
+        const ProcessResult r = hexblocks({command, path}, dir.path());
+        EXPECT_EQ(r.exitCode, 1) << command;
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, "#ERROR: failed to open \"" + path + "\"\nhexblocks: cannot load '" + path + "'\n");
+    }
+    EXPECT_TRUE(listDir(dir.path()).empty());
+}
+
+TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnostics)
+{
+    const std::string path = dir.write("cut.hex", dataRecord(0, {1}) + "\n");
+    const ProcessResult r = hexblocks({"info", path});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.out, SIGNATURE + ": hexline to short\n");
+    EXPECT_EQ(r.err, "#ERROR: corrupt line data in line \"\"\nhexblocks: cannot load '" + path + "'\n");
+}
+
+TEST_F(Hexblocks, ExceptionsFromTheLibraryBecomeAnErrorLine)
+{
+    const std::string shortLine = dir.write("short.hex", joinLines({":05003000023", EOF_RECORD}));
+    ProcessResult r = hexblocks({"info", shortLine});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "hexblocks: cannot load: a record's data runs past the end of its line in '" + shortLine + "'\n");
+
+    const std::string minus = dir.write("minus.hex", joinLines({":-10000000000", EOF_RECORD}));
+    r = hexblocks({"info", minus});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "hexblocks: cannot load: a record asks for an impossible amount of memory in '" + minus + "'\n");
+
+    const std::string wrap = dir.write("wrap.hex", joinLines({dataRecord(0xFFF0, countingBytes(16)), linearBaseRecord(1),
+                                                              dataRecord(0x0000, {1}), EOF_RECORD}));
+    r = hexblocks({"bin", wrap, "--one-block", "-o", dir.path()});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "hexblocks: cannot load: the one-block image would not fit in memory, for '" + wrap + "'\n");
+}
+
+TEST_F(Hexblocks, OneBlockBinEqualsObjcopy)
+{
+    // Images under a single linear base, with gaps, overlap-free.
+    const std::vector<std::pair<std::string, std::string>> images = {
+        {"flat.hex", joinLines({dataRecord(0x0000, countingBytes(16)), dataRecord(0x0040, countingBytes(200, 9)),
+                                dataRecord(0x0300, {0xAA}), EOF_RECORD})},
+        {"based.hex", joinLines({linearBaseRecord(0x0800), dataRecord(0x4000, countingBytes(255, 1)),
+                                 dataRecord(0x40FF, countingBytes(3)), dataRecord(0x8000, {1, 2, 3, 4}), EOF_RECORD},
+                                "\r\n")},
+        {"shuffled.hex", joinLines({linearBaseRecord(0x0002), dataRecord(0x0100, {5, 6}), dataRecord(0x0000, {1}),
+                                    dataRecord(0xFFF0, countingBytes(16)), EOF_RECORD})},
+    };
+    for (const auto& image : images) {
+        const std::string path = dir.write(image.first, image.second);
+        const std::string objcopyOut = dir.file(image.first + ".objcopy.bin");
+        const ProcessResult oc = runProcess(OBJCOPY_PATH, {"-I", "ihex", "-O", "binary", "--gap-fill", "0xFF", path, objcopyOut});
+        ASSERT_EQ(oc.exitCode, 0) << "objcopy: " << oc.err;
+
+        const std::string outDir = dir.file(image.first + ".out");
+        ASSERT_EQ(runProcess("/bin/mkdir", {outDir}).exitCode, 0);
+        const ProcessResult r = hexblocks({"bin", "--one-block", path, "-o", outDir});
+        ASSERT_EQ(r.exitCode, 0) << r.err;
+        const std::vector<std::string> written = listDir(outDir);
+        ASSERT_EQ(written.size(), 1u);
+        const std::vector<uint8_t> ours = readFileBytes(outDir + "/" + written[0]);
+        EXPECT_FALSE(ours.empty());
+        EXPECT_EQ(ours, readFileBytes(objcopyOut)) << image.first;
+    }
+}

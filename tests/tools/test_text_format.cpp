@@ -1,0 +1,38 @@
+#include "text_format.h"
+
+#include <gtest/gtest.h>
+
+TEST(TextFormat, HexAddress)
+{
+    EXPECT_EQ(hexAddress(0), "0x00000000");
+    EXPECT_EQ(hexAddress(0x08004000), "0x08004000");
+    EXPECT_EQ(hexAddress(0xFFFFFFFFull), "0xFFFFFFFF");
+    EXPECT_EQ(hexAddress(0x100000000ull), "0x100000000");
+}
+
+TEST(TextFormat, Hex16)
+{
+    EXPECT_EQ(hex16(0), "0x0000");
+    EXPECT_EQ(hex16(0xFC00), "0xFC00");
+}
+
+TEST(TextFormat, HumanSize)
+{
+    EXPECT_EQ(humanSize(0), "0 B");
+    EXPECT_EQ(humanSize(1023), "1023 B");
+    EXPECT_EQ(humanSize(1024), "1 KiB");
+    EXPECT_EQ(humanSize(1536), "1.5 KiB");
+    EXPECT_EQ(humanSize(12288), "12 KiB");
+    EXPECT_EQ(humanSize(16448), "16.1 KiB");
+    EXPECT_EQ(humanSize(32ull << 20), "32 MiB");
+    EXPECT_EQ(humanSize((256ull << 20) + 5), "256.0 MiB");
+    EXPECT_EQ(humanSize(4ull << 30), "4 GiB");
+}
+
+TEST(TextFormat, JsonString)
+{
+    EXPECT_EQ(jsonString("app.hex"), "\"app.hex\"");
+    EXPECT_EQ(jsonString("a\"b\\c"), "\"a\\\"b\\\\c\"");
+    EXPECT_EQ(jsonString("tab\there\nnl"), "\"tab\\there\\nnl\"");
+    EXPECT_EQ(jsonString(std::string("\x01", 1)), "\"\\u0001\"");
+}

@@ -1,0 +1,572 @@
+// hexblocks: inspect, map, dump and extract the memory blocks of an Intel HEX
+// file, built on the intelhex library's public interface.
+#include "intelhex.h"
+#include "memory_map.h"
+#include "text_format.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <getopt.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#ifndef HEXBLOCKS_VERSION
+#define HEXBLOCKS_VERSION "unknown"
+#endif
+
+namespace {
+
+const char PROGRAM[] = "hexblocks";
+
+// Exit codes.
+const int EXIT_OK = 0;
+const int EXIT_FAILED = 1; // a file could not be loaded or written
+const int EXIT_USAGE = 2;  // the command line is wrong
+
+const char MAIN_USAGE[] =
+    "usage: hexblocks COMMAND FILE [OPTIONS]\n"
+    "       hexblocks --help | --version\n";
+
+const char MAIN_HELP[] =
+    "Inspect, map, dump and extract the memory blocks of an Intel HEX file.\n"
+    "\n"
+    "Commands:\n"
+    "  info FILE [--one-block] [--json]   list the blocks with their addresses and sizes\n"
+    "  map FILE [--one-block]             draw the address space: blocks and gaps to scale\n"
+    "  bin FILE [-o DIR] [--one-block] [--reverse]\n"
+    "                                     write each block as a raw binary file\n"
+    "  dump FILE [--block N] [--one-block]\n"
+    "                                     hex and ASCII dump with full 32-bit addresses\n"
+    "\n"
+    "Options:\n"
+    "  -h, --help      show help (after a command: that command's help)\n"
+    "  -V, --version   show the version\n"
+    "\n"
+    "Records of types 00, 01 and 04 are read; a file with any other type, a bad\n"
+    "checksum or a missing end-of-file record is rejected with the library's own\n"
+    "diagnostics, followed by one line naming the file.\n"
+    "\n"
+    "Exit status: 0 on success, 1 when a file cannot be loaded or written,\n"
+    "2 on a usage error.\n";
+
+struct CommandSpec {
+    const char* name;
+    const char* usage;
+    const char* help;
+};
+
+const CommandSpec COMMANDS[] = {
+    {"info", "usage: hexblocks info FILE [--one-block] [--json]\n",
+     "List the blocks of FILE: index, full 32-bit start and end address (the\n"
+     "last byte), size, linear base (upper 16 bits) and 16-bit start address,\n"
+     "then a total line with the number of blocks, the bytes and the span.\n"
+     "\n"
+     "  -1, --one-block   load the whole file as one block, gaps filled with 0xFF\n"
+     "  -j, --json        print the same as JSON\n"
+     "  -h, --help        show this help\n"},
+    {"map", "usage: hexblocks map FILE [--one-block] [--width N]\n",
+     "Draw the address space of FILE: a strip in which every block has a letter\n"
+     "and takes room in proportion to its size, '.' marks a gap, and \"=//=\"\n"
+     "marks a gap too large to draw to scale; then one line per block and gap.\n"
+     "Files with many blocks are shown as at most 16 regions of neighbouring blocks.\n"
+     "\n"
+     "  -1, --one-block   load the whole file as one block\n"
+     "  -w, --width N     width of the strip in columns (16 to 1000, default 64)\n"
+     "  -h, --help        show this help\n"},
+    {"bin", "usage: hexblocks bin FILE [-o DIR] [--one-block] [--reverse]\n",
+     "Write each block of FILE as a raw binary file named after FILE and the\n"
+     "block's full start address, e.g. app_0x08004000.bin, and print one line per\n"
+     "file written. A file that cannot be written completely is removed.\n"
+     "\n"
+     "  -o, --output DIR  directory for the files (default: the current directory)\n"
+     "  -1, --one-block   load the whole file as one block, gaps filled with 0xFF\n"
+     "  -r, --reverse     reverse the bytes of every block before writing\n"
+     "  -h, --help        show this help\n"},
+    {"dump", "usage: hexblocks dump FILE [--block N] [--one-block]\n",
+     "Print the blocks of FILE as hex and ASCII, 16 bytes a line, in the style of\n"
+     "xxd, with full 32-bit addresses.\n"
+     "\n"
+     "  -b, --block N     dump only block N (counted from 0)\n"
+     "  -1, --one-block   load the whole file as one block\n"
+     "  -h, --help        show this help\n"},
+};
+
+const CommandSpec* findCommand(const std::string& name)
+{
+    for (const CommandSpec& c : COMMANDS)
+        if (name == c.name)
+            return &c;
+    return nullptr;
+}
+
+int usageError(const std::string& message, const char* usage)
+{
+    std::cerr << PROGRAM << ": " << message << "\n"
+              << usage << "Try 'hexblocks --help' for more information." << std::endl;
+    return EXIT_USAGE;
+}
+
+// Options of every command; each command uses its own subset.
+struct Options {
+    std::string file;
+    std::string outputDir = ".";
+    bool oneBlock = false;
+    bool json = false;
+    bool reverse = false;
+    bool hasBlock = false;
+    size_t block = 0;
+    size_t width = 64;
+    bool help = false;
+};
+
+bool parseCount(const char* text, size_t low, size_t high, size_t& value)
+{
+    if (text == nullptr || *text == '\0' || *text == '-' || *text == '+')
+        return false;
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long parsed = std::strtoull(text, &end, 10);
+    if (errno != 0 || *end != '\0' || parsed < low || parsed > high)
+        return false;
+    value = static_cast<size_t>(parsed);
+    return true;
+}
+
+// The option getopt_long just refused, as the user wrote it.
+std::string offendingOption(char** argv)
+{
+    const std::string last = argv[optind - 1];
+    if (last.compare(0, 2, "--") == 0)
+        return last.substr(0, last.find('='));
+    if (optopt != 0)
+        return std::string("-") + static_cast<char>(optopt);
+    return last;
+}
+
+mode_t currentUmask()
+{
+    const mode_t mask = umask(0);
+    umask(mask);
+    return mask;
+}
+
+// Parses the arguments after the command name. Returns EXIT_OK, or the exit
+// code of a usage error after printing it.
+int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options& options)
+{
+    const std::string name = command.name;
+    // A leading ':' makes getopt report a missing value apart from an unknown
+    // option; without '+' options may also follow the file name.
+    std::string shortOptions = ":h1";
+    std::vector<option> longOptions = {{"help", no_argument, nullptr, 'h'},
+                                       {"one-block", no_argument, nullptr, '1'}};
+    if (name == "info") {
+        shortOptions += "j";
+        longOptions.push_back({"json", no_argument, nullptr, 'j'});
+    } else if (name == "map") {
+        shortOptions += "w:";
+        longOptions.push_back({"width", required_argument, nullptr, 'w'});
+    } else if (name == "bin") {
+        shortOptions += "o:r";
+        longOptions.push_back({"output", required_argument, nullptr, 'o'});
+        longOptions.push_back({"reverse", no_argument, nullptr, 'r'});
+    } else if (name == "dump") {
+        shortOptions += "b:";
+        longOptions.push_back({"block", required_argument, nullptr, 'b'});
+    }
+    longOptions.push_back({nullptr, 0, nullptr, 0});
+
+    std::vector<std::string> operands;
+    optind = 0; // restart getopt for the command's own arguments
+    opterr = 0;
+    for (;;) {
+        const int c = getopt_long(argc, argv, shortOptions.c_str(), longOptions.data(), nullptr);
+        if (c == -1)
+            break;
+        switch (c) {
+        case 'h': options.help = true; break;
+        case '1': options.oneBlock = true; break;
+        case 'j': options.json = true; break;
+        case 'r': options.reverse = true; break;
+        case 'o': options.outputDir = optarg; break;
+        case 'w':
+            if (!parseCount(optarg, 16, 1000, options.width))
+                return usageError("invalid width '" + std::string(optarg) + "' (16 to 1000)", command.usage);
+            break;
+        case 'b':
+            if (!parseCount(optarg, 0, static_cast<size_t>(-1), options.block))
+                return usageError("invalid block number '" + std::string(optarg) + "'", command.usage);
+            options.hasBlock = true;
+            break;
+        case ':':
+            return usageError("option '" + offendingOption(argv) + "' needs a value", command.usage);
+        default:
+            return usageError("unknown option '" + offendingOption(argv) + "'", command.usage);
+        }
+    }
+    if (options.help)
+        return EXIT_OK;
+    for (int i = optind; i < argc; ++i)
+        operands.push_back(argv[i]);
+    if (operands.empty())
+        return usageError("missing FILE", command.usage);
+    if (operands.size() > 1)
+        return usageError("unexpected argument '" + operands[1] + "'", command.usage);
+    options.file = operands[0];
+    return EXIT_OK;
+}
+
+// Loads options.file into image. The library prints its own diagnostics;
+// this adds one line naming the file.
+bool loadImage(const Options& options, IntelHexFile& image)
+{
+    std::string reason;
+    try {
+        if (image.load(options.file.c_str(), options.oneBlock))
+            return true;
+        reason = "cannot load";
+    } catch (const std::out_of_range&) {
+        reason = "cannot load: a record's data runs past the end of its line in";
+    } catch (const std::bad_alloc&) {
+        reason = options.oneBlock ? "cannot load: the one-block image would not fit in memory, for"
+                                  : "cannot load: a record asks for an impossible amount of memory in";
+    }
+    std::cerr << PROGRAM << ": " << reason << " '" << options.file << "'" << std::endl;
+    return false;
+}
+
+uint64_t fullStart(const IntelHexFileBlock& block)
+{
+    return static_cast<uint64_t>(block.getLinearBase()) << 16 | block.getStartAddress();
+}
+
+// "4096 (4 KiB)" where a larger unit helps, else just the count.
+std::string sizeText(uint64_t bytes)
+{
+    std::string text = std::to_string(bytes);
+    if (bytes >= 1024)
+        text += " (" + humanSize(bytes) + ")";
+    return text;
+}
+
+// "16448 bytes (16.1 KiB)", "64 bytes", "1 byte".
+std::string bytesText(uint64_t bytes)
+{
+    std::string text = std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+    if (bytes >= 1024)
+        text += " (" + humanSize(bytes) + ")";
+    return text;
+}
+
+std::string padRight(const std::string& text, size_t width)
+{
+    return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
+}
+
+std::string padLeft(const std::string& text, size_t width)
+{
+    return text.size() >= width ? text : std::string(width - text.size(), ' ') + text;
+}
+
+struct Totals {
+    uint64_t bytes = 0;
+    bool hasSpan = false;
+    uint64_t spanStart = 0;
+    uint64_t spanEnd = 0; // one past the last byte
+};
+
+Totals totalsOf(const IntelHexFile& image)
+{
+    Totals t;
+    for (size_t i = 0; i < image.getBlockCount(); ++i) {
+        const IntelHexFileBlock& b = image[i];
+        t.bytes += b.getSize();
+        if (b.getSize() == 0)
+            continue;
+        const uint64_t start = fullStart(b);
+        const uint64_t end = start + b.getSize();
+        t.spanStart = t.hasSpan ? std::min(t.spanStart, start) : start;
+        t.spanEnd = t.hasSpan ? std::max(t.spanEnd, end) : end;
+        t.hasSpan = true;
+    }
+    return t;
+}
+
+void printInfoTable(const IntelHexFile& image)
+{
+    const size_t count = image.getBlockCount();
+    const std::vector<std::string> header = {"#", "start", "end", "size", "base", "start16"};
+    std::vector<std::vector<std::string>> rows;
+    for (size_t i = 0; i < count; ++i) {
+        const IntelHexFileBlock& b = image[i];
+        const uint64_t start = fullStart(b);
+        rows.push_back({std::to_string(i), hexAddress(start),
+                        b.getSize() == 0 ? "-" : hexAddress(start + b.getSize() - 1), sizeText(b.getSize()),
+                        hex16(b.getLinearBase()), hex16(b.getStartAddress())});
+    }
+    std::vector<size_t> widths;
+    for (const std::string& h : header)
+        widths.push_back(h.size());
+    for (const auto& row : rows)
+        for (size_t c = 0; c < row.size(); ++c)
+            widths[c] = std::max(widths[c], row[c].size());
+
+    auto printRow = [&](const std::vector<std::string>& row) {
+        std::string line;
+        for (size_t c = 0; c < row.size(); ++c) {
+            // Numbers right-aligned, addresses left-aligned.
+            const bool right = c == 0 || c == 3;
+            line += (c == 0 ? "" : "  ") + (right ? padLeft(row[c], widths[c]) : padRight(row[c], widths[c]));
+        }
+        while (!line.empty() && line.back() == ' ')
+            line.pop_back();
+        std::cout << line << "\n";
+    };
+    printRow(header);
+    for (const auto& row : rows)
+        printRow(row);
+
+    const Totals t = totalsOf(image);
+    std::cout << "total: " << count << (count == 1 ? " block, " : " blocks, ") << bytesText(t.bytes);
+    if (t.hasSpan)
+        std::cout << ", span " << hexAddress(t.spanStart) << "-" << hexAddress(t.spanEnd - 1) << ", "
+                  << bytesText(t.spanEnd - t.spanStart);
+    std::cout << "\n";
+}
+
+void printInfoJson(const IntelHexFile& image, const Options& options)
+{
+    const Totals t = totalsOf(image);
+    std::cout << "{\n  \"file\": " << jsonString(options.file) << ",\n  \"mode\": \""
+              << (options.oneBlock ? "one-block" : "normal") << "\",\n  \"blocks\": [";
+    for (size_t i = 0; i < image.getBlockCount(); ++i) {
+        const IntelHexFileBlock& b = image[i];
+        const uint64_t start = fullStart(b);
+        std::cout << (i == 0 ? "\n" : ",\n") << "    {\"index\": " << i << ", \"start\": " << start
+                  << ", \"end\": ";
+        if (b.getSize() == 0)
+            std::cout << "null";
+        else
+            std::cout << start + b.getSize() - 1;
+        std::cout << ", \"size\": " << b.getSize() << ", \"linear_base\": " << b.getLinearBase()
+                  << ", \"start_address\": " << b.getStartAddress() << "}";
+    }
+    std::cout << (image.getBlockCount() == 0 ? "],\n" : "\n  ],\n");
+    std::cout << "  \"total\": {\"blocks\": " << image.getBlockCount() << ", \"bytes\": " << t.bytes;
+    if (t.hasSpan)
+        std::cout << ", \"span_start\": " << t.spanStart << ", \"span_end\": " << t.spanEnd - 1
+                  << ", \"span_bytes\": " << t.spanEnd - t.spanStart;
+    else
+        std::cout << ", \"span_start\": null, \"span_end\": null, \"span_bytes\": 0";
+    std::cout << "}\n}\n";
+}
+
+int runInfo(const Options& options)
+{
+    IntelHexFile image;
+    if (!loadImage(options, image))
+        return EXIT_FAILED;
+    if (options.json)
+        printInfoJson(image, options);
+    else
+        printInfoTable(image);
+    return EXIT_OK;
+}
+
+int runMap(const Options& options)
+{
+    IntelHexFile image;
+    if (!loadImage(options, image))
+        return EXIT_FAILED;
+    std::vector<MapBlock> blocks;
+    for (size_t i = 0; i < image.getBlockCount(); ++i)
+        blocks.push_back(MapBlock{fullStart(image[i]), image[i].getSize(), i});
+    const Totals t = totalsOf(image);
+    const size_t count = image.getBlockCount();
+    std::cout << options.file << ": " << count << (count == 1 ? " block, " : " blocks, ") << humanSize(t.bytes)
+              << " of data";
+    if (t.hasSpan)
+        std::cout << " in " << humanSize(t.spanEnd - t.spanStart);
+    std::cout << "\n\n";
+    MapOptions mapOptions;
+    mapOptions.width = options.width;
+    std::cout << drawMemoryMap(blocks, mapOptions);
+    return EXIT_OK;
+}
+
+// The input's file name without directory and extension: the prefix of the
+// binary files written for it.
+std::string baseNameOf(const std::string& path)
+{
+    std::string name = path.substr(path.find_last_of('/') == std::string::npos ? 0 : path.find_last_of('/') + 1);
+    const std::string::size_type dot = name.find_last_of('.');
+    if (dot != std::string::npos && dot > 0)
+        name.erase(dot);
+    return name.empty() ? "image" : name;
+}
+
+// Writes one block to path through a temporary file in the same directory,
+// renamed into place only when every byte is written, so that a failure
+// leaves no partial file behind.
+bool writeBlockFile(const IntelHexFileBlock& block, const std::string& path)
+{
+    const std::string::size_type slash = path.find_last_of('/');
+    const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash);
+    std::string temp = dir + "/.hexblocks-XXXXXX";
+    std::vector<char> tempName(temp.begin(), temp.end());
+    tempName.push_back('\0');
+    const int fd = mkstemp(tempName.data());
+    if (fd < 0) {
+        std::cerr << PROGRAM << ": cannot create '" << path << "': " << std::strerror(errno) << std::endl;
+        return false;
+    }
+    temp = tempName.data();
+    bool ok = block.writeBinaryTo(fd);
+    if (ok && fchmod(fd, 0644 & ~currentUmask()) != 0)
+        ok = false;
+    if (::close(fd) != 0)
+        ok = false;
+    if (ok && std::rename(temp.c_str(), path.c_str()) != 0)
+        ok = false;
+    if (!ok) {
+        const int error = errno;
+        std::remove(temp.c_str());
+        std::cerr << PROGRAM << ": cannot write '" << path << "'" << (error ? std::string(": ") + std::strerror(error) : "")
+                  << std::endl;
+    }
+    return ok;
+}
+
+int runBin(const Options& options)
+{
+    IntelHexFile image;
+    if (!loadImage(options, image))
+        return EXIT_FAILED;
+    if (options.reverse)
+        image.reverseBuffers();
+    const std::string prefix = options.outputDir + (options.outputDir.empty() || options.outputDir.back() == '/' ? "" : "/") +
+                               baseNameOf(options.file) + "_";
+    for (size_t i = 0; i < image.getBlockCount(); ++i) {
+        const IntelHexFileBlock& b = image[i];
+        const std::string path = prefix + hexAddress(fullStart(b)) + ".bin";
+        if (!writeBlockFile(b, path))
+            return EXIT_FAILED;
+        std::cout << path << "  " << bytesText(b.getSize()) << std::endl;
+    }
+    return EXIT_OK;
+}
+
+void dumpBlock(const IntelHexFileBlock& block, size_t index)
+{
+    const uint64_t start = fullStart(block);
+    std::cout << "block " << index << ": " << hexAddress(start);
+    if (block.getSize() > 0)
+        std::cout << "-" << hexAddress(start + block.getSize() - 1);
+    std::cout << ", " << bytesText(block.getSize()) << "\n";
+    const uint8_t* bytes = block.getBuffer();
+    char line[128];
+    for (size_t offset = 0; offset < block.getSize(); offset += 16) {
+        const size_t n = std::min<size_t>(16, block.getSize() - offset);
+        int pos = std::snprintf(line, sizeof line, "%08llx:", static_cast<unsigned long long>(start + offset));
+        for (size_t i = 0; i < 16; ++i) {
+            if (i % 2 == 0)
+                line[pos++] = ' ';
+            if (i < n)
+                pos += std::snprintf(line + pos, sizeof line - static_cast<size_t>(pos), "%02x", bytes[offset + i]);
+            else
+                pos += std::snprintf(line + pos, sizeof line - static_cast<size_t>(pos), "  ");
+        }
+        line[pos++] = ' ';
+        line[pos++] = ' ';
+        for (size_t i = 0; i < n; ++i) {
+            const uint8_t c = bytes[offset + i];
+            line[pos++] = c >= 0x20 && c < 0x7F ? static_cast<char>(c) : '.';
+        }
+        line[pos] = '\0';
+        std::cout << line << "\n";
+    }
+}
+
+int runDump(const Options& options)
+{
+    IntelHexFile image;
+    if (!loadImage(options, image))
+        return EXIT_FAILED;
+    if (options.hasBlock) {
+        if (options.block >= image.getBlockCount()) {
+            std::cerr << PROGRAM << ": no block " << options.block << " in '" << options.file << "' (it has "
+                      << image.getBlockCount() << (image.getBlockCount() == 1 ? " block)" : " blocks)") << std::endl;
+            return EXIT_FAILED;
+        }
+        dumpBlock(image[options.block], options.block);
+        return EXIT_OK;
+    }
+    for (size_t i = 0; i < image.getBlockCount(); ++i) {
+        if (i > 0)
+            std::cout << "\n";
+        dumpBlock(image[i], i);
+    }
+    return EXIT_OK;
+}
+
+int runCommand(const CommandSpec& command, const Options& options)
+{
+    const std::string name = command.name;
+    if (name == "info")
+        return runInfo(options);
+    if (name == "map")
+        return runMap(options);
+    if (name == "bin")
+        return runBin(options);
+    return runDump(options);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 2)
+        return usageError("missing command", MAIN_USAGE);
+
+    const std::string first = argv[1];
+    if (first == "-h" || first == "--help" || first == "help") {
+        if (first == "help" && argc > 2) {
+            if (const CommandSpec* c = findCommand(argv[2])) {
+                std::cout << c->usage << "\n" << c->help;
+                return EXIT_OK;
+            }
+            return usageError("unknown command '" + std::string(argv[2]) + "'", MAIN_USAGE);
+        }
+        std::cout << MAIN_USAGE << "\n" << MAIN_HELP;
+        return EXIT_OK;
+    }
+    if (first == "-V" || first == "--version") {
+        std::cout << PROGRAM << " " << HEXBLOCKS_VERSION << "\n";
+        return EXIT_OK;
+    }
+    const CommandSpec* command = findCommand(first);
+    if (command == nullptr) {
+        if (!first.empty() && first[0] == '-')
+            return usageError("unknown option '" + first + "'", MAIN_USAGE);
+        return usageError("unknown command '" + first + "'", MAIN_USAGE);
+    }
+
+    Options options;
+    const int parsed = parseCommandLine(*command, argc - 1, argv + 1, options);
+    if (parsed != EXIT_OK)
+        return parsed;
+    if (options.help) {
+        std::cout << command->usage << "\n" << command->help;
+        return EXIT_OK;
+    }
+    return runCommand(*command, options);
+}

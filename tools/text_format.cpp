@@ -1,0 +1,61 @@
+#include "text_format.h"
+
+#include <cstdio>
+
+std::string hexAddress(uint64_t address)
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(address));
+    return text;
+}
+
+std::string hex16(uint16_t value)
+{
+    char text[8];
+    std::snprintf(text, sizeof text, "0x%04X", value);
+    return text;
+}
+
+std::string humanSize(uint64_t bytes)
+{
+    static const char* const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+    if (bytes < 1024)
+        return std::to_string(bytes) + " B";
+    double value = static_cast<double>(bytes);
+    int unit = 0;
+    uint64_t divisor = 1;
+    while (value >= 1024 && unit < 4) {
+        value /= 1024;
+        divisor *= 1024;
+        ++unit;
+    }
+    char text[32];
+    if (bytes % divisor == 0)
+        std::snprintf(text, sizeof text, "%llu %s", static_cast<unsigned long long>(bytes / divisor), units[unit]);
+    else
+        std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
+    return text;
+}
+
+std::string jsonString(const std::string& value)
+{
+    std::string out = "\"";
+    for (unsigned char c : value) {
+        switch (c) {
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        default:
+            if (c < 0x20) {
+                char esc[8];
+                std::snprintf(esc, sizeof esc, "\\u%04x", c);
+                out += esc;
+            } else {
+                out += static_cast<char>(c);
+            }
+        }
+    }
+    return out + "\"";
+}
