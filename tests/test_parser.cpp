@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -359,4 +360,38 @@ TEST(RecordSet, IteratesInOrder)
     for (const Line& line : set)
         order.push_back(static_cast<uint32_t>(line.linearBase) << 16 | line.address);
     EXPECT_EQ(order, std::vector<uint32_t>({0x00000010, 0x00000020, 0x00010000}));
+}
+
+TEST(Parser, EveryTwoCharacterFieldConvertsAsStrtolDoes)
+{
+    const std::string alphabet = " \t+-0123456789abcdefABCDEFxXgG:";
+    for (char a : alphabet) {
+        for (char b : alphabet) {
+            const std::string field = {a, b};
+            const long expected = std::strtol(field.c_str(), nullptr, 16);
+            // The byte count is converted before anything can fail.
+            std::string text = ":" + field + "0000000000";
+            Line line = Line();
+            try {
+                captureOutput([&] { IntelHexTestAccess::parseLine(text, line); });
+            } catch (const std::exception&) {
+                // out_of_range or bad_alloc, later in the line: not the point here
+            }
+            if (text.size() > 10 && text[0] == ':') {
+                EXPECT_EQ(line.dataLen, static_cast<size_t>(expected)) << "field \"" << field << "\"";
+            }
+        }
+    }
+}
+
+TEST(Parser, FourCharacterAddressFieldConvertsAsStrtolDoes)
+{
+    const std::vector<std::string> fields = {"0030", "FFFF", "ffff", " 123", "+123", "-001", "0x12", "0X1F",
+                                             "12G4", "G123", "    ", "00 1", "7fFf", "-FFF", " -1 "};
+    for (const std::string& field : fields) {
+        std::string text = ":00" + field + "00FF";
+        Line line = Line();
+        captureOutput([&] { IntelHexTestAccess::parseLine(text, line); });
+        EXPECT_EQ(line.address, static_cast<uint16_t>(std::strtol(field.c_str(), nullptr, 16))) << field;
+    }
 }

@@ -414,10 +414,29 @@ std::string baseNameOf(const std::string& path)
     return name.empty() ? "image" : name;
 }
 
+// Writes all of bytes to fd in large pieces (the library's own writer goes in
+// 512-byte pieces, which costs a system call per 512 bytes). Returns false
+// with errno set on failure.
+bool writeAll(int fd, const uint8_t* bytes, size_t size)
+{
+    const size_t PIECE = 1 << 20;
+    while (size > 0) {
+        const ssize_t written = ::write(fd, bytes, std::min(size, PIECE));
+        if (written < 0) {
+            if (errno == EINTR)
+                continue;
+            return false;
+        }
+        bytes += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
 // Writes one block to path through a temporary file in the same directory,
 // renamed into place only when every byte is written, so that a failure
 // leaves no partial file behind.
-bool writeBlockFile(const IntelHexFileBlock& block, const std::string& path)
+bool writeBlockFile(const IntelHexFileBlock& block, const std::string& path, mode_t fileMode)
 {
     const std::string::size_type slash = path.find_last_of('/');
     const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash);
@@ -430,18 +449,19 @@ bool writeBlockFile(const IntelHexFileBlock& block, const std::string& path)
         return false;
     }
     temp = tempName.data();
-    bool ok = block.writeBinaryTo(fd);
-    if (ok && fchmod(fd, 0644 & ~currentUmask()) != 0)
+    bool ok = writeAll(fd, block.getBuffer(), block.getSize()) && fchmod(fd, fileMode) == 0;
+    int error = ok ? 0 : errno;
+    if (::close(fd) != 0 && ok) {
         ok = false;
-    if (::close(fd) != 0)
+        error = errno;
+    }
+    if (ok && std::rename(temp.c_str(), path.c_str()) != 0) {
         ok = false;
-    if (ok && std::rename(temp.c_str(), path.c_str()) != 0)
-        ok = false;
+        error = errno;
+    }
     if (!ok) {
-        const int error = errno;
         std::remove(temp.c_str());
-        std::cerr << PROGRAM << ": cannot write '" << path << "'" << (error ? std::string(": ") + std::strerror(error) : "")
-                  << std::endl;
+        std::cerr << PROGRAM << ": cannot write '" << path << "': " << std::strerror(error) << std::endl;
     }
     return ok;
 }
@@ -455,10 +475,12 @@ int runBin(const Options& options)
         image.reverseBuffers();
     const std::string prefix = options.outputDir + (options.outputDir.empty() || options.outputDir.back() == '/' ? "" : "/") +
                                baseNameOf(options.file) + "_";
+    // Files get the usual mode of a new file: 0666 less the umask.
+    const mode_t fileMode = 0666 & ~currentUmask();
     for (size_t i = 0; i < image.getBlockCount(); ++i) {
         const IntelHexFileBlock& b = image[i];
         const std::string path = prefix + hexAddress(fullStart(b)) + ".bin";
-        if (!writeBlockFile(b, path))
+        if (!writeBlockFile(b, path, fileMode))
             return EXIT_FAILED;
         std::cout << path << "  " << bytesText(b.getSize()) << std::endl;
     }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <iterator>
 #include <new>
@@ -34,12 +35,44 @@ const uint32_t MAX_ONE_BLOCK_SIZE = 0xFFFF + MAX_RECORD_DATA;
 const char PARSE_LINE_SIGNATURE[] =
     "void IntelHexFile::parseLine(std::string&, IntelHexFile::hexfileline_t&)";
 
+// Value of a hex digit, or 0x10 for any other character.
+struct HexDigitTable {
+    uint8_t value[256];
+    HexDigitTable()
+    {
+        for (int c = 0; c < 256; ++c)
+            value[c] = 0x10;
+        for (int d = 0; d < 10; ++d)
+            value['0' + d] = static_cast<uint8_t>(d);
+        for (int d = 0; d < 6; ++d) {
+            value['A' + d] = static_cast<uint8_t>(10 + d);
+            value['a' + d] = static_cast<uint8_t>(10 + d);
+        }
+    }
+};
+const HexDigitTable HEX_DIGITS;
+
 // Converts the field of len characters at pos as strtol does in base 16:
 // leading white space, a sign and a 0x prefix are accepted, conversion stops
 // at the first non-digit and a field without digits is 0. A pos beyond the end
 // of the line throws std::out_of_range from substr.
 long convertField(const std::string& line, size_t pos, size_t len)
 {
+    if (pos <= line.size()) {
+        // A field of hex digits only, the usual case, converts directly.
+        const size_t n = std::min(len, line.size() - pos);
+        long value = 0;
+        size_t i = 0;
+        for (; i < n; ++i) {
+            const uint8_t digit = HEX_DIGITS.value[static_cast<unsigned char>(line[pos + i])];
+            if (digit > 0xF)
+                break;
+            value = value * 16 + digit;
+        }
+        if (n > 0 && i == n)
+            return value;
+    }
+    // Everything else goes through strtol itself.
     const std::string field = line.substr(pos, len);
     return std::strtol(field.c_str(), nullptr, 16);
 }
@@ -353,6 +386,22 @@ bool IntelHexFile::load(const char* fName, bool oneBlock)
         return false;
     }
 
+    // The fast reader needs to start again from the top when it gives up, so
+    // it is tried only on files that can be rewound (not on pipes).
+    const std::streampos start = hexFile.tellg();
+    if (start != std::streampos(-1)) {
+        if (loadPlain(hexFile, oneBlock))
+            return true;
+        hexFile.clear();
+        hexFile.seekg(start);
+        if (hexFile.fail())
+            return false;
+    }
+    return loadRecords(hexFile, oneBlock);
+}
+
+bool IntelHexFile::loadRecords(std::ifstream& hexFile, bool oneBlock)
+{
     hexfilelineset_t lineSet;
     if (!parseHexFile(hexFile, lineSet))
         return false;
@@ -423,6 +472,204 @@ void IntelHexFile::createNewBlock(setconstiterator_t& first, setconstiterator_t&
                           block->buffer.begin() + begin);
         }
 
+        blocks.push_back(block);
+    } catch (...) {
+        delete block;
+        throw;
+    }
+}
+
+// ---------------------------------------------------------------------------
+// IntelHexFile: fast reader for plain files
+
+namespace {
+
+
+// A run of contiguous data records under one linear base, as the exact
+// reader's block assembly would find it.
+struct PlainRun {
+    uint16_t linearBase;
+    uint16_t startAddr;
+    uint16_t lastRecordAddr; // the run's final record, which one-block mode
+    uint8_t lastRecordLen;   // uses for the size of the block
+    std::vector<uint8_t> bytes;
+};
+
+// Reads the lines of a plain file into runs. Any line that the exact reader
+// would treat differently from a well-formed record (a warning, an error,
+// trimming, a record out of order or repeated) makes read() return false.
+class PlainHexReader {
+public:
+    explicit PlainHexReader(std::vector<PlainRun>& runs) : runs_(runs) {}
+
+    bool read(std::streambuf& input)
+    {
+        std::vector<char> buffer(CHUNK_SIZE);
+        size_t held = 0; // bytes of an unfinished line carried over
+        for (;;) {
+            const std::streamsize got =
+                input.sgetn(buffer.data() + held, static_cast<std::streamsize>(buffer.size() - held));
+            const size_t filled = held + static_cast<size_t>(got > 0 ? got : 0);
+            const bool atEnd = got <= 0;
+            const char* lineStart = buffer.data();
+            const char* const end = buffer.data() + filled;
+            for (;;) {
+                const char* newline = static_cast<const char*>(
+                    std::memchr(lineStart, '\n', static_cast<size_t>(end - lineStart)));
+                if (newline == nullptr)
+                    break;
+                if (!takeLine(lineStart, static_cast<size_t>(newline - lineStart)))
+                    return false;
+                if (sawEndRecord_)
+                    return finishRun();
+                lineStart = newline + 1;
+            }
+            held = static_cast<size_t>(end - lineStart);
+            if (atEnd) {
+                // A last line without a newline still counts, but only the
+                // end-of-file record can end a file well.
+                if (held > 0 && takeLine(lineStart, held) && sawEndRecord_)
+                    return finishRun();
+                return false;
+            }
+            if (held == buffer.size())
+                return false; // a line longer than any record
+            std::memmove(buffer.data(), lineStart, held);
+        }
+    }
+
+private:
+    static const size_t CHUNK_SIZE = 256 * 1024;
+    // Count, address (2), type, 255 data bytes, checksum.
+    static const size_t MAX_RECORD_BYTES = 5 + 255;
+
+    bool takeLine(const char* line, size_t length)
+    {
+        if (length >= HEX_FILE_EOF_LEN && std::memcmp(line, HEX_FILE_EOF, HEX_FILE_EOF_LEN) == 0) {
+            sawEndRecord_ = true;
+            return true;
+        }
+        if (length > 0 && line[length - 1] == '\r')
+            --length;
+        if (length < 11 || line[0] != ':' || length % 2 == 0)
+            return false;
+        const size_t byteCount = (length - 1) / 2;
+        if (byteCount > MAX_RECORD_BYTES)
+            return false;
+
+        uint8_t record[MAX_RECORD_BYTES];
+        unsigned invalid = 0;
+        unsigned sum = 0;
+        const unsigned char* digits = reinterpret_cast<const unsigned char*>(line + 1);
+        for (size_t i = 0; i < byteCount; ++i) {
+            const unsigned high = HEX_DIGITS.value[digits[2 * i]];
+            const unsigned low = HEX_DIGITS.value[digits[2 * i + 1]];
+            invalid |= high | low;
+            record[i] = static_cast<uint8_t>(high << 4 | low);
+            sum += record[i];
+        }
+        if ((invalid & 0x10) != 0 || (sum & 0xFF) != 0 || record[0] != byteCount - 5)
+            return false;
+
+        const uint8_t dataLen = record[0];
+        const uint16_t address = static_cast<uint16_t>(record[1] << 8 | record[2]);
+        switch (record[3]) {
+        case 0x00:
+            return dataLen != 0 && addData(address, record + 4, dataLen);
+        case 0x04:
+            if (dataLen < 2)
+                return false;
+            linearBase_ = static_cast<uint16_t>(record[4] << 8 | record[5]);
+            return true;
+        default:
+            return false;
+        }
+    }
+
+    bool addData(uint16_t address, const uint8_t* data, uint8_t length)
+    {
+        if (!runs_.empty()) {
+            PlainRun& run = runs_.back();
+            // Only strictly ascending records: the exact reader would reorder
+            // the others or drop them as duplicates.
+            const uint32_t key = static_cast<uint32_t>(linearBase_) << 16 | address;
+            const uint32_t lastKey = static_cast<uint32_t>(run.linearBase) << 16 | run.lastRecordAddr;
+            if (key <= lastKey)
+                return false;
+            const uint16_t runEnd = static_cast<uint16_t>(run.lastRecordAddr + run.lastRecordLen);
+            if (run.linearBase == linearBase_ && runEnd == address) {
+                run.bytes.insert(run.bytes.end(), data, data + length);
+                run.lastRecordAddr = address;
+                run.lastRecordLen = length;
+                return true;
+            }
+            finishRun();
+        }
+        runs_.push_back(PlainRun{linearBase_, address, address, length, std::vector<uint8_t>(data, data + length)});
+        return true;
+    }
+
+    // Gives back the spare capacity of the run just finished.
+    bool finishRun()
+    {
+        if (!runs_.empty()) {
+            std::vector<uint8_t>& bytes = runs_.back().bytes;
+            if (bytes.capacity() - bytes.size() > bytes.size() / 8)
+                bytes.shrink_to_fit();
+        }
+        return true;
+    }
+
+    std::vector<PlainRun>& runs_;
+    uint16_t linearBase_ = 0;
+    bool sawEndRecord_ = false;
+};
+
+} // namespace
+
+bool IntelHexFile::loadPlain(std::ifstream& hexFile, bool oneBlock)
+{
+    std::vector<PlainRun> runs;
+    PlainHexReader reader(runs);
+    if (!reader.read(*hexFile.rdbuf()))
+        return false;
+    if (runs.empty())
+        return true;
+
+    if (!oneBlock) {
+        for (PlainRun& run : runs)
+            appendBlock(run.linearBase, run.startAddr, run.bytes);
+        return true;
+    }
+
+    // One block from the first record to the end of the final one, placed by
+    // 16-bit addresses and clipped, exactly as createNewBlock does.
+    const PlainRun& first = runs.front();
+    const PlainRun& final = runs.back();
+    const uint32_t size = static_cast<uint32_t>(final.lastRecordAddr) - first.startAddr + final.lastRecordLen;
+    if (size > MAX_ONE_BLOCK_SIZE)
+        throw std::bad_alloc();
+    std::vector<uint8_t> image(size, 0xFF);
+    for (const PlainRun& run : runs) {
+        const long long position = static_cast<long long>(run.startAddr) - first.startAddr;
+        const long long begin = std::max(0LL, position);
+        const long long end = std::min(static_cast<long long>(size), position + static_cast<long long>(run.bytes.size()));
+        if (begin < end)
+            std::copy(run.bytes.begin() + (begin - position), run.bytes.begin() + (end - position),
+                      image.begin() + begin);
+    }
+    appendBlock(first.linearBase, first.startAddr, image);
+    return true;
+}
+
+void IntelHexFile::appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, std::vector<uint8_t>& bytes)
+{
+    IntelHexFileBlock* block = new IntelHexFileBlock();
+    try {
+        block->linearBase = theLinearBase;
+        block->startAddr = theStartAddr;
+        block->size = bytes.size();
+        block->buffer.swap(bytes);
         blocks.push_back(block);
     } catch (...) {
         delete block;

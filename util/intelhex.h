@@ -157,6 +157,21 @@ private:
     void parseLine(std::string& hexLine, hexfileline_t& line);
     void createNewBlock(setconstiterator_t& first, setconstiterator_t& last);
 
+    // The reader of load(): the file is read with parseHexFile into an ordered
+    // record set, and the set is turned into blocks.
+    bool loadRecords(std::ifstream& hexFile, bool oneBlock);
+
+    // A faster reader for the common case: a file whose records are all
+    // well-formed type 00 and 04 records in ascending address order. It reads
+    // the file in large pieces and builds the blocks without the record set.
+    // Returns false, with nothing printed and the blocks unchanged, at the
+    // first line outside that case; load() then reads the file again with
+    // loadRecords(), which gives the same blocks and prints the diagnostics.
+    bool loadPlain(std::ifstream& hexFile, bool oneBlock);
+
+    // Appends a block that takes over bytes.
+    void appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, std::vector<uint8_t>& bytes);
+
     blockarray_t blocks;
 };
 

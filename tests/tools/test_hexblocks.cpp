@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <string>
@@ -204,6 +205,18 @@ TEST_F(Hexblocks, BinWritesOneFilePerBlock)
     EXPECT_EQ(readFileBytes(dir.file("app_0x08010010.bin")), std::vector<uint8_t>({0x00, 0x7F, 0x80, 0xFF}));
 }
 
+TEST_F(Hexblocks, BinFilesGetTheModeOfANewFile)
+{
+    const std::string path = dir.write("app.hex", smallImage());
+    const mode_t mask = umask(022);
+    const ProcessResult r = hexblocks({"bin", path, "-o", dir.path()});
+    umask(mask);
+    ASSERT_EQ(r.exitCode, 0);
+    struct stat info;
+    ASSERT_EQ(stat(dir.file("app_0x08000000.bin").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0644u);
+}
+
 TEST_F(Hexblocks, BinIntoTheCurrentDirectoryByDefault)
 {
     dir.write("fw.ihex", smallImage());
@@ -273,8 +286,7 @@ TEST_F(Hexblocks, FailedWriteLeavesNoPartialFile)
     const ProcessResult r = runProcess(TOOL, {"bin", path, "-o", out}, "", 1000);
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, "#ERROR: write() returns an error.\nhexblocks: cannot write '" + out +
-                         "/big_0x00000000.bin': File too large\n");
+    EXPECT_EQ(r.err, "hexblocks: cannot write '" + out + "/big_0x00000000.bin': File too large\n");
     EXPECT_TRUE(listDir(out).empty());
 }
 

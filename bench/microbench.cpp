@@ -1,0 +1,116 @@
+// Microbenchmarks of the load path: one record line through the parser, a
+// whole file through each reader, and block assembly in both modes.
+#include "intelhex.h"
+#include "support/hex_text.h"
+#include "support/temp_dir.h"
+#include "support/test_access.h"
+
+#include <benchmark/benchmark.h>
+
+#include <random>
+#include <string>
+
+namespace {
+
+// A firmware-sized image: 1 MiB in 16-byte records, ascending, one gap per
+// 64 KiB, as a file in a temporary directory.
+struct ImageFile {
+    TempDir dir;
+    std::string path;
+    size_t textBytes = 0;
+    size_t dataBytes = 0;
+
+    explicit ImageFile(bool shuffled)
+    {
+        std::mt19937 rng(1);
+        std::vector<std::string> lines;
+        for (uint32_t address = 0; address < (1u << 20); address += 16) {
+            if ((address & 0xFFFF) == 0)
+                lines.push_back(linearBaseRecord(static_cast<uint16_t>(address >> 16)));
+            if ((address & 0xFFFF) == 0x8000)
+                continue; // a gap
+            std::vector<uint8_t> data(16);
+            for (uint8_t& b : data)
+                b = static_cast<uint8_t>(rng());
+            lines.push_back(dataRecord(static_cast<uint16_t>(address), data));
+            dataBytes += 16;
+        }
+        if (shuffled) // swap neighbours within each base: still one base per record
+            for (size_t i = 2; i + 1 < lines.size(); i += 2)
+                if (lines[i][8] == '0' && lines[i + 1][8] == '0')
+                    std::swap(lines[i], lines[i + 1]);
+        lines.push_back(EOF_RECORD);
+        const std::string text = joinLines(lines);
+        textBytes = text.size();
+        path = dir.write("image.hex", text);
+    }
+};
+
+void BM_ParseLine(benchmark::State& state)
+{
+    const std::string record = dataRecord(0x1230, countingBytes(16, 0x40));
+    IntelHexTestAccess::Line line = IntelHexTestAccess::Line();
+    for (auto _ : state) {
+        std::string text = record;
+        line.data.clear();
+        IntelHexTestAccess::parseLine(text, line);
+        benchmark::DoNotOptimize(line.recordType);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * (record.size() + 1)));
+}
+BENCHMARK(BM_ParseLine);
+
+// load(): plain ascending files take the fast reader.
+void BM_Load(benchmark::State& state)
+{
+    static const ImageFile file(false);
+    const bool oneBlock = state.range(0) != 0;
+    for (auto _ : state) {
+        IntelHexFile image;
+        benchmark::DoNotOptimize(image.load(file.path.c_str(), oneBlock));
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
+}
+BENCHMARK(BM_Load)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// The exact reader: record set, then block assembly (normal and one-block).
+void BM_LoadRecords(benchmark::State& state)
+{
+    static const ImageFile file(false);
+    const bool oneBlock = state.range(0) != 0;
+    for (auto _ : state) {
+        IntelHexFile image;
+        benchmark::DoNotOptimize(IntelHexTestAccess::loadRecords(image, file.path, oneBlock));
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
+}
+BENCHMARK(BM_LoadRecords)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// The fast reader and its block assembly (normal and one-block).
+void BM_LoadPlain(benchmark::State& state)
+{
+    static const ImageFile file(false);
+    const bool oneBlock = state.range(0) != 0;
+    for (auto _ : state) {
+        IntelHexFile image;
+        benchmark::DoNotOptimize(IntelHexTestAccess::loadPlain(image, file.path, oneBlock));
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
+}
+BENCHMARK(BM_LoadPlain)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// Records out of order: load() falls back to the exact reader.
+void BM_LoadShuffled(benchmark::State& state)
+{
+    static const ImageFile file(true);
+    for (auto _ : state) {
+        IntelHexFile image;
+        benchmark::DoNotOptimize(image.load(file.path.c_str(), false));
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
+}
+BENCHMARK(BM_LoadShuffled)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+BENCHMARK_MAIN();

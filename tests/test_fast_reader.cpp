@@ -1,0 +1,234 @@
+// load() reads plain files with a fast reader and everything else with the
+// exact record-set reader. These tests check that both give the same blocks,
+// results, exceptions and diagnostics, and that the fast reader really takes
+// the plain files and declines the others without a trace.
+#include "intelhex.h"
+#include "support/capture.h"
+#include "support/hex_text.h"
+#include "support/temp_dir.h"
+#include "support/test_access.h"
+
+#include <gtest/gtest.h>
+
+#include <new>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+struct Outcome {
+    std::string result; // "true", "false" or the exception's type
+    std::vector<std::vector<uint8_t>> bytes;
+    std::vector<uint32_t> addresses;
+    std::vector<size_t> sizes;
+    CapturedOutput io;
+};
+
+bool operator==(const Outcome& a, const Outcome& b)
+{
+    return a.result == b.result && a.bytes == b.bytes && a.addresses == b.addresses && a.sizes == b.sizes &&
+           a.io.out == b.io.out && a.io.err == b.io.err;
+}
+
+std::ostream& operator<<(std::ostream& os, const Outcome& o)
+{
+    return os << o.result << ", " << o.addresses.size() << " blocks, out \"" << o.io.out << "\", err \""
+              << o.io.err << "\"";
+}
+
+template <typename Load> Outcome run(const Load& load)
+{
+    Outcome o;
+    IntelHexFile image;
+    const uint8_t marker[] = {0x5A};
+    image = IntelHexFile(0x1234, 0x5678, 1, marker); // a block from before
+    try {
+        o.io = captureOutputKeeping([&] { o.result = load(image) ? "true" : "false"; }, &o.io);
+    } catch (const std::out_of_range&) {
+        o.result = "out_of_range";
+    } catch (const std::bad_alloc&) {
+        o.result = "bad_alloc";
+    }
+    for (size_t i = 0; i < image.getBlockCount(); ++i) {
+        const IntelHexFileBlock& b = image[i];
+        o.addresses.push_back(static_cast<uint32_t>(b.getLinearBase()) << 16 | b.getStartAddress());
+        o.sizes.push_back(b.getSize());
+        o.bytes.emplace_back(b.getBuffer(), b.getBuffer() + b.getSize());
+    }
+    return o;
+}
+
+Outcome viaLoad(const std::string& path, bool oneBlock)
+{
+    return run([&](IntelHexFile& image) { return image.load(path.c_str(), oneBlock); });
+}
+
+Outcome viaRecords(const std::string& path, bool oneBlock)
+{
+    return run([&](IntelHexFile& image) { return IntelHexTestAccess::loadRecords(image, path, oneBlock); });
+}
+
+// The fast reader alone: whether it took the file, and what it printed.
+struct PlainAttempt {
+    bool taken;
+    size_t blockCount;
+    CapturedOutput io;
+};
+
+PlainAttempt viaPlain(const std::string& path, bool oneBlock)
+{
+    PlainAttempt a{false, 0, {}};
+    IntelHexFile image;
+    try {
+        a.io = captureOutput([&] { a.taken = IntelHexTestAccess::loadPlain(image, path, oneBlock); });
+    } catch (const std::bad_alloc&) {
+        a.taken = true; // took the file, then refused the one-block size
+    }
+    a.blockCount = image.getBlockCount();
+    return a;
+}
+
+class FastReader : public ::testing::Test {
+protected:
+    // Checks that load() and the exact reader agree on text in both modes,
+    // and that the fast reader takes the file exactly when expectPlain.
+    void expectSameAsExact(const std::string& text, bool expectPlain, const std::string& what)
+    {
+        const std::string path = dir.write("case" + std::to_string(++cases) + ".hex", text);
+        for (bool oneBlock : {false, true}) {
+            SCOPED_TRACE(what + (oneBlock ? " (one block)" : " (normal)"));
+            EXPECT_EQ(viaLoad(path, oneBlock), viaRecords(path, oneBlock));
+            const PlainAttempt plain = viaPlain(path, oneBlock);
+            EXPECT_EQ(plain.taken, expectPlain);
+            EXPECT_EQ(plain.io.out, "");
+            EXPECT_EQ(plain.io.err, "");
+            if (!plain.taken) {
+                EXPECT_EQ(plain.blockCount, 0u);
+            }
+        }
+    }
+
+    TempDir dir;
+    int cases = 0;
+};
+
+} // namespace
+
+TEST_F(FastReader, TakesPlainFiles)
+{
+    expectSameAsExact(joinLines({":0300300002337A1E", ":04003300AABBCCDDBB", EOF_RECORD}), true, "contiguous");
+    expectSameAsExact(joinLines({dataRecord(0, countingBytes(16)), dataRecord(0x20, countingBytes(16)), EOF_RECORD}),
+                      true, "gap");
+    expectSameAsExact(joinLines({linearBaseRecord(0x0800), dataRecord(0, {1}), linearBaseRecord(0x0801),
+                                 dataRecord(4, {2}), EOF_RECORD}),
+                      true, "two bases");
+    expectSameAsExact(joinLines({dataRecord(0xFFF0, countingBytes(16)), linearBaseRecord(1),
+                                 dataRecord(0, countingBytes(4)), EOF_RECORD}),
+                      true, "one-block size wraps");
+    expectSameAsExact(joinLines({dataRecord(0x0010, countingBytes(4)), linearBaseRecord(1),
+                                 dataRecord(0x0008, countingBytes(12)), dataRecord(0x0020, {0xEE}), EOF_RECORD}),
+                      true, "later base below the first address");
+    expectSameAsExact(joinLines({dataRecord(0xFFF8, countingBytes(16)), EOF_RECORD}), true, "record past 0xFFFF");
+    expectSameAsExact(joinLines({dataRecord(0, {1}), dataRecord(1, {2})}, "\r\n") + ":00000001FF\r\n", true, "CRLF");
+    expectSameAsExact(joinLines({dataRecord(0, {1})}) + ":00000001FF", true, "no final newline");
+    expectSameAsExact(joinLines({dataRecord(0, {1}), EOF_RECORD, "garbage"}), true, "text after the end");
+    expectSameAsExact(joinLines({dataRecord(0, {1}), ":00000001FFjunk"}), true, "end record with a tail");
+    expectSameAsExact(":0300300002337a1e\n:00000001FF\n", true, "lower-case digits");
+    expectSameAsExact(":00000001FF\n", true, "no data");
+    expectSameAsExact(joinLines({linearBaseRecord(0x0800), EOF_RECORD}), true, "only a base");
+    expectSameAsExact(joinLines({hexRecord(0x04, 0, {0x12, 0x34, 0x56}), dataRecord(0, {1}), EOF_RECORD}), true,
+                      "base record with three bytes");
+}
+
+TEST_F(FastReader, DeclinesEverythingElse)
+{
+    const std::string d0 = dataRecord(0, {1, 2});
+    expectSameAsExact(joinLines({dataRecord(0x10, {1}), dataRecord(0x00, {2}), EOF_RECORD}), false, "descending");
+    expectSameAsExact(joinLines({d0, d0, EOF_RECORD}), false, "duplicate");
+    expectSameAsExact(joinLines({d0, dataRecord(0, {9, 9, 9}), EOF_RECORD}), false, "duplicate address");
+    expectSameAsExact(joinLines({dataRecord(0, countingBytes(16)), dataRecord(8, countingBytes(16)), EOF_RECORD}),
+                      true, "overlap in ascending order");
+    expectSameAsExact(joinLines({d0, ":00001000F0", EOF_RECORD}), false, "zero-length record");
+    expectSameAsExact(joinLines({d0, ":0000000000", EOF_RECORD}), false, "ten zeros");
+    expectSameAsExact(joinLines({d0, "", EOF_RECORD}), false, "blank line");
+    expectSameAsExact(joinLines({" " + d0, EOF_RECORD}), false, "leading space");
+    expectSameAsExact(joinLines({d0 + " ", EOF_RECORD}), false, "trailing space");
+    expectSameAsExact(joinLines({d0 + "\r\r", EOF_RECORD}), false, "two carriage returns");
+    expectSameAsExact(joinLines({"\t" + d0, EOF_RECORD}), false, "tab");
+    expectSameAsExact(joinLines({":0300300002337A1F", EOF_RECORD}), false, "checksum");
+    expectSameAsExact(joinLines({":0300300002337A1E00", EOF_RECORD}), false, "characters after the checksum");
+    expectSameAsExact(joinLines({":0300300002337A", EOF_RECORD}), false, "missing checksum");
+    expectSameAsExact(joinLines({":05003000023", EOF_RECORD}), false, "data past an even-length line");
+    expectSameAsExact(joinLines({":-10000000000", EOF_RECORD}), false, "negative byte count");
+    expectSameAsExact(joinLines({":010000000xFF", EOF_RECORD}), false, "0x prefix");
+    expectSameAsExact(joinLines({":+1000000AB54", EOF_RECORD}), false, "sign");
+    expectSameAsExact(joinLines({hexRecord(0x04, 0, {0x08}), d0, EOF_RECORD}), false, "short base record");
+    expectSameAsExact(joinLines({hexRecord(0x02, 0, {0x10, 0x00}), d0, EOF_RECORD}), false, "segment record");
+    expectSameAsExact(joinLines({d0, hexRecord(0x05, 0, {8, 0, 1, 1}), EOF_RECORD}), false, "start record");
+    expectSameAsExact(joinLines({d0, ":00000001ff"}), false, "lower-case end record");
+    expectSameAsExact(joinLines({d0, " :00000001FF"}), false, "end record after a space");
+    expectSameAsExact(joinLines({d0, dataRecord(2, {3})}), false, "no end record, final newline");
+    expectSameAsExact(d0 + "\n" + dataRecord(2, {3}), false, "no end record, no final newline");
+    expectSameAsExact("", false, "empty file");
+    expectSameAsExact(joinLines({d0, std::string(300000, 'A'), EOF_RECORD}), false, "very long line");
+    expectSameAsExact(joinLines({d0, std::string("\0\0\0", 3), EOF_RECORD}), false, "NUL bytes");
+}
+
+TEST_F(FastReader, LargeGeneratedImagesAgree)
+{
+    std::mt19937 rng(99);
+    std::uniform_int_distribution<int> len(1, 255);
+    std::uniform_int_distribution<int> gapChance(0, 20);
+    std::uniform_int_distribution<int> byte(0, 255);
+    for (int image = 0; image < 6; ++image) {
+        std::vector<std::string> lines;
+        uint32_t address = 0x08000000u + static_cast<uint32_t>(image) * 0x1000u;
+        uint16_t base = 0xFFFF;
+        for (int i = 0; i < 3000; ++i) {
+            if (address >> 16 != base) {
+                base = static_cast<uint16_t>(address >> 16);
+                lines.push_back(linearBaseRecord(base));
+            }
+            const size_t n = static_cast<size_t>(len(rng));
+            std::vector<uint8_t> data(n);
+            for (uint8_t& b : data)
+                b = static_cast<uint8_t>(byte(rng));
+            lines.push_back(dataRecord(static_cast<uint16_t>(address), data));
+            // A record may run past 0xFFFF; the next starts under the next base.
+            address += static_cast<uint32_t>(n);
+            if (gapChance(rng) == 0)
+                address += static_cast<uint32_t>(len(rng));
+        }
+        lines.push_back(EOF_RECORD);
+        expectSameAsExact(joinLines(lines, image % 2 ? "\r\n" : "\n"), true, "image " + std::to_string(image));
+    }
+}
+
+TEST_F(FastReader, PipesAreReadByTheExactReader)
+{
+    const std::string fifo = dir.file("pipe.hex");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string text = joinLines({dataRecord(0x10, {1}), dataRecord(0x00, {2}), EOF_RECORD});
+    const pid_t writer = fork();
+    ASSERT_GE(writer, 0);
+    if (writer == 0) {
+        FILE* f = fopen(fifo.c_str(), "w");
+        fputs(text.c_str(), f);
+        fclose(f);
+        _exit(0);
+    }
+    IntelHexFile image;
+    const bool ok = image.load(fifo.c_str(), false);
+    int status = 0;
+    waitpid(writer, &status, 0);
+    ASSERT_TRUE(ok);
+    ASSERT_EQ(image.getBlockCount(), 2u);
+    EXPECT_EQ(image[0].getStartAddress(), 0x00);
+    EXPECT_EQ(image[1].getStartAddress(), 0x10);
+}
