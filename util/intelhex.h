@@ -1,14 +1,15 @@
-// Intel HEX memory images as contiguous memory blocks.
-//
-// IntelHexFile reads a HEX file (record types 00, 01 and 04) and holds its
-// data as a list of IntelHexFileBlock objects, each one run of contiguous
-// bytes with its 32-bit address split into a linear base (upper 16 bits) and
-// a start address (lower 16 bits).
-//
-// Operations that can fail return bool and print their diagnostics: error
-// lines starting with "#ERROR: " on standard error, the record parser's shape
-// diagnostics on standard output; every line is flushed. Errors of the
-// standard library (std::bad_alloc, std::out_of_range) reach the caller.
+/// @file intelhex.h
+/// Intel HEX memory images as contiguous memory blocks.
+///
+/// IntelHexFile reads a HEX file (record types 00, 01 and 04) and holds its
+/// data as a list of IntelHexFileBlock objects, each one run of contiguous
+/// bytes with its 32-bit address split into a linear base (upper 16 bits) and
+/// a start address (lower 16 bits).
+///
+/// Operations that can fail return bool and print their diagnostics: error
+/// lines starting with "#ERROR: " on standard error, the record parser's shape
+/// diagnostics on standard output; every line is flushed. Errors of the
+/// standard library (std::bad_alloc, std::out_of_range) reach the caller.
 #ifndef INTELHEX_INTELHEX_H
 #define INTELHEX_INTELHEX_H
 
@@ -19,51 +20,64 @@
 #include <string>
 #include <vector>
 
+/// Marks what the shared library exports; everything else stays hidden.
+#if defined(__GNUC__)
+#define INTELHEX_API __attribute__((visibility("default")))
+#else
+#define INTELHEX_API
+#endif
+
 class IntelHexFile;
 
-// One contiguous run of memory contents and the address where it lies.
-// Blocks are created, copied and destroyed only by IntelHexFile; callers hold
-// const references obtained through IntelHexFile::operator[].
-class IntelHexFileBlock {
+/// One contiguous run of memory contents and the address where it lies.
+///
+/// Blocks are created, copied and destroyed only by IntelHexFile; callers hold
+/// const references obtained through IntelHexFile::operator[]. The full
+/// address of byte k is (getLinearBase() << 16) + getStartAddress() + k.
+class INTELHEX_API IntelHexFileBlock {
 public:
-    // Reverses the order of the block's bytes in place; addresses stay.
+    /// Reverses the order of the block's bytes in place; the address fields
+    /// stay as they are. Prints nothing.
     void reverseBuffer();
 
-    // Writes every byte of the block to the open descriptor fd, in pieces of
-    // at most 512 bytes, continuing after short writes. Returns true when all
-    // bytes were written (at once for an empty block). On a failed write it
-    // prints "#ERROR: write() returns an error." to standard error and returns
-    // false; bytes written before stay written. fd is not closed.
+    /// Writes every byte of the block to the open descriptor fd, lowest
+    /// address first, in pieces of at most 512 bytes, continuing after short
+    /// writes. fd is neither positioned nor closed.
+    /// @return true when all bytes were written (at once for an empty block);
+    /// false when a write fails, after printing
+    /// "#ERROR: write() returns an error." to standard error. Bytes written
+    /// before the failure stay written.
     bool writeBinaryTo(int fd) const;
 
-    // Creates or truncates the file fName and writes the block to it as raw
-    // bytes. Returns the result of writeBinaryTo(int). When the file cannot be
-    // created it prints "#ERROR: failed to create file "NAME"" to standard
-    // error and returns false.
+    /// Creates or truncates the file fName and writes the block to it as raw
+    /// bytes through writeBinaryTo(int).
+    /// @return the result of writeBinaryTo(int); false when the file cannot be
+    /// created, after printing "#ERROR: failed to create file "NAME"" to
+    /// standard error.
     bool writeBinaryTo(const char* fName) const;
 
-    // Number of bytes of the block.
+    /// @return the number of bytes of the block.
     size_t getSize() const;
 
-    // Upper 16 bits of the block's 32-bit address.
+    /// @return the upper 16 bits of the block's 32-bit address.
     uint16_t getLinearBase() const;
 
-    // Lower 16 bits of the address of the block's first byte.
+    /// @return the lower 16 bits of the address of the block's first byte.
     uint16_t getStartAddress() const;
 
-    // Lower 16 bits of the address one past the block's last byte, that is
-    // (start address + size) modulo 65536; equals the start address for an
-    // empty block.
+    /// @return the lower 16 bits of the address one past the block's last
+    /// byte, (start address + size) modulo 65536; the start address for an
+    /// empty block.
     uint16_t getEndAddress() const;
 
-    // Pointer to the block's first byte (may be null for an empty block).
+    /// @return a pointer to the block's first byte (null for an empty block).
     const uint8_t* getBuffer() const;
 
 protected:
-    std::vector<uint8_t> buffer;
-    uint16_t linearBase;
-    uint16_t startAddr;
-    size_t size;
+    std::vector<uint8_t> buffer; ///< The bytes, lowest address first.
+    uint16_t linearBase;         ///< Upper 16 bits of the 32-bit address.
+    uint16_t startAddr;          ///< Lower 16 bits of the address of buffer[0].
+    size_t size;                 ///< Number of bytes, as reported by getSize().
 
 private:
     friend class IntelHexFile;
@@ -81,59 +95,71 @@ private:
     IntelHexFileBlock* clone();
 };
 
-// An Intel HEX image: the list of memory blocks read from a file or built
-// from a caller's buffer. The container owns its blocks.
-class IntelHexFile {
+/// An Intel HEX image: the list of memory blocks read from a file or built
+/// from a caller's buffer. The container owns its blocks.
+class INTELHEX_API IntelHexFile {
 public:
+    /// A vector of the blocks the container owns, in the order they were added.
     typedef std::vector<IntelHexFileBlock*> blockarray_t;
 
-    // An empty container.
+    /// An empty container.
     IntelHexFile();
 
-    // A deep copy: every block of obj is cloned, in order.
+    /// A deep copy: every block of obj is cloned, in order. Prints nothing.
     IntelHexFile(const IntelHexFile& obj);
 
-    // An empty container loaded from the HEX file fName, as load() does. The
-    // result of the load is not kept: after a failure the container is empty
-    // and the diagnostics have been printed.
+    /// An empty container loaded from the HEX file fName, as load() does. The
+    /// result of the load is not kept: after a failure the container is empty
+    /// and load()'s diagnostics have been printed. Exceptions of load()
+    /// propagate.
     IntelHexFile(const char* fName, bool oneBlock);
 
-    // A container with exactly one block at theLinearBase:theStartAddr holding
-    // theSize bytes copied from theBuffer (one empty block when theSize is 0).
-    IntelHexFile(uint16_t theLinearBase, uint16_t theStartAddr, size_t theSize,
-                 const uint8_t* theBuffer);
+    /// A container with exactly one block at theLinearBase:theStartAddr
+    /// holding theSize bytes copied from theBuffer (one empty block when
+    /// theSize is 0). theBuffer must point to at least theSize bytes.
+    IntelHexFile(uint16_t theLinearBase, uint16_t theStartAddr, size_t theSize, const uint8_t* theBuffer);
 
-    // Deep copy assignment: this container's blocks are replaced by clones of
-    // obj's. If copying fails (std::bad_alloc) this container is unchanged.
+    /// Deep copy assignment: this container's blocks are replaced by clones of
+    /// obj's. If copying fails (std::bad_alloc) this container is unchanged.
     IntelHexFile& operator=(const IntelHexFile& obj);
 
+    /// Deletes every block.
     ~IntelHexFile();
 
-    // The block at position id. Throws the C string
-    // "IntelHexFile::operator[](size_t id): id outside of range!" (as
-    // const char*) when id >= getBlockCount().
+    /// @return the block at position id, counted from 0.
+    /// @throw const char* "IntelHexFile::operator[](size_t id): id outside of
+    /// range!" when id >= getBlockCount().
     const IntelHexFileBlock& operator[](size_t id) const;
 
-    // Reads the HEX file fName and appends its blocks after any blocks the
-    // container already holds. In normal mode each run of contiguous records
-    // under one linear base becomes a block; with oneBlock the whole file
-    // becomes a single block whose gaps hold 0xFF. Returns true on success.
-    // On failure it prints its diagnostics and returns false, and the
-    // container's blocks are unchanged. std::out_of_range (a data field
-    // running past an even-length line) and std::bad_alloc (an impossible
-    // byte count or one-block size) propagate.
+    /// Reads the HEX file fName and appends its blocks after any blocks the
+    /// container already holds. In normal mode each run of contiguous records
+    /// under one linear base becomes a block, in ascending order of linear
+    /// base and start address; with oneBlock the whole file becomes a single
+    /// block whose gaps hold 0xFF, its records placed by their 16-bit address.
+    ///
+    /// Diagnostics: "#ERROR: ..." lines on standard error (file not opened,
+    /// checksum error, corrupt line, unsupported record type, no end-of-file
+    /// record, zero-length record warning); the parser's "hexline to short"
+    /// and "second unexpected end of line" lines on standard output, as is
+    /// the text of a record of an unsupported type.
+    /// @return true when the file was read and its blocks appended; false on
+    /// any error, with the container's blocks unchanged.
+    /// @throw std::out_of_range when a record's data runs past the end of an
+    /// even-length line.
+    /// @throw std::bad_alloc for a byte count that converts to a negative
+    /// number, for a one-block image whose size wraps, or when memory runs out.
     bool load(const char* fName, bool oneBlock);
 
-    // Reverses the bytes of every block, first block to last.
+    /// Reverses the bytes of every block, first block to last. Prints nothing.
     void reverseBuffers() const;
 
-    // Deletes every block.
+    /// Deletes every block; the container is then empty and can be loaded again.
     void clear();
 
-    // True when the container holds at least one block, even an empty one.
+    /// @return true when the container holds at least one block, even an empty one.
     bool hasData() const;
 
-    // Number of blocks.
+    /// @return the number of blocks.
     size_t getBlockCount() const;
 
 private:
@@ -147,7 +173,7 @@ private:
         size_t dataLen;
         std::vector<uint8_t> data;
     };
-    friend bool operator<(const hexfileline_t& first, const hexfileline_t& second);
+    friend INTELHEX_API bool operator<(const hexfileline_t& first, const hexfileline_t& second);
 
     typedef std::set<hexfileline_t> hexfilelineset_t;
     typedef hexfilelineset_t::const_iterator setconstiterator_t;
@@ -175,8 +201,9 @@ private:
     blockarray_t blocks;
 };
 
+/// @cond INTERNAL
 // Orders records by linear base, then by 16-bit address.
-bool operator<(const IntelHexFile::hexfileline_t& first,
-               const IntelHexFile::hexfileline_t& second);
+INTELHEX_API bool operator<(const IntelHexFile::hexfileline_t& first, const IntelHexFile::hexfileline_t& second);
+/// @endcond
 
 #endif // INTELHEX_INTELHEX_H

@@ -1,0 +1,65 @@
+# Install rules: headers under include/intelhex, the library, the hexblocks
+# tool, a CMake package (find_package(intelhex CONFIG) -> intelhex::intelhex),
+# a pkg-config file, and a Debian package through CPack.
+include(CMakePackageConfigHelpers)
+
+set(INTELHEX_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/intelhex)
+
+install(TARGETS intelhex
+    EXPORT intelhexTargets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/intelhex COMPONENT development)
+
+if(TARGET hexblocks)
+    install(TARGETS hexblocks RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+endif()
+
+install(EXPORT intelhexTargets
+    NAMESPACE intelhex::
+    DESTINATION ${INTELHEX_CMAKE_DIR}
+    COMPONENT development)
+
+configure_package_config_file(cmake/intelhexConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/intelhexConfig.cmake
+    INSTALL_DESTINATION ${INTELHEX_CMAKE_DIR})
+# Before 1.0 a minor version may change the interface.
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/intelhexConfigVersion.cmake
+    COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/intelhexConfig.cmake ${PROJECT_BINARY_DIR}/intelhexConfigVersion.cmake
+    DESTINATION ${INTELHEX_CMAKE_DIR}
+    COMPONENT development)
+
+# pkg-config: the prefix is found relative to the .pc file, so an installed
+# tree can be moved (or unpacked from the .deb) anywhere.
+file(RELATIVE_PATH INTELHEX_PC_TO_PREFIX
+    ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" INTELHEX_PC_TO_PREFIX "${INTELHEX_PC_TO_PREFIX}")
+configure_file(cmake/intelhex.pc.in ${PROJECT_BINARY_DIR}/intelhex.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/intelhex.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT development)
+
+install(FILES README.md CHANGELOG.md LICENSE
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    COMPONENT development
+    OPTIONAL)
+
+# Debian package for the architecture being built for.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME intelhex)
+set(CPACK_PACKAGE_VENDOR "intelhex developers")
+set(CPACK_PACKAGE_CONTACT "intelhex developers <intelhex@example.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_DEBIAN_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+    "C++ library and hexblocks tool that read Intel HEX memory images\n into contiguous memory blocks, with headers, CMake and pkg-config files.")
+if(CMAKE_CROSSCOMPILING AND CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
+    set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.36), libstdc++6 (>= 12)")
+else()
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+include(CPack)

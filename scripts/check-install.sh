@@ -1,0 +1,88 @@
+#!/bin/bash
+# Installs the library to temporary prefixes (static and shared), then builds
+# and runs examples/consumer against it through find_package, through
+# pkg-config and as a subproject; checks what the shared object exports; and
+# makes the Debian package and builds the consumer against its contents.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$PWD
+
+scripts/deps.sh cmake make g++ pkgconf dpkg-dev binutils file
+work=$(mktemp -d /tmp/intelhex-install-XXXXXX)
+trap 'rm -rf "$work"' EXIT
+jobs=$(nproc 2>/dev/null || echo 2)
+expected=$'block 0: 0x08000000, 4096 bytes\nblock 1: 0x08004000, 12288 bytes\nblock 2: 0x0801FC00, 64 bytes'
+
+run_consumer() { # label build-dir [env...]
+    local label=$1 dir=$2
+    shift 2
+    local out
+    out=$(env "$@" "$dir/consumer" "$root/examples/sample.hex")
+    if [ "$out" != "$expected" ]; then
+        echo "consumer ($label) printed:"$'\n'"$out" >&2
+        exit 1
+    fi
+    echo "ok: consumer through $label"
+}
+
+for kind in static shared; do
+    shared=OFF
+    [ $kind = shared ] && shared=ON
+    prefix=$work/prefix-$kind
+    cmake -S . -B "$work/build-$kind" -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=$shared \
+        -DINTELHEX_BUILD_TESTS=OFF -DINTELHEX_BUILD_BENCHMARKS=OFF -DINTELHEX_BUILD_EXAMPLES=OFF \
+        -DINTELHEX_WERROR=ON -DCMAKE_INSTALL_PREFIX="$prefix" >/dev/null
+    cmake --build "$work/build-$kind" -j "$jobs" >/dev/null
+    cmake --install "$work/build-$kind" >/dev/null
+    echo "== $kind library installed in $prefix"
+    (cd "$prefix" && find . -type f -o -type l | sort | sed 's/^/   /')
+    "$prefix/bin/hexblocks" --version
+
+    if [ $kind = shared ]; then
+        so=$(readlink -f "$prefix/lib/libintelhex.so")
+        soname=$(objdump -p "$so" | awk '/SONAME/ {print $2}')
+        [ "$soname" = libintelhex.so.0.1 ] || { echo "unexpected SONAME $soname" >&2; exit 1; }
+        # Every exported symbol belongs to the public classes.
+        leaked=$(nm -D --defined-only -C "$so" | awk '{ $1=""; $2=""; print substr($0, 3) }' |
+            grep -v -E '^(IntelHexFile|IntelHexFileBlock)::|^operator<\(IntelHexFile::hexfileline_t' || true)
+        if [ -n "$leaked" ]; then
+            echo "symbols exported beyond the public API:"$'\n'"$leaked" >&2
+            exit 1
+        fi
+        echo "ok: SONAME $soname, only the public API exported ($(nm -D --defined-only "$so" | wc -l) symbols)"
+    fi
+
+    cmake -S examples/consumer -B "$work/consumer-package-$kind" -DINTELHEX_CONSUMER_MODE=package \
+        -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+    cmake --build "$work/consumer-package-$kind" >/dev/null
+    run_consumer "find_package ($kind)" "$work/consumer-package-$kind"
+
+    PKG_CONFIG_PATH="$prefix/lib/pkgconfig" cmake -S examples/consumer -B "$work/consumer-pc-$kind" \
+        -DINTELHEX_CONSUMER_MODE=pkgconfig >/dev/null
+    cmake --build "$work/consumer-pc-$kind" >/dev/null
+    run_consumer "pkg-config ($kind)" "$work/consumer-pc-$kind" LD_LIBRARY_PATH="$prefix/lib"
+
+    cmake -S examples/consumer -B "$work/consumer-sub-$kind" -DINTELHEX_CONSUMER_MODE=subproject \
+        -DINTELHEX_SOURCE_DIR="$root" -DBUILD_SHARED_LIBS=$shared >/dev/null
+    cmake --build "$work/consumer-sub-$kind" >/dev/null
+    run_consumer "add_subdirectory ($kind)" "$work/consumer-sub-$kind"
+    # Only the library is built for a parent project: no tests or tools.
+    if [ -e "$work/consumer-sub-$kind/intelhex/tools" ] || [ -e "$work/consumer-sub-$kind/intelhex/tests" ]; then
+        echo "the subproject built its tests or tools" >&2
+        exit 1
+    fi
+done
+
+echo "== Debian package"
+(cd "$work/build-static" && cpack >/dev/null)
+deb=$(ls "$work"/build-static/intelhex_*.deb)
+dpkg-deb --info "$deb" | sed -n 's/^ \(Package\|Version\|Architecture\|Depends\):/   &/p'
+dpkg-deb --contents "$deb" | awk '{print "   " $6}'
+dpkg-deb -x "$deb" "$work/deb-root"
+cmake -S examples/consumer -B "$work/consumer-deb" -DINTELHEX_CONSUMER_MODE=package \
+    -DCMAKE_PREFIX_PATH="$work/deb-root/usr" >/dev/null
+cmake --build "$work/consumer-deb" >/dev/null
+run_consumer "the .deb's files" "$work/consumer-deb"
+mkdir -p "${INTELHEX_DEB_DIR:-build/packages}"
+cp "$deb" "${INTELHEX_DEB_DIR:-build/packages}/"
+echo "ok: $(basename "$deb") in ${INTELHEX_DEB_DIR:-build/packages}"
