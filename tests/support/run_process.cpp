@@ -65,7 +65,7 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
             limit.rlim_cur = limit.rlim_max = fileSizeLimit;
             setrlimit(RLIMIT_FSIZE, &limit);
         }
-        execv(program.c_str(), argv.data());
+        execvp(program.c_str(), argv.data());
         _exit(127);
     }
     int status = 0;

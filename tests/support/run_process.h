@@ -11,7 +11,7 @@ struct ProcessResult {
     std::string err;
 };
 
-// Runs program with args (argv[0] is program) in directory cwd (empty: the
+// Runs program (searched in PATH when it has no slash) with args in directory cwd (empty: the
 // current one), with no standard input. A non-zero fileSizeLimit caps the
 // size of any file the child writes (RLIMIT_FSIZE, with SIGXFSZ ignored), so
 // that its writes fail part way.

@@ -19,9 +19,30 @@ const std::string TOOL = HEXBLOCKS_PATH;
 const std::string SIGNATURE =
     "void IntelHexFile::parseLine(std::string&, IntelHexFile::hexfileline_t&)";
 
+// Runs the tool, through the emulator named in HEXBLOCKS_LAUNCHER ('|'
+// between its words) when the tests run on another architecture.
+ProcessResult runTool(const std::vector<std::string>& args, const std::string& cwd, unsigned long fileSizeLimit)
+{
+    std::vector<std::string> command;
+    const std::string launcher = HEXBLOCKS_LAUNCHER;
+    for (std::string::size_type start = 0; start < launcher.size();) {
+        const std::string::size_type bar = launcher.find('|', start);
+        const std::string::size_type end = bar == std::string::npos ? launcher.size() : bar;
+        command.push_back(launcher.substr(start, end - start));
+        start = end + 1;
+    }
+    if (command.empty())
+        return runProcess(TOOL, args, cwd, fileSizeLimit);
+    command.push_back(TOOL);
+    command.insert(command.end(), args.begin(), args.end());
+    const std::string program = command.front();
+    command.erase(command.begin());
+    return runProcess(program, command, cwd, fileSizeLimit);
+}
+
 ProcessResult hexblocks(const std::vector<std::string>& args, const std::string& cwd = "")
 {
-    return runProcess(TOOL, args, cwd);
+    return runTool(args, cwd, 0);
 }
 
 std::vector<std::string> listDir(const std::string& path)
@@ -283,7 +304,7 @@ TEST_F(Hexblocks, FailedWriteLeavesNoPartialFile)
     const std::string out = dir.file("out");
     ASSERT_EQ(runProcess("/bin/mkdir", {out}).exitCode, 0);
     // Files may grow to 1000 bytes only: the 4096-byte block fails part way.
-    const ProcessResult r = runProcess(TOOL, {"bin", path, "-o", out}, "", 1000);
+    const ProcessResult r = runTool({"bin", path, "-o", out}, "", 1000);
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "hexblocks: cannot write '" + out + "/big_0x00000000.bin': File too large\n");

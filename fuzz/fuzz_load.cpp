@@ -1,0 +1,80 @@
+// Loads arbitrary bytes as a HEX file in both modes. std::out_of_range and
+// std::bad_alloc are outcomes the library documents; anything else that
+// escapes, or a sanitizer report, is a bug. For inputs that load, checks the
+// invariants of the blocks.
+#include "fuzz_common.h"
+#include "intelhex.h"
+#include "support/test_access.h"
+
+#include <new>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+uint64_t fullStart(const IntelHexFileBlock& block)
+{
+    return static_cast<uint64_t>(block.getLinearBase()) << 16 | block.getStartAddress();
+}
+
+void checkBlocks(const IntelHexFile& image, bool oneBlock)
+{
+    if (oneBlock)
+        FUZZ_CHECK(image.getBlockCount() <= 1);
+    for (size_t i = 0; i < image.getBlockCount(); ++i) {
+        const IntelHexFileBlock& block = image[i];
+        FUZZ_CHECK(block.getSize() == IntelHexTestAccess::bufferLength(block));
+        // A block never holds more than a 16-bit address range and a record.
+        FUZZ_CHECK(block.getSize() <= 0xFFFF + 0xFF);
+        if (i > 0) {
+            // Strictly ascending by linear base and start address. (Blocks
+            // may overlap: overlapping records end a run and start another.)
+            FUZZ_CHECK(fullStart(image[i - 1]) < fullStart(block));
+        }
+    }
+}
+
+// Loads the file twice into one container: the second load appends the same
+// blocks again.
+void loadTwice(const char* path, bool oneBlock)
+{
+    IntelHexFile image;
+    bool first = false;
+    try {
+        first = image.load(path, oneBlock);
+    } catch (const std::out_of_range&) {
+        return;
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+    if (!first) {
+        FUZZ_CHECK(image.getBlockCount() == 0);
+        return;
+    }
+    checkBlocks(image, oneBlock);
+    const size_t count = image.getBlockCount();
+    FUZZ_CHECK(image.load(path, oneBlock)); // the same bytes load again
+    FUZZ_CHECK(image.getBlockCount() == 2 * count);
+    for (size_t i = 0; i < count; ++i) {
+        const IntelHexFileBlock& a = image[i];
+        const IntelHexFileBlock& b = image[count + i];
+        FUZZ_CHECK(fullStart(a) == fullStart(b) && a.getSize() == b.getSize());
+        FUZZ_CHECK(a.getSize() == 0 || std::equal(a.getBuffer(), a.getBuffer() + a.getSize(), b.getBuffer()));
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    silenceDiagnostics();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    const MemoryFile file(data, size);
+    loadTwice(file.path(), false);
+    loadTwice(file.path(), true);
+    return 0;
+}
