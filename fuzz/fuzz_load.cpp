@@ -1,4 +1,4 @@
-// Loads arbitrary bytes as a HEX file in both modes. std::out_of_range and
+// Loads arbitrary bytes as a HEX file in both modes, with both readers. std::out_of_range and
 // std::bad_alloc are outcomes the library documents; anything else that
 // escapes, or a sanitizer report, is a bug. For inputs that load, checks the
 // invariants of the blocks.
@@ -63,6 +63,41 @@ void loadTwice(const char* path, bool oneBlock)
     }
 }
 
+// The reader of the whole format: blocks never overlap, ascend by full
+// address, and a one-block image stays within the limit.
+void loadFullFormat(const char* path, bool oneBlock)
+{
+    IntelHexFile image;
+    IntelHexFile::fulloptions_t options;
+    options.oneBlock = oneBlock;
+    options.maxImageSize = 4u << 20;
+    bool loaded = false;
+    try {
+        loaded = image.loadFullFormat(path, options);
+    } catch (const std::bad_alloc&) {
+        FUZZ_CHECK(false); // no allocation may fail for a small input
+    }
+    if (!loaded) {
+        FUZZ_CHECK(image.getBlockCount() == 0 && !image.hasStartAddress());
+        FUZZ_CHECK(!image.getErrorReason().empty());
+        return;
+    }
+    FUZZ_CHECK(image.getErrorLine() == 0 && image.getErrorReason().empty());
+    if (oneBlock)
+        FUZZ_CHECK(image.getBlockCount() <= 1);
+    uint64_t previousEnd = 0;
+    for (size_t i = 0; i < image.getBlockCount(); ++i) {
+        const IntelHexFileBlock& block = image[i];
+        FUZZ_CHECK(block.getSize() == IntelHexTestAccess::bufferLength(block));
+        FUZZ_CHECK(block.getSize() > 0 && block.getSize() <= options.maxImageSize);
+        FUZZ_CHECK(i == 0 || fullStart(block) > previousEnd); // a gap between blocks
+        previousEnd = fullStart(block) + block.getSize();
+        FUZZ_CHECK(previousEnd <= 0x100000000ull);
+    }
+    if (image.hasStartAddress())
+        FUZZ_CHECK(image.getStartAddressType() == 3 || image.getStartAddressType() == 5);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
@@ -76,5 +111,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const MemoryFile file(data, size);
     loadTwice(file.path(), false);
     loadTwice(file.path(), true);
+    loadFullFormat(file.path(), false);
+    loadFullFormat(file.path(), true);
     return 0;
 }

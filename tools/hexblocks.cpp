@@ -51,9 +51,12 @@ const char MAIN_HELP[] =
     "  -h, --help      show help (after a command: that command's help)\n"
     "  -V, --version   show the version\n"
     "\n"
-    "Records of types 00, 01 and 04 are read; a file with any other type, a bad\n"
-    "checksum or a missing end-of-file record is rejected with the library's own\n"
-    "diagnostics, followed by one line naming the file.\n"
+    "By default records of types 00, 01 and 04 are read, and a file with any other\n"
+    "type, a bad checksum or a missing end-of-file record is rejected. With\n"
+    "--full-format (-F), every command reads the whole format: types 00 to 05,\n"
+    "segment and linear addresses, start addresses, blocks by full 32-bit address.\n"
+    "After a failed load the library's own diagnostics are followed by one line\n"
+    "FILE:LINE: REASON.\n"
     "\n"
     "Exit status: 0 on success, 1 when a file cannot be loaded or written,\n"
     "2 on a usage error.\n";
@@ -65,38 +68,44 @@ struct CommandSpec {
 };
 
 const CommandSpec COMMANDS[] = {
-    {"info", "usage: hexblocks info FILE [--one-block] [--json]\n",
+    {"info", "usage: hexblocks info FILE [--one-block] [--full-format] [--json]\n",
      "List the blocks of FILE: index, full 32-bit start and end address (the\n"
      "last byte), size, linear base (upper 16 bits) and 16-bit start address,\n"
      "then a total line with the number of blocks, the bytes and the span.\n"
      "\n"
+     "With --full-format it also shows the start address, if the file gives one.\n"
+     "\n"
      "  -1, --one-block   load the whole file as one block, gaps filled with 0xFF\n"
+     "  -F, --full-format read the whole format (types 00 to 05, 32-bit blocks)\n"
      "  -j, --json        print the same as JSON\n"
      "  -h, --help        show this help\n"},
-    {"map", "usage: hexblocks map FILE [--one-block] [--width N]\n",
+    {"map", "usage: hexblocks map FILE [--one-block] [--full-format] [--width N]\n",
      "Draw the address space of FILE: a strip in which every block has a letter\n"
      "and takes room in proportion to its size, '.' marks a gap, and \"=//=\"\n"
      "marks a gap too large to draw to scale; then one line per block and gap.\n"
      "Files with many blocks are shown as at most 16 regions of neighbouring blocks.\n"
      "\n"
      "  -1, --one-block   load the whole file as one block\n"
+     "  -F, --full-format read the whole format (types 00 to 05, 32-bit blocks)\n"
      "  -w, --width N     width of the strip in columns (16 to 1000, default 64)\n"
      "  -h, --help        show this help\n"},
-    {"bin", "usage: hexblocks bin FILE [-o DIR] [--one-block] [--reverse]\n",
+    {"bin", "usage: hexblocks bin FILE [-o DIR] [--one-block] [--full-format] [--reverse]\n",
      "Write each block of FILE as a raw binary file named after FILE and the\n"
      "block's full start address, e.g. app_0x08004000.bin, and print one line per\n"
      "file written. A file that cannot be written completely is removed.\n"
      "\n"
      "  -o, --output DIR  directory for the files (default: the current directory)\n"
      "  -1, --one-block   load the whole file as one block, gaps filled with 0xFF\n"
+     "  -F, --full-format read the whole format (types 00 to 05, 32-bit blocks)\n"
      "  -r, --reverse     reverse the bytes of every block before writing\n"
      "  -h, --help        show this help\n"},
-    {"dump", "usage: hexblocks dump FILE [--block N] [--one-block]\n",
+    {"dump", "usage: hexblocks dump FILE [--block N] [--one-block] [--full-format]\n",
      "Print the blocks of FILE as hex and ASCII, 16 bytes a line, in the style of\n"
      "xxd, with full 32-bit addresses.\n"
      "\n"
      "  -b, --block N     dump only block N (counted from 0)\n"
      "  -1, --one-block   load the whole file as one block\n"
+     "  -F, --full-format read the whole format (types 00 to 05, 32-bit blocks)\n"
      "  -h, --help        show this help\n"},
 };
 
@@ -120,6 +129,7 @@ struct Options {
     std::string file;
     std::string outputDir = ".";
     bool oneBlock = false;
+    bool fullFormat = false;
     bool json = false;
     bool reverse = false;
     bool hasBlock = false;
@@ -166,9 +176,10 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
     const std::string name = command.name;
     // A leading ':' makes getopt report a missing value apart from an unknown
     // option; without '+' options may also follow the file name.
-    std::string shortOptions = ":h1";
+    std::string shortOptions = ":h1F";
     std::vector<option> longOptions = {{"help", no_argument, nullptr, 'h'},
-                                       {"one-block", no_argument, nullptr, '1'}};
+                                       {"one-block", no_argument, nullptr, '1'},
+                                       {"full-format", no_argument, nullptr, 'F'}};
     if (name == "info") {
         shortOptions += "j";
         longOptions.push_back({"json", no_argument, nullptr, 'j'});
@@ -195,6 +206,7 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
         switch (c) {
         case 'h': options.help = true; break;
         case '1': options.oneBlock = true; break;
+        case 'F': options.fullFormat = true; break;
         case 'j': options.json = true; break;
         case 'r': options.reverse = true; break;
         case 'o': options.outputDir = optarg; break;
@@ -225,22 +237,25 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
     return EXIT_OK;
 }
 
-// Loads options.file into image. The library prints its own diagnostics;
-// this adds one line naming the file.
+// Loads options.file into image with the reader the options choose. The
+// library prints its own diagnostics; this adds one line, "FILE:LINE: reason"
+// (or "FILE: reason" when no line is to blame).
 bool loadImage(const Options& options, IntelHexFile& image)
 {
-    std::string reason;
     try {
-        if (image.load(options.file.c_str(), options.oneBlock))
+        const bool loaded = options.fullFormat ? image.loadFullFormat(options.file.c_str(), options.oneBlock)
+                                               : image.load(options.file.c_str(), options.oneBlock);
+        if (loaded)
             return true;
-        reason = "cannot load";
     } catch (const std::out_of_range&) {
-        reason = "cannot load: a record's data runs past the end of its line in";
     } catch (const std::bad_alloc&) {
-        reason = options.oneBlock ? "cannot load: the one-block image would not fit in memory, for"
-                                  : "cannot load: a record asks for an impossible amount of memory in";
+        if (image.getErrorReason().empty())
+            std::cerr << options.file << ": out of memory" << std::endl;
     }
-    std::cerr << PROGRAM << ": " << reason << " '" << options.file << "'" << std::endl;
+    std::cerr << options.file;
+    if (image.getErrorLine() > 0)
+        std::cerr << ":" << image.getErrorLine();
+    std::cerr << ": " << (image.getErrorReason().empty() ? "cannot load" : image.getErrorReason()) << std::endl;
     return false;
 }
 
@@ -301,6 +316,18 @@ Totals totalsOf(const IntelHexFile& image)
     return t;
 }
 
+// "0x08000131 (linear, type 05)" or "0000:28F5 = 0x000028F5 (segment CS:IP, type 03)".
+std::string startAddressText(const IntelHexFile& image)
+{
+    const uint32_t value = image.getStartAddressValue();
+    if (image.getStartAddressType() == 5)
+        return hexAddress(value) + " (linear, type 05)";
+    char text[64];
+    std::snprintf(text, sizeof text, "%04X:%04X = %s (segment CS:IP, type 03)", value >> 16, value & 0xFFFF,
+                  hexAddress(static_cast<uint64_t>(value >> 16) * 16 + (value & 0xFFFF)).c_str());
+    return text;
+}
+
 void printInfoTable(const IntelHexFile& image)
 {
     const size_t count = image.getBlockCount();
@@ -341,13 +368,25 @@ void printInfoTable(const IntelHexFile& image)
         std::cout << ", span " << hexAddress(t.spanStart) << "-" << hexAddress(t.spanEnd - 1) << ", "
                   << bytesText(t.spanEnd - t.spanStart);
     std::cout << "\n";
+    if (image.hasStartAddress())
+        std::cout << "start address: " << startAddressText(image) << "\n";
 }
 
 void printInfoJson(const IntelHexFile& image, const Options& options)
 {
     const Totals t = totalsOf(image);
     std::cout << "{\n  \"file\": " << jsonString(options.file) << ",\n  \"mode\": \""
-              << (options.oneBlock ? "one-block" : "normal") << "\",\n  \"blocks\": [";
+              << (options.oneBlock ? "one-block" : "normal") << "\",\n";
+    if (options.fullFormat) {
+        std::cout << "  \"format\": \"full\",\n  \"start_address\": ";
+        if (image.hasStartAddress())
+            std::cout << "{\"type\": " << static_cast<unsigned>(image.getStartAddressType())
+                      << ", \"value\": " << image.getStartAddressValue() << "}";
+        else
+            std::cout << "null";
+        std::cout << ",\n";
+    }
+    std::cout << "  \"blocks\": [";
     for (size_t i = 0; i < image.getBlockCount(); ++i) {
         const IntelHexFileBlock& b = image[i];
         const uint64_t start = fullStart(b);

@@ -77,6 +77,12 @@ long convertField(const std::string& line, size_t pos, size_t len)
     return std::strtol(field.c_str(), nullptr, 16);
 }
 
+std::string hexByte(unsigned value)
+{
+    static const char digits[] = "0123456789ABCDEF";
+    return std::string{digits[value >> 4 & 0xF], digits[value & 0xF]};
+}
+
 bool startsWithEofRecord(const std::string& line)
 {
     return line.compare(0, HEX_FILE_EOF_LEN, HEX_FILE_EOF) == 0;
@@ -182,6 +188,8 @@ const uint8_t* IntelHexFileBlock::getBuffer() const
 IntelHexFile::IntelHexFile() {}
 
 IntelHexFile::IntelHexFile(const IntelHexFile& obj)
+    : startAddressType(obj.startAddressType), startAddressValue(obj.startAddressValue),
+      errorLine(obj.errorLine), errorReason(obj.errorReason)
 {
     blocks.reserve(obj.blocks.size());
     try {
@@ -220,6 +228,10 @@ IntelHexFile& IntelHexFile::operator=(const IntelHexFile& obj)
     if (this != &obj) {
         IntelHexFile copy(obj);
         blocks.swap(copy.blocks);
+        startAddressType = copy.startAddressType;
+        startAddressValue = copy.startAddressValue;
+        errorLine = copy.errorLine;
+        errorReason.swap(copy.errorReason);
     }
     return *this;
 }
@@ -247,6 +259,39 @@ void IntelHexFile::clear()
     for (IntelHexFileBlock* block : blocks)
         delete block;
     blocks.clear();
+    startAddressType = 0;
+    startAddressValue = 0;
+}
+
+bool IntelHexFile::hasStartAddress() const
+{
+    return startAddressType != 0;
+}
+
+uint8_t IntelHexFile::getStartAddressType() const
+{
+    return startAddressType;
+}
+
+uint32_t IntelHexFile::getStartAddressValue() const
+{
+    return startAddressValue;
+}
+
+size_t IntelHexFile::getErrorLine() const
+{
+    return errorLine;
+}
+
+const std::string& IntelHexFile::getErrorReason() const
+{
+    return errorReason;
+}
+
+void IntelHexFile::setError(size_t line, const std::string& reason)
+{
+    errorLine = line;
+    errorReason = reason;
 }
 
 bool IntelHexFile::hasData() const
@@ -277,6 +322,7 @@ void IntelHexFile::parseLine(std::string& hexLine, hexfileline_t& line)
 
     const size_t lineLen = hexLine.size();
     if (lineLen <= 10 || hexLine[0] != ':') {
+        parseProblem = "line too short or not starting with ':'";
         std::cout << PARSE_LINE_SIGNATURE << ": hexline to short" << std::endl;
         return;
     }
@@ -286,8 +332,10 @@ void IntelHexFile::parseLine(std::string& hexLine, hexfileline_t& line)
     const uint16_t recType = static_cast<uint16_t>(convertField(hexLine, 7, 2));
 
     // Ten zero digits are not a record, although their checksum is right.
-    if (line.dataLen == 0 && recType == 0 && line.address == 0)
+    if (line.dataLen == 0 && recType == 0 && line.address == 0) {
+        parseProblem = "ten zero digits are not a record";
         return;
+    }
 
     if (line.dataLen > MAX_RECORD_DATA)
         throw std::bad_alloc();
@@ -300,8 +348,10 @@ void IntelHexFile::parseLine(std::string& hexLine, hexfileline_t& line)
         line.data[x] = static_cast<uint8_t>(convertField(hexLine, curPos, 2));
         curPos += 2;
         // The line ends where the checksum should begin.
-        if (curPos == lineLen)
+        if (curPos == lineLen) {
+            parseProblem = "the line ends where the checksum should begin";
             return;
+        }
     }
 
     // The sum covers everything from the byte count to the end of the line.
@@ -309,6 +359,7 @@ void IntelHexFile::parseLine(std::string& hexLine, hexfileline_t& line)
     for (size_t pos = 1; pos < lineLen; pos += 2)
         theSum = static_cast<uint8_t>(theSum + convertField(hexLine, pos, 2));
     if (theSum != 0) {
+        parseProblem = "checksum error";
         std::cerr << "#ERROR: checksum error." << std::endl;
         return;
     }
@@ -318,6 +369,7 @@ void IntelHexFile::parseLine(std::string& hexLine, hexfileline_t& line)
         return;
     }
 
+    parseProblem = "the line does not end right after its checksum";
     std::cout << PARSE_LINE_SIGNATURE << ": second unexpected end of line" << std::endl;
     std::cout << (curPos + 2) << ", " << lineLen << std::endl;
 }
@@ -335,30 +387,42 @@ bool IntelHexFile::parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines)
         if (startsWithEofRecord(rawLine))
             return true;
         if (hexFile.eof()) {
+            setError(currentLine, "end of file without an end-of-file record");
             std::cerr << "#ERROR: end of file reached without EoF-record. HEX file might be corrupt."
                       << std::endl;
             return false;
         }
         std::getline(hexFile, rawLine);
+        ++currentLine;
         // Compared as read: exact case, no leading white space, and anything
         // after the first 11 characters is ignored.
         if (startsWithEofRecord(rawLine))
             return true;
 
         hexLine.data.clear();
-        parseLine(rawLine, hexLine);
+        try {
+            parseLine(rawLine, hexLine);
+        } catch (const std::out_of_range&) {
+            setError(currentLine, "the record's data runs past the end of the line");
+            throw;
+        } catch (const std::bad_alloc&) {
+            setError(currentLine, "impossible byte count");
+            throw;
+        }
 
         switch (hexLine.recordType) {
         case 0x04:
             // The base is two big-endian bytes; a shorter record has no base
             // to give and is treated as corrupt rather than read beyond.
             if (hexLine.data.size() < 2) {
+                setError(currentLine, "extended linear address record with fewer than 2 data bytes");
                 std::cerr << "#ERROR: corrupt line data in line \"" << rawLine << "\"" << std::endl;
                 return false;
             }
             linearBase = static_cast<uint16_t>(hexLine.data[0] << 8 | hexLine.data[1]);
             break;
         case 0xFF:
+            setError(currentLine, parseProblem);
             std::cerr << "#ERROR: corrupt line data in line \"" << rawLine << "\"" << std::endl;
             return false;
         case 0x00:
@@ -367,6 +431,7 @@ bool IntelHexFile::parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines)
             lines.insert(hexLine);
             break;
         default:
+            setError(currentLine, "unsupported record type " + hexByte(hexLine.recordType));
             std::cout << rawLine << std::endl;
             std::cerr << "#ERROR: unsupported record type found ("
                       << static_cast<unsigned>(hexLine.recordType) << ")" << std::endl;
@@ -380,8 +445,11 @@ bool IntelHexFile::parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines)
 
 bool IntelHexFile::load(const char* fName, bool oneBlock)
 {
+    setError(0, "");
+    currentLine = 0;
     std::ifstream hexFile(fName);
     if (hexFile.fail()) {
+        setError(0, "cannot open the file");
         std::cerr << "#ERROR: failed to open \"" << fName << "\"" << std::endl;
         return false;
     }
@@ -394,14 +462,17 @@ bool IntelHexFile::load(const char* fName, bool oneBlock)
             return true;
         hexFile.clear();
         hexFile.seekg(start);
-        if (hexFile.fail())
+        if (hexFile.fail()) {
+            setError(0, "cannot read the file again");
             return false;
+        }
     }
     return loadRecords(hexFile, oneBlock);
 }
 
 bool IntelHexFile::loadRecords(std::ifstream& hexFile, bool oneBlock)
 {
+    currentLine = 0;
     hexfilelineset_t lineSet;
     if (!parseHexFile(hexFile, lineSet))
         return false;
@@ -448,8 +519,10 @@ void IntelHexFile::createNewBlock(setconstiterator_t& first, setconstiterator_t&
                           static_cast<uint32_t>(to->data.size());
     // Only one-block mode can get here with a wrapped size; refuse it as the
     // failed allocation of nearly 4 GiB that it would be.
-    if (size > MAX_ONE_BLOCK_SIZE)
+    if (size > MAX_ONE_BLOCK_SIZE) {
+        setError(0, "the one-block image size wraps around (records of several linear bases)");
         throw std::bad_alloc();
+    }
 
     IntelHexFileBlock* block = new IntelHexFileBlock();
     try {
@@ -647,8 +720,10 @@ bool IntelHexFile::loadPlain(std::ifstream& hexFile, bool oneBlock)
     const PlainRun& first = runs.front();
     const PlainRun& final = runs.back();
     const uint32_t size = static_cast<uint32_t>(final.lastRecordAddr) - first.startAddr + final.lastRecordLen;
-    if (size > MAX_ONE_BLOCK_SIZE)
+    if (size > MAX_ONE_BLOCK_SIZE) {
+        setError(0, "the one-block image size wraps around (records of several linear bases)");
         throw std::bad_alloc();
+    }
     std::vector<uint8_t> image(size, 0xFF);
     for (const PlainRun& run : runs) {
         const long long position = static_cast<long long>(run.startAddr) - first.startAddr;
@@ -675,4 +750,300 @@ void IntelHexFile::appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, st
         delete block;
         throw;
     }
+}
+
+// ---------------------------------------------------------------------------
+// IntelHexFile: reader of the whole format
+
+namespace {
+
+const char FULL_WHITE_SPACE[] = " \t\r\v\f";
+
+// A piece of data at its full 32-bit address. A record whose bytes wrap
+// (past 0xFFFFFFFF, or past the end of a 64 KiB segment) gives two pieces.
+struct DataPiece {
+    uint32_t address;
+    uint32_t length;
+    size_t dataOffset; // into the reader's byte store
+    uint32_t line;     // where it came from; also its order in the file
+};
+
+// Reads every line of a HEX file with the record types 00 to 05, keeping
+// data pieces and the start address. It prints the diagnostics of a failing
+// line and reports where and why it failed.
+class FullHexReader {
+public:
+    std::vector<DataPiece> pieces;
+    std::vector<uint8_t> store;
+    uint8_t startType = 0;
+    uint32_t startValue = 0;
+    bool sawEndRecord = false;
+    size_t failedLine = 0;
+    std::string failure;
+
+    bool read(std::streambuf& input)
+    {
+        std::vector<char> buffer(CHUNK_SIZE);
+        size_t held = 0;
+        for (;;) {
+            const std::streamsize got =
+                input.sgetn(buffer.data() + held, static_cast<std::streamsize>(buffer.size() - held));
+            const bool atEnd = got <= 0;
+            const char* lineStart = buffer.data();
+            const char* const end = buffer.data() + held + static_cast<size_t>(got > 0 ? got : 0);
+            for (;;) {
+                const char* newline = static_cast<const char*>(
+                    std::memchr(lineStart, '\n', static_cast<size_t>(end - lineStart)));
+                if (newline == nullptr)
+                    break;
+                if (!takeLine(std::string(lineStart, newline)))
+                    return false;
+                if (sawEndRecord)
+                    return true;
+                lineStart = newline + 1;
+            }
+            held = static_cast<size_t>(end - lineStart);
+            if (atEnd)
+                return held == 0 || takeLine(std::string(lineStart, held));
+            if (held == buffer.size()) {
+                ++line_;
+                return fail("line longer than " + std::to_string(CHUNK_SIZE) + " characters", "");
+            }
+            std::memmove(buffer.data(), lineStart, held);
+        }
+    }
+
+    size_t lineCount() const { return line_; }
+
+private:
+    static const size_t CHUNK_SIZE = 256 * 1024;
+
+    bool fail(const std::string& reason, const std::string& text)
+    {
+        failedLine = line_;
+        failure = reason;
+        std::cerr << "#ERROR: " << reason << "." << std::endl;
+        std::cerr << "#ERROR: corrupt line data in line \"" << text << "\"" << std::endl;
+        return false;
+    }
+
+    bool takeLine(std::string text)
+    {
+        ++line_;
+        strTrim(text, FULL_WHITE_SPACE);
+        if (text.empty())
+            return true; // blank lines are skipped
+
+        if (text[0] != ':')
+            return fail("a record must start with ':'", text);
+        const size_t digits = text.size() - 1;
+        if (digits % 2 != 0)
+            return fail("odd number of hex digits", text);
+        if (digits < 10)
+            return fail("record too short", text);
+        std::vector<uint8_t> bytes(digits / 2);
+        unsigned sum = 0;
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            const uint8_t high = HEX_DIGITS.value[static_cast<unsigned char>(text[1 + 2 * i])];
+            const uint8_t low = HEX_DIGITS.value[static_cast<unsigned char>(text[2 + 2 * i])];
+            if (high > 0xF || low > 0xF)
+                return fail("character that is not a hex digit", text);
+            bytes[i] = static_cast<uint8_t>(high << 4 | low);
+            sum += bytes[i];
+        }
+        const size_t dataLen = bytes[0];
+        if (bytes.size() != dataLen + 5)
+            return fail("byte count " + std::to_string(dataLen) + " does not match the length of the line", text);
+        if ((sum & 0xFF) != 0)
+            return fail("checksum error", text);
+
+        const uint16_t offset = static_cast<uint16_t>(bytes[1] << 8 | bytes[2]);
+        const uint8_t type = bytes[3];
+        const uint8_t* data = bytes.data() + 4;
+        switch (type) {
+        case 0x00:
+            addData(offset, data, dataLen);
+            return true;
+        case 0x01:
+            sawEndRecord = true;
+            return true;
+        case 0x02:
+        case 0x04:
+            if (dataLen != 2)
+                return fail(std::string(type == 0x02 ? "extended segment" : "extended linear") +
+                                " address record needs 2 data bytes",
+                            text);
+            segmented_ = type == 0x02;
+            base_ = segmented_ ? static_cast<uint32_t>(data[0] << 8 | data[1]) * 16
+                               : static_cast<uint32_t>(data[0] << 8 | data[1]) << 16;
+            return true;
+        case 0x03:
+        case 0x05: {
+            if (dataLen != 4)
+                return fail(std::string(type == 0x03 ? "start segment" : "start linear") +
+                                " address record needs 4 data bytes",
+                            text);
+            const uint32_t value = static_cast<uint32_t>(data[0]) << 24 | static_cast<uint32_t>(data[1]) << 16 |
+                                   static_cast<uint32_t>(data[2]) << 8 | data[3];
+            if (startType == 0) {
+                startType = type;
+                startValue = value;
+            } else if (startType != type || startValue != value) {
+                // The first start address wins, as the first record does.
+                std::cerr << "#WARNING: a second, different start address in line " << line_ << " is ignored."
+                          << std::endl;
+            }
+            return true;
+        }
+        default:
+            failedLine = line_;
+            failure = "unsupported record type " + hexByte(type);
+            std::cout << text << std::endl;
+            std::cerr << "#ERROR: unsupported record type found (" << static_cast<unsigned>(type) << ")"
+                      << std::endl;
+            return false;
+        }
+    }
+
+    // Stores a data record as one or two pieces: segment offsets wrap at
+    // 64 KiB, and full addresses at 4 GiB.
+    void addData(uint16_t offset, const uint8_t* data, size_t length)
+    {
+        if (length == 0)
+            return;
+        const size_t stored = store.size();
+        store.insert(store.end(), data, data + length);
+        size_t first = length;
+        if (segmented_)
+            first = std::min<size_t>(length, 0x10000 - offset);
+        else
+            first = std::min<uint64_t>(length, 0x100000000ull - (base_ + static_cast<uint64_t>(offset)));
+        const uint32_t address = segmented_ ? base_ + offset : static_cast<uint32_t>(base_ + offset);
+        pieces.push_back(DataPiece{address, static_cast<uint32_t>(first), stored, static_cast<uint32_t>(line_)});
+        if (first < length) {
+            const uint32_t wrapped = segmented_ ? base_ : 0;
+            pieces.push_back(DataPiece{wrapped, static_cast<uint32_t>(length - first), stored + first,
+                                       static_cast<uint32_t>(line_)});
+        }
+    }
+
+    size_t line_ = 0;
+    bool segmented_ = false;
+    uint32_t base_ = 0;
+};
+
+// A run of contiguous addresses covered by data, [start, end).
+struct DataRun {
+    uint64_t start;
+    uint64_t end;
+};
+
+} // namespace
+
+bool IntelHexFile::loadFullFormat(const char* fName, bool oneBlock)
+{
+    fulloptions_t options;
+    options.oneBlock = oneBlock;
+    return loadFullFormat(fName, options);
+}
+
+bool IntelHexFile::loadFullFormat(const char* fName, const fulloptions_t& options)
+{
+    setError(0, "");
+    std::ifstream hexFile(fName, std::ios::binary);
+    if (hexFile.fail()) {
+        setError(0, "cannot open the file");
+        std::cerr << "#ERROR: failed to open \"" << fName << "\"" << std::endl;
+        return false;
+    }
+
+    FullHexReader reader;
+    if (!reader.read(*hexFile.rdbuf())) {
+        setError(reader.failedLine, reader.failure);
+        return false;
+    }
+    if (!reader.sawEndRecord)
+        std::cerr << "#WARNING: end of file reached without EoF-record." << std::endl;
+
+    // A piece that starts where an earlier one started is dropped whole:
+    // the first record for an address wins.
+    std::vector<DataPiece>& pieces = reader.pieces;
+    std::stable_sort(pieces.begin(), pieces.end(),
+                     [](const DataPiece& a, const DataPiece& b) { return a.address < b.address; });
+    std::vector<DataPiece> kept;
+    kept.reserve(pieces.size());
+    for (const DataPiece& p : pieces)
+        if (kept.empty() || kept.back().address != p.address)
+            kept.push_back(p);
+
+    // Maximal runs of contiguous data by full address.
+    std::vector<DataRun> runs;
+    bool overlaps = false;
+    for (const DataPiece& p : kept) {
+        const uint64_t end = static_cast<uint64_t>(p.address) + p.length;
+        if (!runs.empty() && p.address <= runs.back().end) {
+            overlaps = overlaps || p.address < runs.back().end;
+            runs.back().end = std::max(runs.back().end, end);
+        } else {
+            runs.push_back(DataRun{p.address, end});
+        }
+    }
+
+    if (options.oneBlock && !runs.empty()) {
+        const uint64_t span = runs.back().end - runs.front().start;
+        if (span > options.maxImageSize) {
+            setError(0, "image spans " + std::to_string(span) + " bytes, more than the limit of " +
+                            std::to_string(options.maxImageSize) + " bytes");
+            std::cerr << "#ERROR: image spans " << span << " bytes, more than the limit of " << options.maxImageSize
+                      << " bytes." << std::endl;
+            return false;
+        }
+        runs.assign(1, DataRun{runs.front().start, runs.back().end});
+    }
+
+    // One buffer per run; pieces go in in file order, and a byte already
+    // written keeps its value.
+    std::vector<std::vector<uint8_t>> buffers(runs.size());
+    std::vector<std::vector<bool>> written(runs.size());
+    for (size_t r = 0; r < runs.size(); ++r) {
+        buffers[r].assign(static_cast<size_t>(runs[r].end - runs[r].start), 0xFF);
+        if (overlaps)
+            written[r].assign(buffers[r].size(), false);
+    }
+    std::stable_sort(kept.begin(), kept.end(), [](const DataPiece& a, const DataPiece& b) { return a.line < b.line; });
+    uint64_t repeated = 0;
+    size_t firstRepeatLine = 0;
+    for (const DataPiece& p : kept) {
+        const size_t r = static_cast<size_t>(
+            std::upper_bound(runs.begin(), runs.end(), p.address,
+                             [](uint64_t address, const DataRun& run) { return address < run.start; }) -
+            runs.begin() - 1);
+        const size_t at = static_cast<size_t>(p.address - runs[r].start);
+        const uint8_t* bytes = reader.store.data() + p.dataOffset;
+        if (!overlaps) {
+            std::copy(bytes, bytes + p.length, buffers[r].begin() + static_cast<long>(at));
+            continue;
+        }
+        for (size_t i = 0; i < p.length; ++i) {
+            if (written[r][at + i]) {
+                if (repeated++ == 0)
+                    firstRepeatLine = p.line;
+                continue;
+            }
+            written[r][at + i] = true;
+            buffers[r][at + i] = bytes[i];
+        }
+    }
+    if (repeated > 0)
+        std::cerr << "#WARNING: " << repeated << " bytes given by more than one record, first in line "
+                  << firstRepeatLine << "; the first value of each is kept." << std::endl;
+
+    for (size_t r = 0; r < runs.size(); ++r)
+        appendBlock(static_cast<uint16_t>(runs[r].start >> 16), static_cast<uint16_t>(runs[r].start),
+                    buffers[r]);
+    if (reader.startType != 0) {
+        startAddressType = reader.startType;
+        startAddressValue = reader.startValue;
+    }
+    return true;
 }

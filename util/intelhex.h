@@ -162,6 +162,95 @@ public:
     /// @return the number of blocks.
     size_t getBlockCount() const;
 
+    /// @name Reading the whole format
+    /// load() reads the record types 00, 01 and 04 exactly as it always has.
+    /// loadFullFormat() is an addition for files from every toolchain: it
+    /// reads all six record types of the format and places data by its full
+    /// 32-bit address.
+    /// @{
+
+    /// Options of loadFullFormat().
+    struct fulloptions_t {
+        /// Build one block from the lowest to the highest address, with 0xFF
+        /// in the gaps, instead of one block per run of contiguous data.
+        bool oneBlock = false;
+        /// Largest one-block image, in bytes; a file spanning more fails.
+        size_t maxImageSize = 256u << 20;
+    };
+
+    /// Reads the HEX file fName with the whole format and appends its blocks
+    /// after any blocks the container already holds.
+    ///
+    /// - Types 00 (data) and 01 (end of file): any type-01 record ends the
+    ///   file and nothing after it is read. Blank lines, white space around
+    ///   a record and carriage returns are skipped. A file that ends without
+    ///   an end-of-file record still loads, after the warning
+    ///   "#WARNING: end of file reached without EoF-record." on standard error.
+    /// - Type 04 sets the upper 16 bits of the address; type 02 sets a
+    ///   segment base (its value times 16), and data byte i of a record then
+    ///   lies at base + ((offset + i) mod 65536). Each replaces the base set
+    ///   by either before it. Both must carry two data bytes.
+    /// - Types 03 and 05 give the program's start address (4 data bytes);
+    ///   see hasStartAddress(). If a file gives a different one later, the
+    ///   first is kept and "#WARNING: a second, different start address in
+    ///   line N is ignored." goes to standard error.
+    /// - Any other type fails as in load(): the line on standard output, then
+    ///   "#ERROR: unsupported record type found (N)" on standard error.
+    /// - A rejected line prints "#ERROR: " and the reason (for a bad
+    ///   checksum "#ERROR: checksum error.", as load() does), then
+    ///   "#ERROR: corrupt line data in line "LINE"", on standard error.
+    ///
+    /// In normal mode each maximal run of contiguous data, by full 32-bit
+    /// address, becomes a block, in ascending order of address (a block may
+    /// cross a 64 KiB boundary, so its size may exceed 65536). A record that
+    /// starts at the same address as an earlier one is dropped whole, as in
+    /// load(). Where records overlap otherwise, every byte keeps the value
+    /// of the first record that gives it, and one warning line
+    /// "#WARNING: N bytes given by more than one record, first in line L; the
+    /// first value of each is kept." goes to standard error.
+    ///
+    /// In one-block mode the block spans the lowest to the highest address;
+    /// a span above options.maxImageSize fails with
+    /// "#ERROR: image spans N bytes, more than the limit of M bytes." instead
+    /// of allocating it.
+    /// @return true when the file was read and its blocks appended; false on
+    /// any error, with the container's blocks and start address unchanged.
+    /// @throw std::bad_alloc when memory runs out.
+    bool loadFullFormat(const char* fName, const fulloptions_t& options);
+
+    /// loadFullFormat() with default options apart from oneBlock.
+    bool loadFullFormat(const char* fName, bool oneBlock);
+
+    /// @return true when a file read by loadFullFormat() gave a start address
+    /// (record type 03 or 05); cleared by clear().
+    bool hasStartAddress() const;
+
+    /// @return the type of the record that gave the start address: 3 (start
+    /// segment address, CS:IP) or 5 (start linear address); 0 when none.
+    uint8_t getStartAddressType() const;
+
+    /// @return the start address as the record gave it: for type 5 the 32-bit
+    /// linear address, for type 3 CS in the upper and IP in the lower 16 bits
+    /// (the address it stands for is CS * 16 + IP); 0 when none.
+    uint32_t getStartAddressValue() const;
+
+    /// @}
+
+    /// @name Where a load failed
+    /// @{
+
+    /// @return the 1-based number of the line that made the last load()
+    /// or loadFullFormat() fail (or throw); 0 after a success, or when the
+    /// failure was not caused by a line (a file that cannot be opened, a
+    /// one-block image that is too large).
+    size_t getErrorLine() const;
+
+    /// @return a one-line description of why the last load failed, such as
+    /// "checksum error" or "unsupported record type 02"; empty after a success.
+    const std::string& getErrorReason() const;
+
+    /// @}
+
 private:
     friend class IntelHexTestAccess;
 
@@ -198,7 +287,21 @@ private:
     // Appends a block that takes over bytes.
     void appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, std::vector<uint8_t>& bytes);
 
+    // Records where and why a load failed.
+    void setError(size_t line, const std::string& reason);
+
     blockarray_t blocks;
+
+    // The start address given by a file read with loadFullFormat().
+    uint8_t startAddressType = 0;
+    uint32_t startAddressValue = 0;
+
+    // Where the last load failed; errorLine 0 when not on a line.
+    size_t errorLine = 0;
+    std::string errorReason;
+    // The line being read, and why parseLine rejected its line.
+    size_t currentLine = 0;
+    const char* parseProblem = "";
 };
 
 /// @cond INTERNAL

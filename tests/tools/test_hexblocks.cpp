@@ -351,9 +351,8 @@ TEST_F(Hexblocks, BadChecksumInEveryCommand)
         const ProcessResult r = hexblocks({command, path, command == "bin" ? "-o" + dir.path() : "-1"});
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "") << command;
-        EXPECT_EQ(r.err, "#ERROR: checksum error.\n#ERROR: corrupt line data in line \":0300300002337A1F\"\n"
-                         "hexblocks: cannot load '" +
-                             path + "'\n")
+        EXPECT_EQ(r.err, "#ERROR: checksum error.\n#ERROR: corrupt line data in line \":0300300002337A1F\"\n" +
+                             path + ":2: checksum error\n")
             << command;
     }
     EXPECT_EQ(listDir(dir.path()), std::vector<std::string>({"bad.hex"}));
@@ -367,7 +366,7 @@ TEST_F(Hexblocks, UnsupportedTypeInEveryCommand)
         const ProcessResult r = hexblocks({command, path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, start + "\n") << command;
-        EXPECT_EQ(r.err, "#ERROR: unsupported record type found (5)\nhexblocks: cannot load '" + path + "'\n")
+        EXPECT_EQ(r.err, "#ERROR: unsupported record type found (5)\n" + path + ":2: unsupported record type 05\n")
             << command;
     }
 }
@@ -379,7 +378,7 @@ TEST_F(Hexblocks, MissingFileInEveryCommand)
         const ProcessResult r = hexblocks({command, path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.err, "#ERROR: failed to open \"" + path + "\"\nhexblocks: cannot load '" + path + "'\n");
+        EXPECT_EQ(r.err, "#ERROR: failed to open \"" + path + "\"\n" + path + ": cannot open the file\n");
     }
     EXPECT_TRUE(listDir(dir.path()).empty());
 }
@@ -390,7 +389,7 @@ TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnostics)
     const ProcessResult r = hexblocks({"info", path});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, SIGNATURE + ": hexline to short\n");
-    EXPECT_EQ(r.err, "#ERROR: corrupt line data in line \"\"\nhexblocks: cannot load '" + path + "'\n");
+    EXPECT_EQ(r.err, "#ERROR: corrupt line data in line \"\"\n" + path + ":2: line too short or not starting with ':'\n");
 }
 
 TEST_F(Hexblocks, ExceptionsFromTheLibraryBecomeAnErrorLine)
@@ -398,18 +397,18 @@ TEST_F(Hexblocks, ExceptionsFromTheLibraryBecomeAnErrorLine)
     const std::string shortLine = dir.write("short.hex", joinLines({":05003000023", EOF_RECORD}));
     ProcessResult r = hexblocks({"info", shortLine});
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err, "hexblocks: cannot load: a record's data runs past the end of its line in '" + shortLine + "'\n");
+    EXPECT_EQ(r.err, shortLine + ":1: the record's data runs past the end of the line\n");
 
     const std::string minus = dir.write("minus.hex", joinLines({":-10000000000", EOF_RECORD}));
     r = hexblocks({"info", minus});
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err, "hexblocks: cannot load: a record asks for an impossible amount of memory in '" + minus + "'\n");
+    EXPECT_EQ(r.err, minus + ":1: impossible byte count\n");
 
     const std::string wrap = dir.write("wrap.hex", joinLines({dataRecord(0xFFF0, countingBytes(16)), linearBaseRecord(1),
                                                               dataRecord(0x0000, {1}), EOF_RECORD}));
     r = hexblocks({"bin", wrap, "--one-block", "-o", dir.path()});
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err, "hexblocks: cannot load: the one-block image would not fit in memory, for '" + wrap + "'\n");
+    EXPECT_EQ(r.err, wrap + ": the one-block image size wraps around (records of several linear bases)\n");
 }
 
 TEST_F(Hexblocks, OneBlockBinEqualsObjcopy)
@@ -439,5 +438,117 @@ TEST_F(Hexblocks, OneBlockBinEqualsObjcopy)
         const std::vector<uint8_t> ours = readFileBytes(outDir + "/" + written[0]);
         EXPECT_FALSE(ours.empty());
         EXPECT_EQ(ours, readFileBytes(objcopyOut)) << image.first;
+    }
+}
+
+TEST_F(Hexblocks, FullFormatReadsSegmentAndStartRecords)
+{
+    // Segment 0x1000 (base 0x10000), data at 0xFFFE wrapping to 0x10000, a
+    // start segment address, lower-case digits, a blank line, CR LF.
+    const std::string path = dir.write(
+        "avr.hex", joinLines({hexRecord(0x02, 0, {0x10, 0x00}), "", dataRecord(0xFC00, {1, 2, 3}),
+                              "  " + hexRecord(0x03, 0, {0x10, 0x00, 0xFC, 0x00}) + "  ", ":00000001ff"},
+                             "\r\n"));
+    const ProcessResult strict = hexblocks({"info", path});
+    EXPECT_EQ(strict.exitCode, 1);
+    EXPECT_EQ(strict.err, "#ERROR: unsupported record type found (2)\n" + path + ":1: unsupported record type 02\n");
+
+    const ProcessResult r = hexblocks({"info", "--full-format", path});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out, "#  start       end         size  base    start16\n"
+                     "0  0x0001FC00  0x0001FC02     3  0x0001  0xFC00\n"
+                     "total: 1 block, 3 bytes, span 0x0001FC00-0x0001FC02, 3 bytes\n"
+                     "start address: 1000:FC00 = 0x0001FC00 (segment CS:IP, type 03)\n");
+
+    const ProcessResult json = hexblocks({"info", "-F", "-j", path});
+    EXPECT_EQ(json.exitCode, 0);
+    EXPECT_NE(json.out.find("\"format\": \"full\",\n  \"start_address\": {\"type\": 3, \"value\": 268499968},\n"),
+              std::string::npos)
+        << json.out;
+}
+
+TEST_F(Hexblocks, FullFormatBlocksCrossLinearBases)
+{
+    const std::string path = dir.write(
+        "cross.hex", joinLines({linearBaseRecord(0x0800), dataRecord(0xFFF0, countingBytes(16)), linearBaseRecord(0x0801),
+                                dataRecord(0x0000, countingBytes(16, 16)), hexRecord(0x05, 0, {0x08, 0x00, 0x01, 0x01}),
+                                EOF_RECORD}));
+    const ProcessResult r = hexblocks({"info", path, "--full-format"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.out, "#  start       end         size  base    start16\n"
+                     "0  0x0800FFF0  0x0801000F    32  0x0800  0xFFF0\n"
+                     "total: 1 block, 32 bytes, span 0x0800FFF0-0x0801000F, 32 bytes\n"
+                     "start address: 0x08000101 (linear, type 05)\n");
+    const ProcessResult bin = hexblocks({"bin", path, "-F", "-o", dir.path()});
+    EXPECT_EQ(bin.exitCode, 0);
+    EXPECT_EQ(readFileBytes(dir.file("cross_0x0800FFF0.bin")), countingBytes(32));
+    const ProcessResult map = hexblocks({"map", "-F", path});
+    EXPECT_EQ(map.exitCode, 0);
+    EXPECT_NE(map.out.find("  A  0x0800FFF0-0x0801000F        32 B  block 0\n"), std::string::npos) << map.out;
+    const ProcessResult dump = hexblocks({"dump", "-F", path});
+    EXPECT_EQ(dump.exitCode, 0);
+    EXPECT_NE(dump.out.find("08010000: 1011 1213"), std::string::npos) << dump.out;
+}
+
+TEST_F(Hexblocks, FullFormatErrorNamesTheLine)
+{
+    const std::string path =
+        dir.write("bad.hex", joinLines({dataRecord(0, {1}), "", dataRecord(1, {2}), ":0300300002337A1F", EOF_RECORD}));
+    const ProcessResult r = hexblocks({"info", "--full-format", path});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "#ERROR: checksum error.\n#ERROR: corrupt line data in line \":0300300002337A1F\"\n" + path +
+                         ":4: checksum error\n");
+}
+
+TEST_F(Hexblocks, OneBlockFullFormatEqualsObjcopyAcrossLinearBases)
+{
+    // objcopy writes types 02 (via --change-addresses below 1 MiB) or 04, and 03 or 05.
+    const std::string binPath = dir.file("data.bin");
+    std::vector<uint8_t> data(70000);
+    for (size_t i = 0; i < data.size(); ++i)
+        data[i] = static_cast<uint8_t>(i * 31 + 7);
+    {
+        FILE* f = std::fopen(binPath.c_str(), "wb");
+        ASSERT_NE(f, nullptr);
+        std::fwrite(data.data(), 1, data.size(), f);
+        std::fclose(f);
+    }
+    struct Case {
+        std::string name;
+        std::vector<std::string> objcopyArgs;
+        uint8_t startType;
+    };
+    const std::vector<Case> cases = {
+        {"linear.hex", {"--change-addresses", "0x0800F000", "--set-start", "0x0800F101"}, 5},
+        {"segment.hex", {"--change-addresses", "0x1F000", "--set-start", "0x1F123"}, 3},
+    };
+    for (const Case& c : cases) {
+        const std::string hex = dir.file(c.name);
+        std::vector<std::string> args = {"-I", "binary", "-O", "ihex"};
+        args.insert(args.end(), c.objcopyArgs.begin(), c.objcopyArgs.end());
+        args.push_back(binPath);
+        args.push_back(hex);
+        const ProcessResult made = runProcess(OBJCOPY_PATH, args);
+        ASSERT_EQ(made.exitCode, 0) << made.err;
+        const std::vector<uint8_t> hexBytes = readFileBytes(hex);
+        const std::string text(hexBytes.begin(), hexBytes.end());
+        EXPECT_NE(text.find(c.startType == 5 ? ":04000005" : ":04000003"), std::string::npos) << c.name;
+        if (c.startType == 3) {
+            EXPECT_NE(text.find(":02000002"), std::string::npos) << "objcopy wrote no segment record";
+        }
+
+        const std::string out = dir.file(c.name + ".out");
+        ASSERT_EQ(runProcess("/bin/mkdir", {out}).exitCode, 0);
+        const ProcessResult r = hexblocks({"bin", "--full-format", "--one-block", hex, "-o", out});
+        ASSERT_EQ(r.exitCode, 0) << r.err;
+        const std::vector<std::string> files = listDir(out);
+        ASSERT_EQ(files.size(), 1u);
+        EXPECT_EQ(readFileBytes(out + "/" + files[0]), data) << c.name;
+
+        const std::string back = dir.file(c.name + ".objcopy.bin");
+        ASSERT_EQ(runProcess(OBJCOPY_PATH, {"-I", "ihex", "-O", "binary", "--gap-fill", "0xFF", hex, back}).exitCode, 0);
+        EXPECT_EQ(readFileBytes(back), data) << c.name;
     }
 }
