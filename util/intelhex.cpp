@@ -77,6 +77,17 @@ long convertField(const std::string& line, size_t pos, size_t len)
     return std::strtol(field.c_str(), nullptr, 16);
 }
 
+// Copies bytes into buffer starting at position, which may lie before the
+// buffer; whatever would fall outside the buffer is left out.
+void copyClipped(const std::vector<uint8_t>& bytes, long long position, std::vector<uint8_t>& buffer)
+{
+    const long long begin = std::max(0LL, position);
+    const long long end =
+        std::min(static_cast<long long>(buffer.size()), position + static_cast<long long>(bytes.size()));
+    if (begin < end)
+        std::copy(bytes.begin() + (begin - position), bytes.begin() + (end - position), buffer.begin() + begin);
+}
+
 std::string hexByte(unsigned value)
 {
     static const char digits[] = "0123456789ABCDEF";
@@ -536,13 +547,7 @@ void IntelHexFile::createNewBlock(setconstiterator_t& first, setconstiterator_t&
         // record can reach past the end, and a record of a later linear base can
         // start below the first record's address.
         for (setconstiterator_t i = first; i != last; ++i) {
-            const long long position = static_cast<long long>(i->address) - offset;
-            const long long begin = std::max(0LL, position);
-            const long long end =
-                std::min(static_cast<long long>(size), position + static_cast<long long>(i->data.size()));
-            if (begin < end)
-                std::copy(i->data.begin() + (begin - position), i->data.begin() + (end - position),
-                          block->buffer.begin() + begin);
+            copyClipped(i->data, static_cast<long long>(i->address) - offset, block->buffer);
         }
 
         blocks.push_back(block);
@@ -726,12 +731,7 @@ bool IntelHexFile::loadPlain(std::ifstream& hexFile, bool oneBlock)
     }
     std::vector<uint8_t> image(size, 0xFF);
     for (const PlainRun& run : runs) {
-        const long long position = static_cast<long long>(run.startAddr) - first.startAddr;
-        const long long begin = std::max(0LL, position);
-        const long long end = std::min(static_cast<long long>(size), position + static_cast<long long>(run.bytes.size()));
-        if (begin < end)
-            std::copy(run.bytes.begin() + (begin - position), run.bytes.begin() + (end - position),
-                      image.begin() + begin);
+        copyClipped(run.bytes, static_cast<long long>(run.startAddr) - first.startAddr, image);
     }
     appendBlock(first.linearBase, first.startAddr, image);
     return true;

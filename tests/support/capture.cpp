@@ -1,5 +1,7 @@
 #include "support/capture.h"
 
+#include "support/temp_dir.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -18,31 +20,10 @@ void flushAll()
     std::fflush(nullptr);
 }
 
-int makeTempFile()
-{
-    char name[] = "/tmp/intelhex-capture-XXXXXX";
-    const int fd = mkstemp(name);
-    if (fd < 0)
-        throw std::runtime_error("mkstemp failed");
-    unlink(name);
-    return fd;
-}
-
-std::string readAll(int fd)
-{
-    std::string text;
-    lseek(fd, 0, SEEK_SET);
-    char chunk[4096];
-    ssize_t got;
-    while ((got = read(fd, chunk, sizeof chunk)) > 0)
-        text.append(chunk, static_cast<size_t>(got));
-    return text;
-}
-
 // Redirects one descriptor to a temporary file for its lifetime.
 class Redirect {
 public:
-    explicit Redirect(int fd) : fd_(fd), saved_(dup(fd)), temp_(makeTempFile())
+    explicit Redirect(int fd) : fd_(fd), saved_(dup(fd)), temp_(openAnonymousFile())
     {
         dup2(temp_, fd_);
     }
@@ -52,7 +33,7 @@ public:
         close(saved_);
         close(temp_);
     }
-    std::string text() const { return readAll(temp_); }
+    std::string text() const { return readDescriptor(temp_); }
 
 private:
     int fd_;

@@ -1,5 +1,7 @@
 #include "support/run_process.h"
 
+#include "support/temp_dir.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -11,37 +13,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace {
-
-int tempFile()
-{
-    char name[] = "/tmp/intelhex-proc-XXXXXX";
-    const int fd = mkstemp(name);
-    if (fd < 0)
-        throw std::runtime_error("mkstemp failed");
-    unlink(name);
-    return fd;
-}
-
-std::string readBack(int fd)
-{
-    std::string text;
-    lseek(fd, 0, SEEK_SET);
-    char chunk[4096];
-    ssize_t got;
-    while ((got = read(fd, chunk, sizeof chunk)) > 0)
-        text.append(chunk, static_cast<size_t>(got));
-    close(fd);
-    return text;
-}
-
-} // namespace
 
 ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
                          const std::string& cwd, unsigned long fileSizeLimit)
 {
-    const int outFd = tempFile();
-    const int errFd = tempFile();
+    const int outFd = openAnonymousFile();
+    const int errFd = openAnonymousFile();
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(program.c_str()));
     for (const std::string& a : args)
@@ -72,7 +49,9 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
     waitpid(pid, &status, 0);
     ProcessResult result;
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = readBack(outFd);
-    result.err = readBack(errFd);
+    result.out = readDescriptor(outFd);
+    result.err = readDescriptor(errFd);
+    close(outFd);
+    close(errFd);
     return result;
 }

@@ -57,3 +57,24 @@ bool fileExists(const std::string& path)
     struct stat info;
     return ::stat(path.c_str(), &info) == 0;
 }
+
+int openAnonymousFile()
+{
+    char name[] = "/tmp/intelhex-anon-XXXXXX";
+    const int fd = mkstemp(name);
+    if (fd < 0)
+        throw std::runtime_error("mkstemp failed");
+    unlink(name);
+    return fd;
+}
+
+std::string readDescriptor(int fd)
+{
+    std::string text;
+    lseek(fd, 0, SEEK_SET);
+    char chunk[4096];
+    ssize_t got;
+    while ((got = read(fd, chunk, sizeof chunk)) > 0)
+        text.append(chunk, static_cast<size_t>(got));
+    return text;
+}

@@ -32,4 +32,10 @@ std::vector<uint8_t> readFileBytes(const std::string& path);
 
 bool fileExists(const std::string& path);
 
+// A new temporary file, already unlinked, open for reading and writing.
+int openAnonymousFile();
+
+// Everything written to fd so far, read from its start.
+std::string readDescriptor(int fd);
+
 #endif
