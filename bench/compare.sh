@@ -35,8 +35,8 @@ inputs=(
 )
 tools=(hexblocks objcopy srec_cat)
 
-for spec in "${inputs[@]}"; do
-    read -r name kind record <<<"$spec"
+for input in "${inputs[@]}"; do
+    read -r name kind record <<<"$input"
     [ -f "$work/$name.hex" ] || "$benchtool" image "$kind" "$work/$name.hex" "$work/$name.bin" "$record"
 done
 
@@ -65,14 +65,14 @@ convert() {
 results=$work/results.txt
 : >"$results"
 echo "warm-up..." >&2
-for spec in "${inputs[@]}"; do
-    read -r name _ <<<"$spec"
+for input in "${inputs[@]}"; do
+    read -r name _ <<<"$input"
     for tool in "${tools[@]}"; do convert "$tool" "$name" >/dev/null; done
 done
 for ((round = 1; round <= rounds; round++)); do
     echo "round $round of $rounds..." >&2
-    for spec in "${inputs[@]}"; do
-        read -r name _ <<<"$spec"
+    for input in "${inputs[@]}"; do
+        read -r name _ <<<"$input"
         for tool in "${tools[@]}"; do
             echo "$name $tool $(convert "$tool" "$name")" >>"$results"
         done
@@ -84,8 +84,8 @@ echo "$(uname -m), $(nproc) cores, $(date -u +%Y-%m-%d); median of $rounds round
 echo
 printf '| %-12s | %-9s | %9s | %8s | %13s | %12s |\n' input tool "time (s)" "MB/s" "peak RSS" "time / ours"
 printf '|%s|%s|%s|%s|%s|%s|\n' -------------- ----------- ----------- ---------- --------------- --------------
-for spec in "${inputs[@]}"; do
-    read -r name _ <<<"$spec"
+for input in "${inputs[@]}"; do
+    read -r name _ <<<"$input"
     text_bytes=$(stat -c %s "$work/$name.hex")
     data_bytes=$(stat -c %s "$work/$name.bin")
     ours=""
