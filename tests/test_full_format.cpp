@@ -432,3 +432,33 @@ TEST_F(StrictErrorLine, MissingFile)
     EXPECT_EQ(image.getErrorLine(), 0u);
     EXPECT_EQ(image.getErrorReason(), "cannot open the file");
 }
+
+TEST_F(FullFormat, RepeatedRecordIsDroppedWithItsWrappedPart)
+{
+    // Segment 0x1000: the second record at offset 0xFFF8 repeats the first's
+    // address; its bytes past the segment's end, which would wrap to 0x10000,
+    // go with it.
+    ASSERT_TRUE(load(joinLines({segmentRecord(0x1000), dataRecord(0xFFF8, {1, 2, 3, 4}),
+                                dataRecord(0xFFF8, countingBytes(16, 0x40)), EOF_RECORD})));
+    EXPECT_EQ(blocksOf(image), std::vector<BlockView>({{0x1FFF8, {1, 2, 3, 4}}}));
+    EXPECT_EQ(io.err, "");
+}
+
+TEST_F(FullFormat, WrappedPartStartingAtARecordsAddressIsAnOverlap)
+{
+    // The wrapped part of the first record lands at 0x10000, where the second
+    // record starts: not a repeated record, so the second keeps its bytes
+    // beyond the first's.
+    ASSERT_TRUE(load(joinLines({segmentRecord(0x1000), dataRecord(0xFFFE, {1, 2, 3, 4}),
+                                dataRecord(0x0000, {9, 9, 9, 9}), EOF_RECORD})));
+    EXPECT_EQ(blocksOf(image), std::vector<BlockView>({{0x10000, {3, 4, 9, 9}}, {0x1FFFE, {1, 2}}}));
+    EXPECT_EQ(io.err, "#WARNING: 2 bytes given by more than one record, first in line 3; the first value of each is kept.\n");
+}
+
+TEST_F(FullFormat, OverlongLineFails)
+{
+    EXPECT_FALSE(load(joinLines({dataRecord(0, {1}), std::string(300000, '0'), EOF_RECORD})));
+    EXPECT_EQ(io.err, "#ERROR: line too long.\n#ERROR: corrupt line data in line \"\"\n");
+    EXPECT_EQ(image.getErrorLine(), 2u);
+    EXPECT_EQ(image.getErrorReason(), "line too long");
+}

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <iterator>
 #include <new>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -97,6 +98,68 @@ std::string hexByte(unsigned value)
 bool startsWithEofRecord(const std::string& line)
 {
     return line.compare(0, HEX_FILE_EOF_LEN, HEX_FILE_EOF) == 0;
+}
+
+// Diagnostics that both readers print.
+void printOpenFailure(const char* fName)
+{
+    std::cerr << "#ERROR: failed to open \"" << fName << "\"" << std::endl;
+}
+
+void printCorruptLine(const std::string& line)
+{
+    std::cerr << "#ERROR: corrupt line data in line \"" << line << "\"" << std::endl;
+}
+
+void printUnsupportedType(const std::string& line, unsigned type)
+{
+    std::cout << line << std::endl;
+    std::cerr << "#ERROR: unsupported record type found (" << type << ")" << std::endl;
+}
+
+// The result of a line handed to readLines' callback.
+enum class LineAction { next, stop, fail };
+// Why readLines ended.
+enum class LinesEnd { stopped, failed, endOfInput, lineTooLong };
+
+// Reads input in large pieces and hands each line (without its newline; the
+// last one also when no newline follows it) to takeLine(const char*, size_t),
+// until takeLine says stop or fail, or the input ends. A line longer than the
+// read buffer ends reading: no record comes near that length.
+template <typename TakeLine> LinesEnd readLines(std::streambuf& input, TakeLine takeLine)
+{
+    const size_t CHUNK_SIZE = 256 * 1024;
+    std::vector<char> buffer(CHUNK_SIZE);
+    size_t held = 0; // bytes of an unfinished line carried over
+    for (;;) {
+        const std::streamsize got =
+            input.sgetn(buffer.data() + held, static_cast<std::streamsize>(buffer.size() - held));
+        const bool atEnd = got <= 0;
+        const char* lineStart = buffer.data();
+        const char* const end = buffer.data() + held + static_cast<size_t>(got > 0 ? got : 0);
+        for (;;) {
+            const char* newline =
+                static_cast<const char*>(std::memchr(lineStart, '\n', static_cast<size_t>(end - lineStart)));
+            if (newline == nullptr)
+                break;
+            const LineAction action = takeLine(lineStart, static_cast<size_t>(newline - lineStart));
+            if (action != LineAction::next)
+                return action == LineAction::stop ? LinesEnd::stopped : LinesEnd::failed;
+            lineStart = newline + 1;
+        }
+        held = static_cast<size_t>(end - lineStart);
+        if (atEnd) {
+            if (held == 0)
+                return LinesEnd::endOfInput;
+            const LineAction action = takeLine(lineStart, held);
+            if (action == LineAction::next)
+                return LinesEnd::endOfInput;
+            return action == LineAction::stop ? LinesEnd::stopped : LinesEnd::failed;
+        }
+        if (held == buffer.size())
+            return LinesEnd::lineTooLong;
+        std::memmove(buffer.data(), lineStart, held);
+    }
 }
 
 } // namespace
@@ -220,18 +283,10 @@ IntelHexFile::IntelHexFile(const char* fName, bool oneBlock)
 IntelHexFile::IntelHexFile(uint16_t theLinearBase, uint16_t theStartAddr, size_t theSize,
                            const uint8_t* theBuffer)
 {
-    IntelHexFileBlock* block = new IntelHexFileBlock();
-    try {
-        block->linearBase = theLinearBase;
-        block->startAddr = theStartAddr;
-        block->size = theSize;
-        if (theSize > 0)
-            block->buffer.assign(theBuffer, theBuffer + theSize);
-        blocks.push_back(block);
-    } catch (...) {
-        delete block;
-        throw;
-    }
+    std::vector<uint8_t> bytes;
+    if (theSize > 0)
+        bytes.assign(theBuffer, theBuffer + theSize);
+    appendBlock(theLinearBase, theStartAddr, bytes);
 }
 
 IntelHexFile& IntelHexFile::operator=(const IntelHexFile& obj)
@@ -393,6 +448,7 @@ bool IntelHexFile::parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines)
     std::string rawLine;
     hexfileline_t hexLine = hexfileline_t();
     uint16_t linearBase = 0;
+    size_t currentLine = 0; // 1-based number of rawLine
 
     for (;;) {
         if (startsWithEofRecord(rawLine))
@@ -427,14 +483,14 @@ bool IntelHexFile::parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines)
             // to give and is treated as corrupt rather than read beyond.
             if (hexLine.data.size() < 2) {
                 setError(currentLine, "extended linear address record with fewer than 2 data bytes");
-                std::cerr << "#ERROR: corrupt line data in line \"" << rawLine << "\"" << std::endl;
+                printCorruptLine(rawLine);
                 return false;
             }
             linearBase = static_cast<uint16_t>(hexLine.data[0] << 8 | hexLine.data[1]);
             break;
         case 0xFF:
             setError(currentLine, parseProblem);
-            std::cerr << "#ERROR: corrupt line data in line \"" << rawLine << "\"" << std::endl;
+            printCorruptLine(rawLine);
             return false;
         case 0x00:
             // An equivalent record already in the set wins; this one is dropped.
@@ -443,9 +499,7 @@ bool IntelHexFile::parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines)
             break;
         default:
             setError(currentLine, "unsupported record type " + hexByte(hexLine.recordType));
-            std::cout << rawLine << std::endl;
-            std::cerr << "#ERROR: unsupported record type found ("
-                      << static_cast<unsigned>(hexLine.recordType) << ")" << std::endl;
+            printUnsupportedType(rawLine, hexLine.recordType);
             return false;
         }
     }
@@ -457,11 +511,10 @@ bool IntelHexFile::parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines)
 bool IntelHexFile::load(const char* fName, bool oneBlock)
 {
     setError(0, "");
-    currentLine = 0;
     std::ifstream hexFile(fName);
     if (hexFile.fail()) {
         setError(0, "cannot open the file");
-        std::cerr << "#ERROR: failed to open \"" << fName << "\"" << std::endl;
+        printOpenFailure(fName);
         return false;
     }
 
@@ -483,7 +536,6 @@ bool IntelHexFile::load(const char* fName, bool oneBlock)
 
 bool IntelHexFile::loadRecords(std::ifstream& hexFile, bool oneBlock)
 {
-    currentLine = 0;
     hexfilelineset_t lineSet;
     if (!parseHexFile(hexFile, lineSet))
         return false;
@@ -525,36 +577,27 @@ void IntelHexFile::createNewBlock(setconstiterator_t& first, setconstiterator_t&
 
     const setconstiterator_t to = std::prev(last);
     const uint16_t offset = first->address;
+    std::vector<uint8_t> bytes(runSize(offset, to->address, to->data.size()), 0xFF);
 
-    const uint32_t size = static_cast<uint32_t>(to->address) - first->address +
-                          static_cast<uint32_t>(to->data.size());
+    // Records are clipped to the buffer: in one-block mode an earlier, longer
+    // record can reach past the end, and a record of a later linear base can
+    // start below the first record's address.
+    for (setconstiterator_t i = first; i != last; ++i)
+        copyClipped(i->data, static_cast<long long>(i->address) - offset, bytes);
+    appendBlock(first->linearBase, offset, bytes);
+}
+
+uint32_t IntelHexFile::runSize(uint16_t firstAddress, uint16_t finalAddress, size_t finalLength)
+{
+    const uint32_t size =
+        static_cast<uint32_t>(finalAddress) - firstAddress + static_cast<uint32_t>(finalLength);
     // Only one-block mode can get here with a wrapped size; refuse it as the
     // failed allocation of nearly 4 GiB that it would be.
     if (size > MAX_ONE_BLOCK_SIZE) {
         setError(0, "the one-block image size wraps around (records of several linear bases)");
         throw std::bad_alloc();
     }
-
-    IntelHexFileBlock* block = new IntelHexFileBlock();
-    try {
-        block->startAddr = first->address;
-        block->linearBase = first->linearBase;
-        block->size = size;
-        if (size != 0)
-            block->buffer.assign(size, 0xFF);
-
-        // Records are clipped to the buffer: in one-block mode an earlier, longer
-        // record can reach past the end, and a record of a later linear base can
-        // start below the first record's address.
-        for (setconstiterator_t i = first; i != last; ++i) {
-            copyClipped(i->data, static_cast<long long>(i->address) - offset, block->buffer);
-        }
-
-        blocks.push_back(block);
-    } catch (...) {
-        delete block;
-        throw;
-    }
+    return size;
 }
 
 // ---------------------------------------------------------------------------
@@ -562,6 +605,8 @@ void IntelHexFile::createNewBlock(setconstiterator_t& first, setconstiterator_t&
 
 namespace {
 
+// Count, address (2), type, 255 data bytes, checksum.
+const size_t MAX_RECORD_BYTES = 5 + 255;
 
 // A run of contiguous data records under one linear base, as the exact
 // reader's block assembly would find it.
@@ -580,45 +625,18 @@ class PlainHexReader {
 public:
     explicit PlainHexReader(std::vector<PlainRun>& runs) : runs_(runs) {}
 
+    // True when the file is plain to its end-of-file record.
     bool read(std::streambuf& input)
     {
-        std::vector<char> buffer(CHUNK_SIZE);
-        size_t held = 0; // bytes of an unfinished line carried over
-        for (;;) {
-            const std::streamsize got =
-                input.sgetn(buffer.data() + held, static_cast<std::streamsize>(buffer.size() - held));
-            const size_t filled = held + static_cast<size_t>(got > 0 ? got : 0);
-            const bool atEnd = got <= 0;
-            const char* lineStart = buffer.data();
-            const char* const end = buffer.data() + filled;
-            for (;;) {
-                const char* newline = static_cast<const char*>(
-                    std::memchr(lineStart, '\n', static_cast<size_t>(end - lineStart)));
-                if (newline == nullptr)
-                    break;
-                if (!takeLine(lineStart, static_cast<size_t>(newline - lineStart)))
-                    return false;
-                if (sawEndRecord_)
-                    return finishRun();
-                lineStart = newline + 1;
-            }
-            held = static_cast<size_t>(end - lineStart);
-            if (atEnd) {
-                // A last line without a newline still counts, but only the
-                // end-of-file record can end a file well.
-                if (held > 0 && takeLine(lineStart, held) && sawEndRecord_)
-                    return finishRun();
-                return false;
-            }
-            if (held == buffer.size())
-                return false; // a line longer than any record
-            std::memmove(buffer.data(), lineStart, held);
-        }
+        const LinesEnd end = readLines(input, [this](const char* line, size_t length) {
+            if (!takeLine(line, length))
+                return LineAction::fail;
+            return sawEndRecord_ ? LineAction::stop : LineAction::next;
+        });
+        return end == LinesEnd::stopped && finishRun();
     }
 
 private:
-    static const size_t CHUNK_SIZE = 256 * 1024;
-    // Count, address (2), type, 255 data bytes, checksum.
     static const size_t MAX_RECORD_BYTES = 5 + 255;
 
     bool takeLine(const char* line, size_t length)
@@ -724,15 +742,9 @@ bool IntelHexFile::loadPlain(std::ifstream& hexFile, bool oneBlock)
     // 16-bit addresses and clipped, exactly as createNewBlock does.
     const PlainRun& first = runs.front();
     const PlainRun& final = runs.back();
-    const uint32_t size = static_cast<uint32_t>(final.lastRecordAddr) - first.startAddr + final.lastRecordLen;
-    if (size > MAX_ONE_BLOCK_SIZE) {
-        setError(0, "the one-block image size wraps around (records of several linear bases)");
-        throw std::bad_alloc();
-    }
-    std::vector<uint8_t> image(size, 0xFF);
-    for (const PlainRun& run : runs) {
+    std::vector<uint8_t> image(runSize(first.startAddr, final.lastRecordAddr, final.lastRecordLen), 0xFF);
+    for (const PlainRun& run : runs)
         copyClipped(run.bytes, static_cast<long long>(run.startAddr) - first.startAddr, image);
-    }
     appendBlock(first.linearBase, first.startAddr, image);
     return true;
 }
@@ -757,15 +769,21 @@ void IntelHexFile::appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, st
 
 namespace {
 
-const char FULL_WHITE_SPACE[] = " \t\r\v\f";
+// White space that may stand around a record or make up a blank line.
+bool isBlank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
+}
 
 // A piece of data at its full 32-bit address. A record whose bytes wrap
-// (past 0xFFFFFFFF, or past the end of a 64 KiB segment) gives two pieces.
+// (past 0xFFFFFFFF, or past the end of a 64 KiB segment) gives two pieces;
+// the first of them starts the record.
 struct DataPiece {
     uint32_t address;
     uint32_t length;
     size_t dataOffset; // into the reader's byte store
-    uint32_t line;     // where it came from; also its order in the file
+    uint32_t line;     // of the record; also its order in the file
+    bool recordStart;
 };
 
 // Reads every line of a HEX file with the record types 00 to 05, keeping
@@ -781,85 +799,77 @@ public:
     size_t failedLine = 0;
     std::string failure;
 
+    // True when every line up to the end-of-file record (or the end of the
+    // input) was acceptable.
     bool read(std::streambuf& input)
     {
-        std::vector<char> buffer(CHUNK_SIZE);
-        size_t held = 0;
-        for (;;) {
-            const std::streamsize got =
-                input.sgetn(buffer.data() + held, static_cast<std::streamsize>(buffer.size() - held));
-            const bool atEnd = got <= 0;
-            const char* lineStart = buffer.data();
-            const char* const end = buffer.data() + held + static_cast<size_t>(got > 0 ? got : 0);
-            for (;;) {
-                const char* newline = static_cast<const char*>(
-                    std::memchr(lineStart, '\n', static_cast<size_t>(end - lineStart)));
-                if (newline == nullptr)
-                    break;
-                if (!takeLine(std::string(lineStart, newline)))
-                    return false;
-                if (sawEndRecord)
-                    return true;
-                lineStart = newline + 1;
-            }
-            held = static_cast<size_t>(end - lineStart);
-            if (atEnd)
-                return held == 0 || takeLine(std::string(lineStart, held));
-            if (held == buffer.size()) {
-                ++line_;
-                return fail("line longer than " + std::to_string(CHUNK_SIZE) + " characters", "");
-            }
-            std::memmove(buffer.data(), lineStart, held);
+        const LinesEnd end = readLines(input, [this](const char* line, size_t length) {
+            if (!takeLine(line, length))
+                return LineAction::fail;
+            return sawEndRecord ? LineAction::stop : LineAction::next;
+        });
+        if (end == LinesEnd::lineTooLong) {
+            ++line_;
+            return fail("line too long", "");
         }
+        return end != LinesEnd::failed;
     }
 
-    size_t lineCount() const { return line_; }
-
 private:
-    static const size_t CHUNK_SIZE = 256 * 1024;
-
     bool fail(const std::string& reason, const std::string& text)
     {
         failedLine = line_;
         failure = reason;
         std::cerr << "#ERROR: " << reason << "." << std::endl;
-        std::cerr << "#ERROR: corrupt line data in line \"" << text << "\"" << std::endl;
+        printCorruptLine(text);
         return false;
     }
 
-    bool takeLine(std::string text)
+    bool takeLine(const char* line, size_t length)
     {
         ++line_;
-        strTrim(text, FULL_WHITE_SPACE);
-        if (text.empty())
+        // White space around a record, carriage returns included, is skipped.
+        const char* first = line;
+        const char* last = line + length;
+        while (first < last && isBlank(*first))
+            ++first;
+        while (last > first && isBlank(last[-1]))
+            --last;
+        if (first == last)
             return true; // blank lines are skipped
+        const std::string_view text(first, static_cast<size_t>(last - first));
 
         if (text[0] != ':')
-            return fail("a record must start with ':'", text);
+            return fail("a record must start with ':'", std::string(text));
         const size_t digits = text.size() - 1;
         if (digits % 2 != 0)
-            return fail("odd number of hex digits", text);
+            return fail("odd number of hex digits", std::string(text));
         if (digits < 10)
-            return fail("record too short", text);
-        std::vector<uint8_t> bytes(digits / 2);
+            return fail("record too short", std::string(text));
+        // Every character is checked; no more than a record's bytes are kept.
+        uint8_t bytes[MAX_RECORD_BYTES];
+        const size_t byteCount = digits / 2;
         unsigned sum = 0;
-        for (size_t i = 0; i < bytes.size(); ++i) {
+        for (size_t i = 0; i < byteCount; ++i) {
             const uint8_t high = HEX_DIGITS.value[static_cast<unsigned char>(text[1 + 2 * i])];
             const uint8_t low = HEX_DIGITS.value[static_cast<unsigned char>(text[2 + 2 * i])];
             if (high > 0xF || low > 0xF)
-                return fail("character that is not a hex digit", text);
-            bytes[i] = static_cast<uint8_t>(high << 4 | low);
-            sum += bytes[i];
+                return fail("character that is not a hex digit", std::string(text));
+            const uint8_t byte = static_cast<uint8_t>(high << 4 | low);
+            if (i < MAX_RECORD_BYTES)
+                bytes[i] = byte;
+            sum += byte;
         }
         const size_t dataLen = bytes[0];
-        if (bytes.size() != dataLen + 5)
-            return fail("byte count " + std::to_string(dataLen) + " does not match the length of the line", text);
+        if (byteCount != dataLen + 5)
+            return fail("byte count " + std::to_string(dataLen) + " does not match the length of the line",
+                        std::string(text));
         if ((sum & 0xFF) != 0)
-            return fail("checksum error", text);
+            return fail("checksum error", std::string(text));
 
         const uint16_t offset = static_cast<uint16_t>(bytes[1] << 8 | bytes[2]);
         const uint8_t type = bytes[3];
-        const uint8_t* data = bytes.data() + 4;
+        const uint8_t* data = bytes + 4;
         switch (type) {
         case 0x00:
             addData(offset, data, dataLen);
@@ -872,7 +882,7 @@ private:
             if (dataLen != 2)
                 return fail(std::string(type == 0x02 ? "extended segment" : "extended linear") +
                                 " address record needs 2 data bytes",
-                            text);
+                            std::string(text));
             segmented_ = type == 0x02;
             base_ = segmented_ ? static_cast<uint32_t>(data[0] << 8 | data[1]) * 16
                                : static_cast<uint32_t>(data[0] << 8 | data[1]) << 16;
@@ -882,7 +892,7 @@ private:
             if (dataLen != 4)
                 return fail(std::string(type == 0x03 ? "start segment" : "start linear") +
                                 " address record needs 4 data bytes",
-                            text);
+                            std::string(text));
             const uint32_t value = static_cast<uint32_t>(data[0]) << 24 | static_cast<uint32_t>(data[1]) << 16 |
                                    static_cast<uint32_t>(data[2]) << 8 | data[3];
             if (startType == 0) {
@@ -898,9 +908,7 @@ private:
         default:
             failedLine = line_;
             failure = "unsupported record type " + hexByte(type);
-            std::cout << text << std::endl;
-            std::cerr << "#ERROR: unsupported record type found (" << static_cast<unsigned>(type) << ")"
-                      << std::endl;
+            printUnsupportedType(std::string(text), type);
             return false;
         }
     }
@@ -913,17 +921,17 @@ private:
             return;
         const size_t stored = store.size();
         store.insert(store.end(), data, data + length);
-        size_t first = length;
-        if (segmented_)
-            first = std::min<size_t>(length, 0x10000 - offset);
-        else
-            first = std::min<uint64_t>(length, 0x100000000ull - (base_ + static_cast<uint64_t>(offset)));
-        const uint32_t address = segmented_ ? base_ + offset : static_cast<uint32_t>(base_ + offset);
-        pieces.push_back(DataPiece{address, static_cast<uint32_t>(first), stored, static_cast<uint32_t>(line_)});
+        const size_t first = segmented_
+                                 ? std::min<size_t>(length, 0x10000 - offset)
+                                 : static_cast<size_t>(std::min<uint64_t>(
+                                       length, 0x100000000ull - (base_ + static_cast<uint64_t>(offset))));
+        const uint32_t address = base_ + offset; // wraps at 4 GiB
+        const uint32_t line = static_cast<uint32_t>(line_);
+        pieces.push_back(DataPiece{address, static_cast<uint32_t>(first), stored, line, true});
         if (first < length) {
             const uint32_t wrapped = segmented_ ? base_ : 0;
-            pieces.push_back(DataPiece{wrapped, static_cast<uint32_t>(length - first), stored + first,
-                                       static_cast<uint32_t>(line_)});
+            pieces.push_back(
+                DataPiece{wrapped, static_cast<uint32_t>(length - first), stored + first, line, false});
         }
     }
 
@@ -931,6 +939,33 @@ private:
     bool segmented_ = false;
     uint32_t base_ = 0;
 };
+
+// Drops every record that starts where an earlier record started, with all
+// its pieces: the first record for an address wins. pieces end up sorted by
+// address.
+void dropRepeatedRecords(std::vector<DataPiece>& pieces)
+{
+    std::stable_sort(pieces.begin(), pieces.end(),
+                     [](const DataPiece& a, const DataPiece& b) { return a.address < b.address; });
+    std::vector<uint32_t> dropped; // lines of the records dropped
+    const DataPiece* previousStart = nullptr;
+    for (const DataPiece& p : pieces) {
+        if (!p.recordStart)
+            continue;
+        if (previousStart != nullptr && previousStart->address == p.address)
+            dropped.push_back(p.line);
+        else
+            previousStart = &p;
+    }
+    if (dropped.empty())
+        return;
+    std::sort(dropped.begin(), dropped.end());
+    pieces.erase(std::remove_if(pieces.begin(), pieces.end(),
+                                [&](const DataPiece& p) {
+                                    return std::binary_search(dropped.begin(), dropped.end(), p.line);
+                                }),
+                 pieces.end());
+}
 
 // A run of contiguous addresses covered by data, [start, end).
 struct DataRun {
@@ -953,7 +988,7 @@ bool IntelHexFile::loadFullFormat(const char* fName, const fulloptions_t& option
     std::ifstream hexFile(fName, std::ios::binary);
     if (hexFile.fail()) {
         setError(0, "cannot open the file");
-        std::cerr << "#ERROR: failed to open \"" << fName << "\"" << std::endl;
+        printOpenFailure(fName);
         return false;
     }
 
@@ -965,16 +1000,8 @@ bool IntelHexFile::loadFullFormat(const char* fName, const fulloptions_t& option
     if (!reader.sawEndRecord)
         std::cerr << "#WARNING: end of file reached without EoF-record." << std::endl;
 
-    // A piece that starts where an earlier one started is dropped whole:
-    // the first record for an address wins.
-    std::vector<DataPiece>& pieces = reader.pieces;
-    std::stable_sort(pieces.begin(), pieces.end(),
-                     [](const DataPiece& a, const DataPiece& b) { return a.address < b.address; });
-    std::vector<DataPiece> kept;
-    kept.reserve(pieces.size());
-    for (const DataPiece& p : pieces)
-        if (kept.empty() || kept.back().address != p.address)
-            kept.push_back(p);
+    std::vector<DataPiece>& kept = reader.pieces;
+    dropRepeatedRecords(kept);
 
     // Maximal runs of contiguous data by full address.
     std::vector<DataRun> runs;
@@ -994,8 +1021,7 @@ bool IntelHexFile::loadFullFormat(const char* fName, const fulloptions_t& option
         if (span > options.maxImageSize) {
             setError(0, "image spans " + std::to_string(span) + " bytes, more than the limit of " +
                             std::to_string(options.maxImageSize) + " bytes");
-            std::cerr << "#ERROR: image spans " << span << " bytes, more than the limit of " << options.maxImageSize
-                      << " bytes." << std::endl;
+            std::cerr << "#ERROR: " << errorReason << "." << std::endl;
             return false;
         }
         runs.assign(1, DataRun{runs.front().start, runs.back().end});

@@ -287,6 +287,12 @@ private:
     // Appends a block that takes over bytes.
     void appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, std::vector<uint8_t>& bytes);
 
+    // The size of a block from a record at firstAddress to the end of a
+    // final record at finalAddress, as unsigned 32-bit arithmetic on the
+    // 16-bit addresses. A size that wraps (a final record of a later linear
+    // base lying below the first, in one-block mode) throws std::bad_alloc.
+    uint32_t runSize(uint16_t firstAddress, uint16_t finalAddress, size_t finalLength);
+
     // Records where and why a load failed.
     void setError(size_t line, const std::string& reason);
 
@@ -299,8 +305,7 @@ private:
     // Where the last load failed; errorLine 0 when not on a line.
     size_t errorLine = 0;
     std::string errorReason;
-    // The line being read, and why parseLine rejected its line.
-    size_t currentLine = 0;
+    // Why parseLine rejected its last line.
     const char* parseProblem = "";
 };
 
