@@ -282,15 +282,7 @@ std::string bytesText(uint64_t bytes)
     return text;
 }
 
-std::string padRight(const std::string& text, size_t width)
-{
-    return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
-}
 
-std::string padLeft(const std::string& text, size_t width)
-{
-    return text.size() >= width ? text : std::string(width - text.size(), ' ') + text;
-}
 
 struct Totals {
     uint64_t bytes = 0;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <sstream>
 
 namespace {
@@ -35,6 +36,16 @@ char regionLetter(size_t region)
     return static_cast<char>('A' + region);
 }
 
+// Makes next part of region r.
+void absorb(Region& r, const Region& next)
+{
+    r.end = std::max(r.end, next.end);
+    r.dataBytes += next.dataBytes;
+    r.firstBlock = std::min(r.firstBlock, next.firstBlock);
+    r.lastBlock = std::max(r.lastBlock, next.lastBlock);
+    r.blockCount += next.blockCount;
+}
+
 // Joins neighbouring blocks into at most maxRegions regions. The largest gaps
 // separate the regions, so the largest holes stay visible; among gaps of equal
 // size the separators are spread evenly, so regions come out balanced.
@@ -43,17 +54,11 @@ std::vector<Region> groupIntoRegions(const std::vector<MapBlock>& blocks, size_t
     // First, touching or overlapping blocks are one region.
     std::vector<Region> runs;
     for (const MapBlock& b : blocks) {
-        const uint64_t end = b.start + b.size;
-        if (!runs.empty() && b.start <= runs.back().end) {
-            Region& r = runs.back();
-            r.end = std::max(r.end, end);
-            r.dataBytes += b.size;
-            r.firstBlock = std::min(r.firstBlock, b.index);
-            r.lastBlock = std::max(r.lastBlock, b.index);
-            ++r.blockCount;
-            continue;
-        }
-        runs.push_back(Region{b.start, end, b.size, b.index, b.index, 1});
+        const Region single{b.start, b.start + b.size, b.size, b.index, b.index, 1};
+        if (!runs.empty() && b.start <= runs.back().end)
+            absorb(runs.back(), single);
+        else
+            runs.push_back(single);
     }
     if (runs.size() <= maxRegions)
         return runs;
@@ -61,14 +66,19 @@ std::vector<Region> groupIntoRegions(const std::vector<MapBlock>& blocks, size_t
     // gap i lies between runs i and i + 1.
     const size_t gapCount = runs.size() - 1;
     const size_t separatorsWanted = maxRegions - 1;
-    std::vector<size_t> order(gapCount);
-    for (size_t i = 0; i < gapCount; ++i)
-        order[i] = i;
     auto gapSize = [&](size_t i) { return runs[i + 1].start - runs[i].end; };
-    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return gapSize(a) > gapSize(b); });
+    // The size of the separatorsWanted-th largest gap.
+    uint64_t threshold = 0;
+    if (separatorsWanted > 0) {
+        std::vector<uint64_t> sizes(gapCount);
+        for (size_t i = 0; i < gapCount; ++i)
+            sizes[i] = gapSize(i);
+        std::nth_element(sizes.begin(), sizes.begin() + static_cast<long>(separatorsWanted - 1), sizes.end(),
+                         std::greater<uint64_t>());
+        threshold = sizes[separatorsWanted - 1];
+    }
 
     std::vector<bool> separator(gapCount, false);
-    const uint64_t threshold = separatorsWanted == 0 ? 0 : gapSize(order[separatorsWanted - 1]);
     std::vector<size_t> ties;
     size_t chosen = 0;
     for (size_t i = 0; i < gapCount && separatorsWanted > 0; ++i) {
@@ -86,17 +96,10 @@ std::vector<Region> groupIntoRegions(const std::vector<MapBlock>& blocks, size_t
     std::vector<Region> regions;
     regions.push_back(runs[0]);
     for (size_t i = 0; i < gapCount; ++i) {
-        const Region& next = runs[i + 1];
-        if (separator[i]) {
-            regions.push_back(next);
-            continue;
-        }
-        Region& r = regions.back();
-        r.end = std::max(r.end, next.end);
-        r.dataBytes += next.dataBytes;
-        r.firstBlock = std::min(r.firstBlock, next.firstBlock);
-        r.lastBlock = std::max(r.lastBlock, next.lastBlock);
-        r.blockCount += next.blockCount;
+        if (separator[i])
+            regions.push_back(runs[i + 1]);
+        else
+            absorb(regions.back(), runs[i + 1]);
     }
     return regions;
 }
@@ -199,10 +202,6 @@ std::string rangeText(uint64_t start, uint64_t end)
     return hexAddress(start) + "-" + hexAddress(end - 1);
 }
 
-std::string padLeft(const std::string& text, size_t width)
-{
-    return text.size() >= width ? text : std::string(width - text.size(), ' ') + text;
-}
 
 } // namespace
 

@@ -59,3 +59,13 @@ std::string jsonString(const std::string& value)
     }
     return out + "\"";
 }
+
+std::string padLeft(const std::string& text, size_t width)
+{
+    return text.size() >= width ? text : std::string(width - text.size(), ' ') + text;
+}
+
+std::string padRight(const std::string& text, size_t width)
+{
+    return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
+}

@@ -2,6 +2,7 @@
 #ifndef HEXBLOCKS_TEXT_FORMAT_H
 #define HEXBLOCKS_TEXT_FORMAT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -14,6 +15,11 @@ std::string hex16(uint16_t value);
 // A byte count for people: "64 B", "4 KiB", "1.5 KiB", "12.3 MiB", "256 MiB".
 // Whole multiples print without decimals; otherwise one decimal.
 std::string humanSize(uint64_t bytes);
+
+// text padded with spaces on the left (padLeft) or right (padRight) to
+// width characters; longer text is returned as it is.
+std::string padLeft(const std::string& text, size_t width);
+std::string padRight(const std::string& text, size_t width);
 
 // value as a JSON string literal, quotes included.
 std::string jsonString(const std::string& value);

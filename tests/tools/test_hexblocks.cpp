@@ -552,3 +552,18 @@ TEST_F(Hexblocks, OneBlockFullFormatEqualsObjcopyAcrossLinearBases)
         EXPECT_EQ(readFileBytes(back), data) << c.name;
     }
 }
+
+TEST_F(Hexblocks, FullFormatJsonWithoutStartAddress)
+{
+    const std::string path = dir.write("small.hex", smallImage());
+    const ProcessResult r = hexblocks({"info", "--json", "--full-format", path});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_NE(r.out.find("  \"mode\": \"normal\",\n  \"format\": \"full\",\n  \"start_address\": null,\n  \"blocks\": ["),
+              std::string::npos)
+        << r.out;
+    // The strict reader's JSON has neither field (blocks have their own
+    // 16-bit "start_address").
+    const ProcessResult strict = hexblocks({"info", "--json", path});
+    EXPECT_EQ(strict.out.find("\"format\""), std::string::npos);
+    EXPECT_EQ(strict.out.find("\"start_address\": null"), std::string::npos);
+}

@@ -36,3 +36,11 @@ TEST(TextFormat, JsonString)
     EXPECT_EQ(jsonString("tab\there\nnl"), "\"tab\\there\\nnl\"");
     EXPECT_EQ(jsonString(std::string("\x01", 1)), "\"\\u0001\"");
 }
+
+TEST(TextFormat, Padding)
+{
+    EXPECT_EQ(padLeft("64 B", 8), "    64 B");
+    EXPECT_EQ(padRight("0x0800", 8), "0x0800  ");
+    EXPECT_EQ(padLeft("too long", 3), "too long");
+    EXPECT_EQ(padRight("", 2), "  ");
+}
