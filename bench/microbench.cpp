@@ -86,20 +86,7 @@ void BM_LoadRecords(benchmark::State& state)
 }
 BENCHMARK(BM_LoadRecords)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
-// The fast reader and its block assembly (normal and one-block).
-void BM_LoadPlain(benchmark::State& state)
-{
-    static const ImageFile file(false);
-    const bool oneBlock = state.range(0) != 0;
-    for (auto _ : state) {
-        IntelHexFile image;
-        benchmark::DoNotOptimize(IntelHexTestAccess::loadPlain(image, file.path, oneBlock));
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
-}
-BENCHMARK(BM_LoadPlain)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
-
-// Records out of order: load() falls back to the exact reader.
+// Records out of order: load() reads them with the fast reader's windows.
 void BM_LoadShuffled(benchmark::State& state)
 {
     static const ImageFile file(true);

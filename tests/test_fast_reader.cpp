@@ -1,7 +1,9 @@
-// load() reads plain files with a fast reader and everything else with the
-// exact record-set reader. These tests check that both give the same blocks,
-// results, exceptions and diagnostics, and that the fast reader really takes
-// the plain files and declines the others without a trace.
+// load() reads files with the fast reader and falls back to the exact reader
+// for everything the fast reader declines. These tests check that both give
+// the same blocks, results, exceptions and diagnostics, in either mode and in
+// any record order, and that the fast reader really takes the files it should
+// and declines the others without a trace.
+#include "fast_reader.h"
 #include "intelhex.h"
 #include "support/capture.h"
 #include "support/hex_text.h"
@@ -75,42 +77,41 @@ Outcome viaRecords(const std::string& path, bool oneBlock)
 }
 
 // The fast reader alone: whether it took the file, and what it printed.
-struct PlainAttempt {
+struct FastAttempt {
     bool taken;
-    size_t blockCount;
+    size_t runCount;
     CapturedOutput io;
 };
 
-PlainAttempt viaPlain(const std::string& path, bool oneBlock)
+FastAttempt viaFast(const std::string& path)
 {
-    PlainAttempt a{false, 0, {}};
-    IntelHexFile image;
-    try {
-        a.io = captureOutput([&] { a.taken = IntelHexTestAccess::loadPlain(image, path, oneBlock); });
-    } catch (const std::bad_alloc&) {
-        a.taken = true; // took the file, then refused the one-block size
-    }
-    a.blockCount = image.getBlockCount();
+    FastAttempt a{false, 0, {}};
+    std::ifstream file(path);
+    intelhex_internal::StreamBufferText text(*file.rdbuf());
+    std::vector<intelhex_internal::fastrun_t> runs;
+    a.io = captureOutput([&] { a.taken = intelhex_internal::readFast(text, runs); });
+    a.runCount = runs.size();
     return a;
 }
 
 class FastReader : public ::testing::Test {
 protected:
     // Checks that load() and the exact reader agree on text in both modes,
-    // and that the fast reader takes the file exactly when expectPlain.
-    void expectSameAsExact(const std::string& text, bool expectPlain, const std::string& what)
+    // and that the fast reader takes the file exactly when expectTaken.
+    void expectSameAsExact(const std::string& text, bool expectTaken, const std::string& what)
     {
         const std::string path = dir.write("case" + std::to_string(++cases) + ".hex", text);
         for (bool oneBlock : {false, true}) {
             SCOPED_TRACE(what + (oneBlock ? " (one block)" : " (normal)"));
             EXPECT_EQ(viaLoad(path, oneBlock), viaRecords(path, oneBlock));
-            const PlainAttempt plain = viaPlain(path, oneBlock);
-            EXPECT_EQ(plain.taken, expectPlain);
-            EXPECT_EQ(plain.io.out, "");
-            EXPECT_EQ(plain.io.err, "");
-            if (!plain.taken) {
-                EXPECT_EQ(plain.blockCount, 0u);
-            }
+        }
+        SCOPED_TRACE(what);
+        const FastAttempt fast = viaFast(path);
+        EXPECT_EQ(fast.taken, expectTaken);
+        EXPECT_EQ(fast.io.out, "");
+        EXPECT_EQ(fast.io.err, "");
+        if (!fast.taken) {
+            EXPECT_EQ(fast.runCount, 0u);
         }
     }
 
@@ -120,7 +121,7 @@ protected:
 
 } // namespace
 
-TEST_F(FastReader, TakesPlainFiles)
+TEST_F(FastReader, TakesQuietFilesInAscendingOrder)
 {
     expectSameAsExact(joinLines({":0300300002337A1E", ":04003300AABBCCDDBB", EOF_RECORD}), true, "contiguous");
     expectSameAsExact(joinLines({dataRecord(0, countingBytes(16)), dataRecord(0x20, countingBytes(16)), EOF_RECORD}),
@@ -146,14 +147,41 @@ TEST_F(FastReader, TakesPlainFiles)
                       "base record with three bytes");
 }
 
+TEST_F(FastReader, TakesRecordsInAnyOrder)
+{
+    const std::string d0 = dataRecord(0, {1, 2});
+    expectSameAsExact(joinLines({dataRecord(0x10, {1}), dataRecord(0x00, {2}), EOF_RECORD}), true, "descending");
+    expectSameAsExact(joinLines({d0, d0, EOF_RECORD}), true, "duplicate");
+    expectSameAsExact(joinLines({d0, dataRecord(0, {9, 9, 9}), EOF_RECORD}), true, "longer record at a repeated address");
+    expectSameAsExact(joinLines({dataRecord(0, countingBytes(16)), dataRecord(0, {7}), EOF_RECORD}), true,
+                      "shorter record at a repeated address");
+    expectSameAsExact(joinLines({dataRecord(0x20, {3}), dataRecord(0x10, {2}), dataRecord(0x20, {9}),
+                                 dataRecord(0x11, {4}), EOF_RECORD}),
+                      true, "repeated and contiguous out of order");
+    expectSameAsExact(joinLines({linearBaseRecord(2), dataRecord(0, {1}), linearBaseRecord(1), dataRecord(0xFFFF, {2, 3}),
+                                 linearBaseRecord(2), dataRecord(1, {4}), EOF_RECORD}),
+                      true, "a base visited twice");
+    expectSameAsExact(joinLines({dataRecord(0xFFF8, countingBytes(16)), dataRecord(0x0000, countingBytes(8)),
+                                 dataRecord(0xFFF0, countingBytes(8, 0x80)), EOF_RECORD}),
+                      true, "record past 0xFFFF out of order");
+    expectSameAsExact(joinLines({linearBaseRecord(1), dataRecord(0x0000, {1}), linearBaseRecord(0),
+                                 dataRecord(0xFFF0, countingBytes(16)), EOF_RECORD}),
+                      true, "one-block size wraps, out of order");
+    expectSameAsExact(joinLines({linearBaseRecord(1), dataRecord(0x0008, countingBytes(12)), linearBaseRecord(0),
+                                 dataRecord(0x0010, countingBytes(4)), linearBaseRecord(1), dataRecord(0x0020, {0xEE}),
+                                 EOF_RECORD}),
+                      true, "later base below the first address, out of order");
+    expectSameAsExact(joinLines({dataRecord(0x10, {1}), dataRecord(0x00, {2})}, "\r\n") + ":00000001FF\r\n", true,
+                      "CRLF out of order");
+}
+
 TEST_F(FastReader, DeclinesEverythingElse)
 {
     const std::string d0 = dataRecord(0, {1, 2});
-    expectSameAsExact(joinLines({dataRecord(0x10, {1}), dataRecord(0x00, {2}), EOF_RECORD}), false, "descending");
-    expectSameAsExact(joinLines({d0, d0, EOF_RECORD}), false, "duplicate");
-    expectSameAsExact(joinLines({d0, dataRecord(0, {9, 9, 9}), EOF_RECORD}), false, "duplicate address");
     expectSameAsExact(joinLines({dataRecord(0, countingBytes(16)), dataRecord(8, countingBytes(16)), EOF_RECORD}),
                       true, "overlap in ascending order");
+    expectSameAsExact(joinLines({dataRecord(8, countingBytes(16)), dataRecord(0, countingBytes(16)), EOF_RECORD}),
+                      false, "overlap out of order");
     expectSameAsExact(joinLines({d0, ":00001000F0", EOF_RECORD}), false, "zero-length record");
     expectSameAsExact(joinLines({d0, ":0000000000", EOF_RECORD}), false, "ten zeros");
     expectSameAsExact(joinLines({d0, "", EOF_RECORD}), false, "blank line");

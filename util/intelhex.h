@@ -253,6 +253,7 @@ public:
 
 private:
     friend class IntelHexTestAccess;
+    friend class MemoryImage;
 
     // One parsed HEX record. recordType 0xFF marks a line the parser rejected.
     struct hexfileline_t {
@@ -271,41 +272,16 @@ private:
     bool parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines);
     void parseLine(std::string& hexLine, hexfileline_t& line);
     void createNewBlock(setconstiterator_t& first, setconstiterator_t& last);
-
-    // The reader of load(): the file is read with parseHexFile into an ordered
-    // record set, and the set is turned into blocks.
     bool loadRecords(std::ifstream& hexFile, bool oneBlock);
-
-    // A faster reader for the common case: a file whose records are all
-    // well-formed type 00 and 04 records in ascending address order. It reads
-    // the file in large pieces and builds the blocks without the record set.
-    // Returns false, with nothing printed and the blocks unchanged, at the
-    // first line outside that case; load() then reads the file again with
-    // loadRecords(), which gives the same blocks and prints the diagnostics.
-    bool loadPlain(std::ifstream& hexFile, bool oneBlock);
-
-    // Appends a block that takes over bytes.
-    void appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, std::vector<uint8_t>& bytes);
-
-    // The size of a block from a record at firstAddress to the end of a
-    // final record at finalAddress, as unsigned 32-bit arithmetic on the
-    // 16-bit addresses. A size that wraps (a final record of a later linear
-    // base lying below the first, in one-block mode) throws std::bad_alloc.
     uint32_t runSize(uint16_t firstAddress, uint16_t finalAddress, size_t finalLength);
-
-    // Records where and why a load failed.
+    void appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, std::vector<uint8_t>& bytes);
     void setError(size_t line, const std::string& reason);
 
     blockarray_t blocks;
-
-    // The start address given by a file read with loadFullFormat().
     uint8_t startAddressType = 0;
     uint32_t startAddressValue = 0;
-
-    // Where the last load failed; errorLine 0 when not on a line.
     size_t errorLine = 0;
     std::string errorReason;
-    // Why parseLine rejected its last line.
     const char* parseProblem = "";
 };
 

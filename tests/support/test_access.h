@@ -27,16 +27,11 @@ public:
 
     static bool less(const Line& a, const Line& b) { return a < b; }
 
-    // The two readers behind load(), on a file opened here.
+    // The exact reader alone, on a file opened here.
     static bool loadRecords(IntelHexFile& container, const std::string& path, bool oneBlock)
     {
         std::ifstream hexFile(path);
         return container.loadRecords(hexFile, oneBlock);
-    }
-    static bool loadPlain(IntelHexFile& container, const std::string& path, bool oneBlock)
-    {
-        std::ifstream hexFile(path);
-        return container.loadPlain(hexFile, oneBlock);
     }
 
     // Block lifetime operations reserved to the container.

@@ -1,0 +1,52 @@
+// The full-format reader: the whole Intel HEX format (record types 00 to
+// 05), records in any order, into a MemoryImage. MemoryImage::readHex and
+// IntelHexFile::loadFullFormat both funnel into it; it prints nothing and
+// reports what happened in a fullread_t, from which each of them makes its
+// own report.
+//
+// Internal to the library: not installed.
+#ifndef INTELHEX_FULL_FORMAT_READER_H
+#define INTELHEX_FULL_FORMAT_READER_H
+
+#include "memory_image.h"
+#include "record_scanner.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace intelhex_internal {
+
+// What the full-format reader found.
+struct fullread_t {
+    enum class status_t {
+        OK,
+        BAD_LINE,         // a malformed record: line, reason and text say which and why
+        UNSUPPORTED_TYPE, // a record of type 06 or above: line, type and text
+        READ_ERROR        // the source could not be read
+    };
+    status_t status = status_t::OK;
+    size_t line = 0;
+    std::string reason;
+    std::string text; // the offending line without surrounding white space
+    uint8_t type = 0;
+
+    // Warnings, kept after a failure too.
+    std::vector<size_t> ignoredStartLines; // a second, different start address
+    bool sawEndRecord = false;
+    uint64_t repeatedBytes = 0; // bytes given again by overlapping records
+    size_t firstRepeatLine = 0; // the first line that gave one
+};
+
+// Reads source with the whole format. On success image is replaced by what
+// was read; otherwise it is left as it was. A source that cannot be rewound
+// must be given as a MemoryText: records that keep jumping between regions
+// make the reader start again with a slower method that takes any order.
+fullread_t readFullFormat(TextSource& source, MemoryImage& image);
+
+// The warnings of a read, as MemoryImage reports them.
+std::vector<MemoryImage::warning_t> warningsOf(const fullread_t& read);
+
+} // namespace intelhex_internal
+
+#endif // INTELHEX_FULL_FORMAT_READER_H

@@ -1,0 +1,87 @@
+#include "record_scanner.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <unistd.h>
+
+namespace intelhex_internal {
+
+const char* MemoryText::wholeText(size_t& size) const
+{
+    size = size_;
+    return text_;
+}
+
+ssize_t MemoryText::read(char* buffer, size_t capacity)
+{
+    const size_t n = std::min(capacity, size_ - position_);
+    std::memcpy(buffer, text_ + position_, n);
+    position_ += n;
+    return static_cast<ssize_t>(n);
+}
+
+bool MemoryText::rewind()
+{
+    position_ = 0;
+    return true;
+}
+
+DescriptorText::DescriptorText(int fd) : fd_(fd), start_(lseek(fd, 0, SEEK_CUR)) {}
+
+ssize_t DescriptorText::read(char* buffer, size_t capacity)
+{
+    for (;;) {
+        const ssize_t got = ::read(fd_, buffer, capacity);
+        if (got >= 0 || errno != EINTR)
+            return got;
+    }
+}
+
+bool DescriptorText::rewind()
+{
+    return canRewind() && lseek(fd_, start_, SEEK_SET) == start_;
+}
+
+StreamBufferText::StreamBufferText(std::streambuf& buffer)
+    : buffer_(buffer), start_(buffer.pubseekoff(0, std::ios_base::cur, std::ios_base::in))
+{
+}
+
+ssize_t StreamBufferText::read(char* buffer, size_t capacity)
+{
+    return static_cast<ssize_t>(buffer_.sgetn(buffer, static_cast<std::streamsize>(capacity)));
+}
+
+bool StreamBufferText::rewind()
+{
+    return canRewind() && buffer_.pubseekpos(start_, std::ios_base::in) == start_;
+}
+
+bool readWhole(TextSource& source, std::vector<char>& text)
+{
+    const size_t PIECE = 1 << 20;
+    for (;;) {
+        const size_t held = text.size();
+        text.resize(held + PIECE);
+        const ssize_t got = source.read(text.data() + held, PIECE);
+        text.resize(held + static_cast<size_t>(got > 0 ? got : 0));
+        if (got <= 0)
+            return got == 0;
+    }
+}
+
+RecordScanner::lineaction_t RecordScanner::badLine(const char* reason, const char* text, size_t length)
+{
+    return badLine(std::string(reason), text, length);
+}
+
+RecordScanner::lineaction_t RecordScanner::badLine(const std::string& reason, const char* text, size_t length)
+{
+    badLine_.line = line_;
+    badLine_.reason = reason;
+    badLine_.text.assign(text, length);
+    return lineaction_t::BAD;
+}
+
+} // namespace intelhex_internal

@@ -1,0 +1,332 @@
+// The one place that splits Intel HEX text into records: it finds and counts
+// lines, applies a reader's white-space rules, decodes hex digits through a
+// table, and checks byte counts and checksums. Both the fast reader and the
+// full-format reader use it; the exact reader keeps its own strtol-based
+// parser, which is the reference the fast reader is tested against.
+//
+// Internal to the library: not installed.
+#ifndef INTELHEX_RECORD_SCANNER_H
+#define INTELHEX_RECORD_SCANNER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <streambuf>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace intelhex_internal {
+
+// Value of each character as a hex digit; 0x10 for any other character.
+struct hexdigits_t {
+    uint8_t value[256];
+    constexpr hexdigits_t() : value()
+    {
+        for (int c = 0; c < 256; ++c)
+            value[c] = 0x10;
+        for (int d = 0; d < 10; ++d)
+            value['0' + d] = static_cast<uint8_t>(d);
+        for (int d = 0; d < 6; ++d) {
+            value['A' + d] = static_cast<uint8_t>(10 + d);
+            value['a' + d] = static_cast<uint8_t>(10 + d);
+        }
+    }
+};
+inline constexpr hexdigits_t HEX_DIGITS{};
+
+// Longest line the scanner takes, without its line ending.
+const size_t MAX_LINE_LENGTH = 256 * 1024 - 1;
+
+// Count, address (2), type, 255 data bytes, checksum.
+const size_t MAX_RECORD_BYTES = 5 + 255;
+
+// Where the text of a HEX file comes from. A source either holds the whole
+// text in memory already (a caller's buffer) or hands it out in pieces.
+class TextSource {
+public:
+    virtual ~TextSource() = default;
+
+    // The whole text, when it is in memory; nullptr otherwise.
+    virtual const char* wholeText(size_t& size) const
+    {
+        size = 0;
+        return nullptr;
+    }
+
+    // Reads up to capacity bytes into buffer: the count, 0 at the end of the
+    // text, -1 when reading fails.
+    virtual ssize_t read(char* buffer, size_t capacity) = 0;
+
+    // Starts the text again from its beginning; false when it cannot.
+    virtual bool rewind() = 0;
+};
+
+// A caller's buffer.
+class MemoryText : public TextSource {
+public:
+    MemoryText(const void* text, size_t size) : text_(static_cast<const char*>(text)), size_(size) {}
+    const char* wholeText(size_t& size) const override;
+    ssize_t read(char* buffer, size_t capacity) override;
+    bool rewind() override;
+
+private:
+    const char* text_;
+    size_t size_;
+    size_t position_ = 0;
+};
+
+// A file descriptor, read from where it stands at construction. A file that
+// cannot be rewound (a pipe) can be read only once.
+class DescriptorText : public TextSource {
+public:
+    explicit DescriptorText(int fd);
+    ssize_t read(char* buffer, size_t capacity) override;
+    bool rewind() override;
+    bool canRewind() const { return start_ >= 0; }
+
+private:
+    int fd_;
+    off_t start_;
+};
+
+// A stream buffer (that of an opened std::ifstream), read from where it
+// stands at construction.
+class StreamBufferText : public TextSource {
+public:
+    explicit StreamBufferText(std::streambuf& buffer);
+    ssize_t read(char* buffer, size_t capacity) override;
+    bool rewind() override;
+    bool canRewind() const { return start_ != std::streampos(-1); }
+
+private:
+    std::streambuf& buffer_;
+    std::streampos start_;
+};
+
+// Reads what is left of source into text; false when reading fails.
+bool readWhole(TextSource& source, std::vector<char>& text);
+
+// How a reader wants lines treated.
+enum class linerules_t {
+    // The fast reader: a line is a record exactly as the exact reader takes
+    // it without a word (no white space but one final carriage return); a
+    // line that begins with ":00000001FF" ends the file. Every other line is
+    // a bad line, with no reason given.
+    STRICT,
+    // The full-format reader: white space around a record is skipped, blank
+    // lines are skipped, and any type-01 record ends the file. A bad line
+    // comes with its reason and its text.
+    FULL_FORMAT
+};
+
+// A record with a correct shape and checksum.
+struct scannedrecord_t {
+    size_t line;         // 1-based line number
+    const uint8_t* data; // the data bytes; valid until the next record
+    const char* text;    // the record's text, without white space around it
+    size_t textLength;
+    uint16_t offset; // the 16-bit load offset
+    uint8_t type;
+    uint8_t length; // number of data bytes
+};
+
+// Why scanning ended.
+enum class scanend_t {
+    END_RECORD,   // the end-of-file record was reached
+    END_OF_INPUT, // the text ended without one
+    STOPPED,      // the record handler asked to stop
+    BAD_LINE,     // a line broke the rules; see RecordScanner::badLine()
+    READ_ERROR    // the source could not be read
+};
+
+// A line that broke the rules (FULL_FORMAT rules fill in reason and text).
+struct badline_t {
+    size_t line = 0;
+    std::string reason;
+    std::string text; // the line without surrounding white space
+};
+
+// Scans a source line by line and hands each record to a handler
+// bool(const scannedrecord_t&), which returns false to stop.
+class RecordScanner {
+public:
+    explicit RecordScanner(linerules_t rules) : rules_(rules) {}
+
+    template <typename OnRecord> scanend_t scan(TextSource& source, OnRecord&& onRecord);
+
+    const badline_t& badLine() const { return badLine_; }
+
+    // Lines seen so far, including the one that ended the scan.
+    size_t lineCount() const { return line_; }
+
+private:
+    enum class lineaction_t { NEXT, END_RECORD, STOP, BAD };
+
+    template <typename OnRecord> lineaction_t takeLine(const char* text, size_t length, OnRecord& onRecord);
+    lineaction_t badLine(const char* reason, const char* text, size_t length);
+    lineaction_t badLine(const std::string& reason, const char* text, size_t length);
+    static scanend_t endOf(lineaction_t action);
+
+    template <typename OnRecord> scanend_t scanMemory(const char* text, size_t size, OnRecord& onRecord);
+    template <typename OnRecord> scanend_t scanPieces(TextSource& source, OnRecord& onRecord);
+
+    linerules_t rules_;
+    size_t line_ = 0;
+    badline_t badLine_;
+    uint8_t record_[MAX_RECORD_BYTES];
+    std::vector<char> buffer_; // for sources read in pieces
+};
+
+// --- implementation of the templates -------------------------------------
+
+inline bool isBlank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
+}
+
+template <typename OnRecord> scanend_t RecordScanner::scan(TextSource& source, OnRecord&& onRecord)
+{
+    line_ = 0;
+    badLine_ = badline_t();
+    size_t size = 0;
+    if (const char* text = source.wholeText(size))
+        return scanMemory(text, size, onRecord);
+    return scanPieces(source, onRecord);
+}
+
+inline scanend_t RecordScanner::endOf(lineaction_t action)
+{
+    switch (action) {
+    case lineaction_t::END_RECORD:
+        return scanend_t::END_RECORD;
+    case lineaction_t::STOP:
+        return scanend_t::STOPPED;
+    default:
+        return scanend_t::BAD_LINE;
+    }
+}
+
+template <typename OnRecord> scanend_t RecordScanner::scanMemory(const char* text, size_t size, OnRecord& onRecord)
+{
+    const char* const end = text + size;
+    for (const char* line = text; line < end;) {
+        const char* newline = static_cast<const char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
+        const char* lineEnd = newline != nullptr ? newline : end;
+        const lineaction_t action = takeLine(line, static_cast<size_t>(lineEnd - line), onRecord);
+        if (action != lineaction_t::NEXT)
+            return endOf(action);
+        if (newline == nullptr)
+            break;
+        line = newline + 1;
+    }
+    return scanend_t::END_OF_INPUT;
+}
+
+template <typename OnRecord> scanend_t RecordScanner::scanPieces(TextSource& source, OnRecord& onRecord)
+{
+    // Large reads; a line cut at the end of a piece is moved to the front
+    // and completed by the next read.
+    const size_t PIECE = MAX_LINE_LENGTH + 1;
+    buffer_.resize(PIECE);
+    char* const buffer = buffer_.data();
+    size_t held = 0;
+    for (;;) {
+        const ssize_t got = held < PIECE ? source.read(buffer + held, PIECE - held) : 0;
+        if (got < 0)
+            return scanend_t::READ_ERROR;
+        const char* const end = buffer + held + got;
+        const char* line = buffer;
+        for (;;) {
+            const char* newline =
+                static_cast<const char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
+            if (newline == nullptr)
+                break;
+            const lineaction_t action = takeLine(line, static_cast<size_t>(newline - line), onRecord);
+            if (action != lineaction_t::NEXT)
+                return endOf(action);
+            line = newline + 1;
+        }
+        held = static_cast<size_t>(end - line);
+        if (got == 0) {
+            if (held == 0)
+                return scanend_t::END_OF_INPUT;
+            // The last line, with no newline after it (or too long).
+            const lineaction_t action = takeLine(line, held, onRecord);
+            return action == lineaction_t::NEXT ? scanend_t::END_OF_INPUT : endOf(action);
+        }
+        std::memmove(buffer, line, held);
+    }
+}
+
+template <typename OnRecord>
+RecordScanner::lineaction_t RecordScanner::takeLine(const char* text, size_t length, OnRecord& onRecord)
+{
+    ++line_;
+    if (length > MAX_LINE_LENGTH)
+        return badLine("line too long", text, 0);
+
+    if (rules_ == linerules_t::STRICT) {
+        // As read: exact case, nothing before it, anything after it ignored.
+        static const char EOF_RECORD[] = ":00000001FF";
+        if (length >= sizeof EOF_RECORD - 1 && std::memcmp(text, EOF_RECORD, sizeof EOF_RECORD - 1) == 0)
+            return lineaction_t::END_RECORD;
+        if (length > 0 && text[length - 1] == '\r')
+            --length;
+        if (length < 11 || text[0] != ':' || length % 2 == 0)
+            return lineaction_t::BAD;
+    } else {
+        while (length > 0 && isBlank(*text)) {
+            ++text;
+            --length;
+        }
+        while (length > 0 && isBlank(text[length - 1]))
+            --length;
+        if (length == 0)
+            return lineaction_t::NEXT; // a blank line
+        if (text[0] != ':')
+            return badLine("a record must start with ':'", text, length);
+        if ((length - 1) % 2 != 0)
+            return badLine("odd number of hex digits", text, length);
+        if (length - 1 < 10)
+            return badLine("record too short", text, length);
+    }
+
+    // Every digit is checked; no more than a record's bytes are kept.
+    const size_t byteCount = (length - 1) / 2;
+    const unsigned char* digits = reinterpret_cast<const unsigned char*>(text + 1);
+    const size_t kept = byteCount < MAX_RECORD_BYTES ? byteCount : MAX_RECORD_BYTES;
+    unsigned invalid = 0;
+    unsigned sum = 0;
+    for (size_t i = 0; i < kept; ++i) {
+        const unsigned high = HEX_DIGITS.value[digits[2 * i]];
+        const unsigned low = HEX_DIGITS.value[digits[2 * i + 1]];
+        invalid |= high | low;
+        record_[i] = static_cast<uint8_t>(high << 4 | (low & 0xF));
+        sum += record_[i];
+    }
+    for (size_t i = kept; i < byteCount; ++i)
+        invalid |= HEX_DIGITS.value[digits[2 * i]] | HEX_DIGITS.value[digits[2 * i + 1]];
+
+    const bool strict = rules_ == linerules_t::STRICT;
+    if ((invalid & 0x10) != 0)
+        return strict ? lineaction_t::BAD : badLine("character that is not a hex digit", text, length);
+    if (byteCount != static_cast<size_t>(record_[0]) + 5)
+        return strict ? lineaction_t::BAD
+                      : badLine("byte count " + std::to_string(record_[0]) + " does not match the length of the line",
+                                text, length);
+    if ((sum & 0xFF) != 0)
+        return strict ? lineaction_t::BAD : badLine("checksum error", text, length);
+
+    const uint8_t type = record_[3];
+    if (!strict && type == 0x01)
+        return lineaction_t::END_RECORD;
+    const scannedrecord_t record{line_, record_ + 4, text, length, static_cast<uint16_t>(record_[1] << 8 | record_[2]),
+                                 type, record_[0]};
+    return onRecord(record) ? lineaction_t::NEXT : lineaction_t::STOP;
+}
+
+} // namespace intelhex_internal
+
+#endif // INTELHEX_RECORD_SCANNER_H

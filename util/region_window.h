@@ -1,0 +1,143 @@
+// A dense picture of one address region while its records arrive in any
+// order: the bytes placed so far, a bit per position that holds data, and a
+// bit per position where a record started. The fast reader keeps one per
+// linear base, the full-format reader one per 64 KiB of the 32-bit address
+// space; only one is open at a time, the others are kept closed as runs of
+// bytes and start progressions, and reopened when a record returns to them.
+//
+// Internal to the library: not installed.
+#ifndef INTELHEX_REGION_WINDOW_H
+#define INTELHEX_REGION_WINDOW_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+namespace intelhex_internal {
+
+// Bytes in anonymous pages of their own, so that releasing them gives the
+// memory back to the system at once (heap blocks would stay with the
+// process), and pages never written cost nothing.
+class PageBytes {
+public:
+    PageBytes() = default;
+    explicit PageBytes(size_t size); // throws std::bad_alloc
+    ~PageBytes();
+    PageBytes(PageBytes&& other) noexcept;
+    PageBytes& operator=(PageBytes&& other) noexcept;
+    PageBytes(const PageBytes&) = delete;
+    PageBytes& operator=(const PageBytes&) = delete;
+
+    uint8_t* data() const { return data_; }
+    size_t size() const { return size_; }
+    bool empty() const { return data_ == nullptr; }
+
+private:
+    uint8_t* data_ = nullptr;
+    size_t size_ = 0;
+};
+
+// Record starts in ascending order, as arithmetic progressions: records of
+// one length one after another make a single entry.
+struct progression_t {
+    uint32_t first;
+    uint32_t stride;
+    uint32_t count;
+    uint32_t last() const { return first + stride * (count - 1); }
+};
+
+// A run of positions holding data: [start, start + length).
+struct run_t {
+    uint32_t start;
+    uint32_t length;
+};
+
+class RegionWindow {
+public:
+    // A window of the given number of positions, all empty.
+    explicit RegionWindow(size_t positions);
+
+    size_t positions() const { return positions_; }
+
+    // The window's bytes; positions that hold no data have any value.
+    uint8_t* bytes() { return bytes_.data(); }
+    const uint8_t* bytes() const { return bytes_.data(); }
+
+    // Takes the byte storage away (for keeping as it is) and gives the
+    // window fresh storage; the window is then empty.
+    PageBytes takeBytes();
+
+    // Empties the window; costs only what was used since the last time.
+    void clear();
+    bool empty() const { return low_ > high_; }
+
+    bool isStart(size_t position) const { return (starts_[position / 64] >> (position % 64) & 1) != 0; }
+    void markStart(size_t position);
+
+    // True when any position in [position, position + length) holds data.
+    bool holdsData(size_t position, size_t length) const;
+
+    // Places bytes at positions that hold no data yet; positions that do
+    // keep their value. Returns how many of them did.
+    size_t placeNew(size_t position, const uint8_t* data, size_t length);
+
+    // What placeRecord() did.
+    static constexpr size_t REPEATED_START = static_cast<size_t>(-1);
+
+    // Places a record that starts at position: REPEATED_START, with nothing
+    // placed, when a record started there before; otherwise marks the start,
+    // places the bytes as placeNew() does and returns its count.
+    size_t placeRecord(size_t position, const uint8_t* data, size_t length)
+    {
+        const size_t word = position / 64;
+        const uint64_t bit = uint64_t(1) << (position % 64);
+        if ((starts_[word] & bit) != 0)
+            return REPEATED_START;
+        starts_[word] |= bit;
+        const size_t lastWord = (position + length - 1) / 64;
+        if (length <= 64 && lastWord <= word + 1) {
+            // The usual record: its bits lie in one or two words.
+            const unsigned shift = static_cast<unsigned>(position % 64);
+            const uint64_t bits = length == 64 ? ~uint64_t(0) : (uint64_t(1) << length) - 1;
+            const uint64_t low = bits << shift;
+            const uint64_t high = shift == 0 ? 0 : bits >> (64 - shift);
+            if ((data_[word] & low) == 0 && (high == 0 || (data_[lastWord] & high) == 0)) {
+                data_[word] |= low;
+                if (high != 0)
+                    data_[lastWord] |= high;
+                low_ = word < low_ ? word : low_;
+                high_ = lastWord > high_ ? lastWord : high_;
+                std::memcpy(bytes_.data() + position, data, length);
+                return 0;
+            }
+        }
+        return placeNew(position, data, length);
+    }
+
+    // The runs of positions that hold data, in ascending order.
+    std::vector<run_t> runs() const;
+
+    // The highest position below before where a record started; before
+    // itself when there is none.
+    size_t lastStartBefore(size_t before) const;
+
+    // Record starts as progressions, and back. Records of one length one
+    // after another, the usual file, cost a few operations per 64 positions.
+    std::vector<progression_t> starts() const;
+    void markStarts(const std::vector<progression_t>& progressions);
+
+private:
+    void touch(size_t firstWord, size_t lastWord);
+
+    size_t positions_;
+    PageBytes bytes_;
+    std::vector<uint64_t> data_;   // a bit per position holding data
+    std::vector<uint64_t> starts_; // a bit per position where a record started
+    size_t low_;                   // words that may be non-zero: [low_, high_]
+    size_t high_;
+};
+
+} // namespace intelhex_internal
+
+#endif // INTELHEX_REGION_WINDOW_H
