@@ -51,12 +51,13 @@ const char MAIN_HELP[] =
     "  -h, --help      show help (after a command: that command's help)\n"
     "  -V, --version   show the version\n"
     "\n"
-    "By default records of types 00, 01 and 04 are read, and a file with any other\n"
-    "type, a bad checksum or a missing end-of-file record is rejected. With\n"
-    "--full-format (-F), every command reads the whole format: types 00 to 05,\n"
-    "segment and linear addresses, start addresses, blocks by full 32-bit address.\n"
-    "After a failed load the library's own diagnostics are followed by one line\n"
-    "FILE:LINE: REASON.\n"
+    "Every command reads the whole format: record types 00 to 05, segment and\n"
+    "linear addresses, start addresses, records in any order, blocks by full\n"
+    "32-bit address. With --strict it reads only types 00, 01 and 04 instead,\n"
+    "with blocks that never cross a 64 KiB linear base, and rejects a file with\n"
+    "any other type or a missing end-of-file record. (--full-format, -F, names\n"
+    "the default and is still accepted.) After a failed load the library's own\n"
+    "diagnostics are followed by one line FILE:LINE: REASON.\n"
     "\n"
     "Exit status: 0 on success, 1 when a file cannot be loaded or written,\n"
     "2 on a usage error.\n";
@@ -68,44 +69,44 @@ struct CommandSpec {
 };
 
 const CommandSpec COMMANDS[] = {
-    {"info", "usage: hexblocks info FILE [--one-block] [--full-format] [--json]\n",
+    {"info", "usage: hexblocks info FILE [--one-block] [--strict] [--json]\n",
      "List the blocks of FILE: index, full 32-bit start and end address (the\n"
      "last byte), size, linear base (upper 16 bits) and 16-bit start address,\n"
      "then a total line with the number of blocks, the bytes and the span.\n"
      "\n"
-     "With --full-format it also shows the start address, if the file gives one.\n"
+     "It also shows the start address, if the file gives one.\n"
      "\n"
      "  -1, --one-block   load the whole file as one block, gaps filled with 0xFF\n"
-     "  -F, --full-format read the whole format (types 00 to 05, 32-bit blocks)\n"
+     "      --strict      read only record types 00, 01 and 04, blocks within a linear base\n"
      "  -j, --json        print the same as JSON\n"
      "  -h, --help        show this help\n"},
-    {"map", "usage: hexblocks map FILE [--one-block] [--full-format] [--width N]\n",
+    {"map", "usage: hexblocks map FILE [--one-block] [--strict] [--width N]\n",
      "Draw the address space of FILE: a strip in which every block has a letter\n"
      "and takes room in proportion to its size, '.' marks a gap, and \"=//=\"\n"
      "marks a gap too large to draw to scale; then one line per block and gap.\n"
      "Files with many blocks are shown as at most 16 regions of neighbouring blocks.\n"
      "\n"
      "  -1, --one-block   load the whole file as one block\n"
-     "  -F, --full-format read the whole format (types 00 to 05, 32-bit blocks)\n"
+     "      --strict      read only record types 00, 01 and 04, blocks within a linear base\n"
      "  -w, --width N     width of the strip in columns (16 to 1000, default 64)\n"
      "  -h, --help        show this help\n"},
-    {"bin", "usage: hexblocks bin FILE [-o DIR] [--one-block] [--full-format] [--reverse]\n",
+    {"bin", "usage: hexblocks bin FILE [-o DIR] [--one-block] [--strict] [--reverse]\n",
      "Write each block of FILE as a raw binary file named after FILE and the\n"
      "block's full start address, e.g. app_0x08004000.bin, and print one line per\n"
      "file written. A file that cannot be written completely is removed.\n"
      "\n"
      "  -o, --output DIR  directory for the files (default: the current directory)\n"
      "  -1, --one-block   load the whole file as one block, gaps filled with 0xFF\n"
-     "  -F, --full-format read the whole format (types 00 to 05, 32-bit blocks)\n"
+     "      --strict      read only record types 00, 01 and 04, blocks within a linear base\n"
      "  -r, --reverse     reverse the bytes of every block before writing\n"
      "  -h, --help        show this help\n"},
-    {"dump", "usage: hexblocks dump FILE [--block N] [--one-block] [--full-format]\n",
+    {"dump", "usage: hexblocks dump FILE [--block N] [--one-block] [--strict]\n",
      "Print the blocks of FILE as hex and ASCII, 16 bytes a line, in the style of\n"
      "xxd, with full 32-bit addresses.\n"
      "\n"
      "  -b, --block N     dump only block N (counted from 0)\n"
      "  -1, --one-block   load the whole file as one block\n"
-     "  -F, --full-format read the whole format (types 00 to 05, 32-bit blocks)\n"
+     "      --strict      read only record types 00, 01 and 04, blocks within a linear base\n"
      "  -h, --help        show this help\n"},
 };
 
@@ -129,7 +130,7 @@ struct Options {
     std::string file;
     std::string outputDir = ".";
     bool oneBlock = false;
-    bool fullFormat = false;
+    bool strict = false;
     bool json = false;
     bool reverse = false;
     bool hasBlock = false;
@@ -179,6 +180,8 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
     std::string shortOptions = ":h1F";
     std::vector<option> longOptions = {{"help", no_argument, nullptr, 'h'},
                                        {"one-block", no_argument, nullptr, '1'},
+                                       {"strict", no_argument, nullptr, 'S'},
+                                       // The whole format is the default; the option stays accepted.
                                        {"full-format", no_argument, nullptr, 'F'}};
     if (name == "info") {
         shortOptions += "j";
@@ -206,7 +209,8 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
         switch (c) {
         case 'h': options.help = true; break;
         case '1': options.oneBlock = true; break;
-        case 'F': options.fullFormat = true; break;
+        case 'S': options.strict = true; break;
+        case 'F': break;
         case 'j': options.json = true; break;
         case 'r': options.reverse = true; break;
         case 'o': options.outputDir = optarg; break;
@@ -237,14 +241,14 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
     return EXIT_OK;
 }
 
-// Loads options.file into image with the reader the options choose. The
+// Loads options.file into image: the whole format, or with --strict load(). The
 // library prints its own diagnostics; this adds one line, "FILE:LINE: reason"
 // (or "FILE: reason" when no line is to blame).
 bool loadImage(const Options& options, IntelHexFile& image)
 {
     try {
-        const bool loaded = options.fullFormat ? image.loadFullFormat(options.file.c_str(), options.oneBlock)
-                                               : image.load(options.file.c_str(), options.oneBlock);
+        const bool loaded = options.strict ? image.load(options.file.c_str(), options.oneBlock)
+                                           : image.loadFullFormat(options.file.c_str(), options.oneBlock);
         if (loaded)
             return true;
     } catch (const std::out_of_range&) {
@@ -369,15 +373,13 @@ void printInfoJson(const IntelHexFile& image, const Options& options)
     const Totals t = totalsOf(image);
     std::cout << "{\n  \"file\": " << jsonString(options.file) << ",\n  \"mode\": \""
               << (options.oneBlock ? "one-block" : "normal") << "\",\n";
-    if (options.fullFormat) {
-        std::cout << "  \"format\": \"full\",\n  \"start_address\": ";
-        if (image.hasStartAddress())
-            std::cout << "{\"type\": " << static_cast<unsigned>(image.getStartAddressType())
-                      << ", \"value\": " << image.getStartAddressValue() << "}";
-        else
-            std::cout << "null";
-        std::cout << ",\n";
-    }
+    std::cout << "  \"format\": \"" << (options.strict ? "strict" : "full") << "\",\n  \"start_address\": ";
+    if (image.hasStartAddress())
+        std::cout << "{\"type\": " << static_cast<unsigned>(image.getStartAddressType())
+                  << ", \"value\": " << image.getStartAddressValue() << "}";
+    else
+        std::cout << "null";
+    std::cout << ",\n";
     std::cout << "  \"blocks\": [";
     for (size_t i = 0; i < image.getBlockCount(); ++i) {
         const IntelHexFileBlock& b = image[i];

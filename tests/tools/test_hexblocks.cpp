@@ -158,7 +158,8 @@ TEST_F(Hexblocks, InfoJson)
     const ProcessResult r = hexblocks({"info", "--json", path});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "{\n  \"file\": \"" + path +
-                         "\",\n  \"mode\": \"normal\",\n  \"blocks\": [\n"
+                         "\",\n  \"mode\": \"normal\",\n  \"format\": \"full\",\n  \"start_address\": null,\n"
+                         "  \"blocks\": [\n"
                          "    {\"index\": 0, \"start\": 134217728, \"end\": 134217747, \"size\": 20, "
                          "\"linear_base\": 2048, \"start_address\": 0},\n"
                          "    {\"index\": 1, \"start\": 134217984, \"end\": 134217985, \"size\": 2, "
@@ -176,7 +177,8 @@ TEST_F(Hexblocks, InfoJsonWithoutBlocks)
     const ProcessResult r = hexblocks({"info", path, "-j"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "{\n  \"file\": \"" + path +
-                         "\",\n  \"mode\": \"normal\",\n  \"blocks\": [],\n"
+                         "\",\n  \"mode\": \"normal\",\n  \"format\": \"full\",\n  \"start_address\": null,\n"
+                         "  \"blocks\": [],\n"
                          "  \"total\": {\"blocks\": 0, \"bytes\": 0, \"span_start\": null, \"span_end\": null, "
                          "\"span_bytes\": 0}\n}\n");
 }
@@ -360,15 +362,76 @@ TEST_F(Hexblocks, BadChecksumInEveryCommand)
 
 TEST_F(Hexblocks, UnsupportedTypeInEveryCommand)
 {
+    const std::string record = hexRecord(0x0A, 0, {0x01, 0x02});
+    const std::string path = dir.write("ten.hex", joinLines({dataRecord(0, {1}), record, EOF_RECORD}));
+    for (const std::string& command : COMMANDS) {
+        const ProcessResult r = hexblocks({command, path}, dir.path());
+        EXPECT_EQ(r.exitCode, 1) << command;
+        EXPECT_EQ(r.out, record + "\n") << command;
+        EXPECT_EQ(r.err, "#ERROR: unsupported record type found (10)\n" + path + ":2: unsupported record type 0A\n")
+            << command;
+    }
+}
+
+TEST_F(Hexblocks, StrictRejectsStartAddressesInEveryCommand)
+{
     const std::string start = hexRecord(0x05, 0, {0x08, 0x00, 0x01, 0x01});
     const std::string path = dir.write("start.hex", joinLines({dataRecord(0, {1}), start, EOF_RECORD}));
     for (const std::string& command : COMMANDS) {
-        const ProcessResult r = hexblocks({command, path}, dir.path());
+        const ProcessResult r = hexblocks({command, "--strict", path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, start + "\n") << command;
         EXPECT_EQ(r.err, "#ERROR: unsupported record type found (5)\n" + path + ":2: unsupported record type 05\n")
             << command;
     }
+}
+
+TEST_F(Hexblocks, EveryCommandReadsTheWholeFormatByDefault)
+{
+    // A start address and records out of order, as most toolchains write.
+    const std::string path =
+        dir.write("app.hex", joinLines({linearBaseRecord(0x0800), dataRecord(0x0010, {3, 4}), dataRecord(0x0000, {1, 2}),
+                                        hexRecord(0x05, 0, {0x08, 0x00, 0x00, 0x11}), EOF_RECORD}));
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"info", path}, std::vector<std::string>{"info", "-F", path},
+          std::vector<std::string>{"info", "--full-format", path}}) {
+        const ProcessResult r = hexblocks(args);
+        EXPECT_EQ(r.exitCode, 0);
+        EXPECT_EQ(r.err, "");
+        EXPECT_EQ(r.out, "#  start       end         size  base    start16\n"
+                         "0  0x08000000  0x08000001     2  0x0800  0x0000\n"
+                         "1  0x08000010  0x08000011     2  0x0800  0x0010\n"
+                         "total: 2 blocks, 4 bytes, span 0x08000000-0x08000011, 18 bytes\n"
+                         "start address: 0x08000011 (linear, type 05)\n");
+    }
+    for (const char* command : {"map", "dump"}) {
+        const ProcessResult r = hexblocks({command, path});
+        EXPECT_EQ(r.exitCode, 0) << command;
+        EXPECT_EQ(r.err, "") << command;
+    }
+    const ProcessResult bin = hexblocks({"bin", path, "-o", dir.path()});
+    EXPECT_EQ(bin.exitCode, 0);
+    EXPECT_EQ(readFileBytes(dir.file("app_0x08000000.bin")), std::vector<uint8_t>({1, 2}));
+    EXPECT_EQ(readFileBytes(dir.file("app_0x08000010.bin")), std::vector<uint8_t>({3, 4}));
+}
+
+TEST_F(Hexblocks, StrictKeepsBlocksWithinALinearBase)
+{
+    const std::string path = dir.write("cross.hex", joinLines({linearBaseRecord(0x0800), dataRecord(0xFFFE, {1, 2}),
+                                                               linearBaseRecord(0x0801), dataRecord(0, {3}), EOF_RECORD}));
+    const ProcessResult strict = hexblocks({"info", "--strict", path});
+    EXPECT_EQ(strict.exitCode, 0);
+    EXPECT_EQ(strict.out, "#  start       end         size  base    start16\n"
+                          "0  0x0800FFFE  0x0800FFFF     2  0x0800  0xFFFE\n"
+                          "1  0x08010000  0x08010000     1  0x0801  0x0000\n"
+                          "total: 2 blocks, 3 bytes, span 0x0800FFFE-0x08010000, 3 bytes\n");
+    const ProcessResult full = hexblocks({"info", path});
+    EXPECT_EQ(full.exitCode, 0);
+    EXPECT_EQ(full.out, "#  start       end         size  base    start16\n"
+                        "0  0x0800FFFE  0x08010000     3  0x0800  0xFFFE\n"
+                        "total: 1 block, 3 bytes, span 0x0800FFFE-0x08010000, 3 bytes\n");
+    const ProcessResult json = hexblocks({"info", "--strict", "--json", path});
+    EXPECT_NE(json.out.find("\"format\": \"strict\",\n  \"start_address\": null,\n"), std::string::npos) << json.out;
 }
 
 TEST_F(Hexblocks, MissingFileInEveryCommand)
@@ -386,7 +449,7 @@ TEST_F(Hexblocks, MissingFileInEveryCommand)
 TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnostics)
 {
     const std::string path = dir.write("cut.hex", dataRecord(0, {1}) + "\n");
-    const ProcessResult r = hexblocks({"info", path});
+    const ProcessResult r = hexblocks({"info", "--strict", path});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, SIGNATURE + ": hexline to short\n");
     EXPECT_EQ(r.err, "#ERROR: corrupt line data in line \"\"\n" + path + ":2: line too short or not starting with ':'\n");
@@ -395,18 +458,18 @@ TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnostics)
 TEST_F(Hexblocks, ExceptionsFromTheLibraryBecomeAnErrorLine)
 {
     const std::string shortLine = dir.write("short.hex", joinLines({":05003000023", EOF_RECORD}));
-    ProcessResult r = hexblocks({"info", shortLine});
+    ProcessResult r = hexblocks({"info", "--strict", shortLine});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, shortLine + ":1: the record's data runs past the end of the line\n");
 
     const std::string minus = dir.write("minus.hex", joinLines({":-10000000000", EOF_RECORD}));
-    r = hexblocks({"info", minus});
+    r = hexblocks({"info", "--strict", minus});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, minus + ":1: impossible byte count\n");
 
     const std::string wrap = dir.write("wrap.hex", joinLines({dataRecord(0xFFF0, countingBytes(16)), linearBaseRecord(1),
                                                               dataRecord(0x0000, {1}), EOF_RECORD}));
-    r = hexblocks({"bin", wrap, "--one-block", "-o", dir.path()});
+    r = hexblocks({"bin", "--strict", wrap, "--one-block", "-o", dir.path()});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, wrap + ": the one-block image size wraps around (records of several linear bases)\n");
 }
@@ -449,7 +512,7 @@ TEST_F(Hexblocks, FullFormatReadsSegmentAndStartRecords)
         "avr.hex", joinLines({hexRecord(0x02, 0, {0x10, 0x00}), "", dataRecord(0xFC00, {1, 2, 3}),
                               "  " + hexRecord(0x03, 0, {0x10, 0x00, 0xFC, 0x00}) + "  ", ":00000001ff"},
                              "\r\n"));
-    const ProcessResult strict = hexblocks({"info", path});
+    const ProcessResult strict = hexblocks({"info", "--strict", path});
     EXPECT_EQ(strict.exitCode, 1);
     EXPECT_EQ(strict.err, "#ERROR: unsupported record type found (2)\n" + path + ":1: unsupported record type 02\n");
 
@@ -561,9 +624,9 @@ TEST_F(Hexblocks, FullFormatJsonWithoutStartAddress)
     EXPECT_NE(r.out.find("  \"mode\": \"normal\",\n  \"format\": \"full\",\n  \"start_address\": null,\n  \"blocks\": ["),
               std::string::npos)
         << r.out;
-    // The strict reader's JSON has neither field (blocks have their own
-    // 16-bit "start_address").
-    const ProcessResult strict = hexblocks({"info", "--json", path});
-    EXPECT_EQ(strict.out.find("\"format\""), std::string::npos);
-    EXPECT_EQ(strict.out.find("\"start_address\": null"), std::string::npos);
+    // load() never gives a start address.
+    const ProcessResult strict = hexblocks({"info", "--json", "--strict", path});
+    EXPECT_NE(strict.out.find("  \"mode\": \"normal\",\n  \"format\": \"strict\",\n  \"start_address\": null,\n"),
+              std::string::npos)
+        << strict.out;
 }
