@@ -1,8 +1,13 @@
 // Helper of bench/compare.sh:
 //
-//   benchtool image KIND OUT.hex OUT.bin [RECORD_BYTES]
+//   benchtool image KIND OUT.hex OUT.bin [RECORD_BYTES [ORDER]]
 //       writes a deterministic test image as Intel HEX and the flat binary it
 //       stands for (gaps 0xFF; OUT.bin.zero with gaps 0x00). KIND: contiguous32m, firmware1m, sparse.
+//       ORDER of the data records: ascending (default), descending (the
+//       ascending file's records in reverse), or shuffled (the same records
+//       in a random order within each 64 KiB linear base, and the bases in a
+//       random order). Each run of records under one base is preceded by its
+//       extended linear address record.
 //   benchtool join OUT.bin FILE_0xADDR.bin...
 //       joins per-block binary files, placed by the address in their names,
 //       into one image from address 0 with 0xFF in the gaps.
@@ -53,26 +58,70 @@ void appendRecord(std::string& out, uint8_t type, uint16_t address, const uint8_
     out += '\n';
 }
 
-// Records of recordBytes each, a base record wherever the upper 16 bits
-// change, records never crossing a 64 KiB boundary.
-std::string encode(const std::vector<Segment>& segments, size_t recordBytes)
+// One data record: its full address and its bytes.
+struct Record {
+    uint32_t address;
+    const uint8_t* data;
+    size_t length;
+};
+
+// Records of recordBytes each, never crossing a 64 KiB boundary.
+std::vector<Record> splitIntoRecords(const std::vector<Segment>& segments, size_t recordBytes)
 {
-    std::string out;
-    int64_t base = -1;
+    std::vector<Record> records;
     for (const Segment& s : segments) {
         size_t offset = 0;
         while (offset < s.bytes.size()) {
             const uint32_t address = s.address + static_cast<uint32_t>(offset);
             const size_t toBoundary = 0x10000 - (address & 0xFFFF);
             const size_t n = std::min({recordBytes, s.bytes.size() - offset, toBoundary});
-            if (static_cast<int64_t>(address >> 16) != base) {
-                base = address >> 16;
-                const uint8_t b[2] = {static_cast<uint8_t>(base >> 8), static_cast<uint8_t>(base)};
-                appendRecord(out, 0x04, 0, b, 2);
-            }
-            appendRecord(out, 0x00, static_cast<uint16_t>(address), s.bytes.data() + offset, n);
+            records.push_back({address, s.bytes.data() + offset, n});
             offset += n;
         }
+    }
+    return records;
+}
+
+// Puts the records in the requested order. Shuffling keeps the records of
+// one linear base together, so the file holds the same lines in every order.
+bool orderRecords(std::vector<Record>& records, const std::string& order)
+{
+    if (order == "ascending")
+        return true;
+    if (order == "descending") {
+        std::reverse(records.begin(), records.end());
+        return true;
+    }
+    if (order != "shuffled")
+        return false;
+    std::mt19937 rng(7);
+    std::vector<std::vector<Record>> bases;
+    for (const Record& r : records) {
+        if (bases.empty() || bases.back().front().address >> 16 != r.address >> 16)
+            bases.emplace_back();
+        bases.back().push_back(r);
+    }
+    std::shuffle(bases.begin(), bases.end(), rng);
+    records.clear();
+    for (std::vector<Record>& base : bases) {
+        std::shuffle(base.begin(), base.end(), rng);
+        records.insert(records.end(), base.begin(), base.end());
+    }
+    return true;
+}
+
+// The records as HEX text, a base record wherever the upper 16 bits change.
+std::string encode(const std::vector<Record>& records)
+{
+    std::string out;
+    int64_t base = -1;
+    for (const Record& r : records) {
+        if (static_cast<int64_t>(r.address >> 16) != base) {
+            base = r.address >> 16;
+            const uint8_t b[2] = {static_cast<uint8_t>(base >> 8), static_cast<uint8_t>(base)};
+            appendRecord(out, 0x04, 0, b, 2);
+        }
+        appendRecord(out, 0x00, static_cast<uint16_t>(r.address), r.data, r.length);
     }
     out += ":00000001FF\n";
     return out;
@@ -138,7 +187,12 @@ int makeImage(int argc, char** argv)
         return 2;
     }
     const size_t recordBytes = argc > 5 ? std::strtoul(argv[5], nullptr, 10) : 16;
-    const std::string hex = encode(segments, recordBytes);
+    std::vector<Record> records = splitIntoRecords(segments, recordBytes);
+    if (!orderRecords(records, argc > 6 ? argv[6] : "ascending")) {
+        std::fprintf(stderr, "unknown record order %s\n", argv[6]);
+        return 2;
+    }
+    const std::string hex = encode(records);
     // Gaps hold 0xFF in OUT.bin and 0x00 in OUT.bin.zero (what a writer that
     // seeks over gaps leaves).
     const std::vector<uint8_t> flat = flatten(segments, 0xFF);
@@ -199,7 +253,7 @@ int main(int argc, char** argv)
         return join(argc, argv);
     if (command == "run")
         return run(argc, argv);
-    std::fprintf(stderr, "usage: benchtool image KIND OUT.hex OUT.bin [RECORD_BYTES] | join OUT.bin FILES... | "
+    std::fprintf(stderr, "usage: benchtool image KIND OUT.hex OUT.bin [RECORD_BYTES [ORDER]] | join OUT.bin FILES... | "
                          "run -- COMMAND...\n");
     return 2;
 }
