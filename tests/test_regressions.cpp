@@ -1,6 +1,8 @@
 // Every seed of the fuzz corpus and every kept regression input is loaded in
 // both modes: only the documented exceptions may escape, the blocks keep
-// their invariants, and the fast and exact readers agree.
+// their invariants, and the fast and exact readers agree; and the full-format
+// reader places records the same way with windows and by sorting.
+#include "full_format_reader.h"
 #include "intelhex.h"
 #include "support/capture.h"
 #include "support/test_access.h"
@@ -10,6 +12,8 @@
 #include <dirent.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -62,9 +66,35 @@ template <typename Load> Loaded loadWith(const Load& load)
     return l;
 }
 
+void checkFullFormat(const std::string& path)
+{
+    using intelhex_internal::fullread_t;
+    using intelhex_internal::placement_t;
+    std::ifstream file(path, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    MemoryImage images[2];
+    fullread_t reads[2];
+    for (int i = 0; i < 2; ++i) {
+        intelhex_internal::MemoryText source(text.data(), text.size());
+        reads[i] = intelhex_internal::readFullFormat(source, images[i], i == 0 ? placement_t::WINDOWS : placement_t::SORTING);
+    }
+    EXPECT_EQ(reads[0].status, reads[1].status);
+    EXPECT_EQ(reads[0].line, reads[1].line);
+    EXPECT_EQ(reads[0].reason, reads[1].reason);
+    EXPECT_EQ(reads[0].repeatedBytes, reads[1].repeatedBytes);
+    EXPECT_EQ(reads[0].firstRepeatLine, reads[1].firstRepeatLine);
+    EXPECT_EQ(reads[0].ignoredStartLines, reads[1].ignoredStartLines);
+    ASSERT_EQ(images[0].segments().size(), images[1].segments().size());
+    for (size_t i = 0; i < images[0].segments().size(); ++i) {
+        EXPECT_EQ(images[0].segments()[i].address, images[1].segments()[i].address);
+        EXPECT_EQ(images[0].segments()[i].bytes, images[1].segments()[i].bytes);
+    }
+}
+
 void checkFile(const std::string& path)
 {
     SCOPED_TRACE(path);
+    checkFullFormat(path);
     for (bool oneBlock : {false, true}) {
         const Loaded viaLoad = loadWith([&](IntelHexFile& i) { return i.load(path.c_str(), oneBlock); });
         const Loaded viaRecords =

@@ -335,8 +335,6 @@ public:
         case scanend_t::STOPPED:
             break; // take() said why
         }
-        read_.repeatedBytes = assembler_.repeatedBytes;
-        read_.firstRepeatLine = assembler_.firstRepeatLine;
         return !gaveUp_;
     }
 
@@ -434,24 +432,32 @@ template <typename Assembler> bool readWith(TextSource& source, MemoryImage& ima
     RecordInterpreter<Assembler> interpreter(assembler, read);
     if (!interpreter.run(source))
         return false;
-    if (read.status == fullread_t::status_t::OK)
-        MemoryImageBuilder::assign(image, assembler.finish(), interpreter.startType(), interpreter.startValue());
+    if (read.status != fullread_t::status_t::OK)
+        return true;
+    MemoryImageBuilder::assign(image, assembler.finish(), interpreter.startType(), interpreter.startValue());
+    // Bytes given again are a warning about an image that was read; the
+    // sorting method counts them only when it finishes.
+    read.repeatedBytes = assembler.repeatedBytes;
+    read.firstRepeatLine = assembler.firstRepeatLine;
     return true;
 }
 
 } // namespace
 
-fullread_t readFullFormat(TextSource& source, MemoryImage& image)
+fullread_t readFullFormat(TextSource& source, MemoryImage& image, placement_t placement)
 {
     fullread_t read;
-    if (readWith<WindowAssembler>(source, image, read))
-        return read;
-    read = fullread_t();
-    if (!source.rewind()) {
-        read.status = fullread_t::status_t::READ_ERROR;
-        read.reason = "cannot read the file again";
-        return read;
+    if (placement == placement_t::WINDOWS) {
+        if (readWith<WindowAssembler>(source, image, read))
+            return read;
+        read = fullread_t();
+        if (!source.rewind()) {
+            read.status = fullread_t::status_t::READ_ERROR;
+            read.reason = "cannot read the file again";
+            return read;
+        }
     }
+    read.sorted = true;
     readWith<SortingAssembler>(source, image, read);
     return read;
 }

@@ -31,18 +31,25 @@ struct fullread_t {
     std::string text; // the offending line without surrounding white space
     uint8_t type = 0;
 
-    // Warnings, kept after a failure too.
-    std::vector<size_t> ignoredStartLines; // a second, different start address
+    // Warnings: a second, different start address, kept after a failure too;
+    // the others only after a success.
+    std::vector<size_t> ignoredStartLines;
     bool sawEndRecord = false;
     uint64_t repeatedBytes = 0; // bytes given again by overlapping records
     size_t firstRepeatLine = 0; // the first line that gave one
+
+    bool sorted = false; // the records were placed by sorting them
 };
+
+// How records are placed: in a window per region, falling back to sorting
+// when records jump between regions too often; or by sorting alone.
+enum class placement_t { WINDOWS, SORTING };
 
 // Reads source with the whole format. On success image is replaced by what
 // was read; otherwise it is left as it was. A source that cannot be rewound
 // must be given as a MemoryText: records that keep jumping between regions
 // make the reader start again with a slower method that takes any order.
-fullread_t readFullFormat(TextSource& source, MemoryImage& image);
+fullread_t readFullFormat(TextSource& source, MemoryImage& image, placement_t placement = placement_t::WINDOWS);
 
 // The warnings of a read, as MemoryImage reports them.
 std::vector<MemoryImage::warning_t> warningsOf(const fullread_t& read);
