@@ -2,6 +2,7 @@
 // address, start addresses; and the line numbers of failed loads in both
 // readers.
 #include "intelhex.h"
+#include "support/block_view.h"
 #include "support/capture.h"
 #include "support/hex_text.h"
 #include "support/temp_dir.h"
@@ -16,37 +17,9 @@
 
 namespace {
 
-struct BlockView {
-    uint32_t address;
-    std::vector<uint8_t> bytes;
-    bool operator==(const BlockView& o) const { return address == o.address && bytes == o.bytes; }
-};
-
-std::ostream& operator<<(std::ostream& os, const BlockView& b)
-{
-    return os << std::hex << "{0x" << b.address << ", " << std::dec << b.bytes.size() << " bytes}";
-}
-
-std::vector<BlockView> blocksOf(const IntelHexFile& image)
-{
-    std::vector<BlockView> views;
-    for (size_t i = 0; i < image.getBlockCount(); ++i) {
-        const IntelHexFileBlock& b = image[i];
-        views.push_back(BlockView{static_cast<uint32_t>(b.getLinearBase()) << 16 | b.getStartAddress(),
-                                  std::vector<uint8_t>(b.getBuffer(), b.getBuffer() + b.getSize())});
-    }
-    return views;
-}
-
 std::string segmentRecord(uint16_t segment)
 {
     return hexRecord(0x02, 0, {static_cast<uint8_t>(segment >> 8), static_cast<uint8_t>(segment)});
-}
-
-std::vector<uint8_t> concat(std::vector<uint8_t> a, const std::vector<uint8_t>& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
 }
 
 class FullFormat : public ::testing::Test {

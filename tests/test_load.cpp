@@ -1,4 +1,6 @@
 #include "intelhex.h"
+#include "support/block_view.h"
+#include "support/diagnostics.h"
 #include "support/capture.h"
 #include "support/hex_text.h"
 #include "support/temp_dir.h"
@@ -13,45 +15,6 @@
 
 namespace {
 
-const std::string SIGNATURE =
-    "void IntelHexFile::parseLine(std::string&, IntelHexFile::hexfileline_t&)";
-const std::string TOO_SHORT = SIGNATURE + ": hexline to short\n";
-
-struct BlockView {
-    uint16_t linearBase;
-    uint16_t startAddr;
-    std::vector<uint8_t> bytes;
-    bool operator==(const BlockView& o) const
-    {
-        return linearBase == o.linearBase && startAddr == o.startAddr && bytes == o.bytes;
-    }
-};
-
-std::ostream& operator<<(std::ostream& os, const BlockView& b)
-{
-    os << std::hex << "{base 0x" << b.linearBase << ", start 0x" << b.startAddr << ", " << std::dec
-       << b.bytes.size() << " bytes}";
-    return os;
-}
-
-// Every block of the image; also checks that getSize() matches the bytes.
-std::vector<BlockView> blocksOf(const IntelHexFile& image)
-{
-    std::vector<BlockView> views;
-    for (size_t i = 0; i < image.getBlockCount(); ++i) {
-        const IntelHexFileBlock& b = image[i];
-        const uint8_t* p = b.getBuffer();
-        views.push_back(BlockView{b.getLinearBase(), b.getStartAddress(),
-                                  std::vector<uint8_t>(p, p + b.getSize())});
-    }
-    return views;
-}
-
-std::vector<uint8_t> concat(std::vector<uint8_t> a, const std::vector<uint8_t>& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 
 class Load : public ::testing::Test {
 protected:

@@ -1,3 +1,4 @@
+#include "support/diagnostics.h"
 #include "support/capture.h"
 #include "support/test_access.h"
 
@@ -13,9 +14,6 @@ namespace {
 
 using Line = IntelHexTestAccess::Line;
 
-const std::string SIGNATURE =
-    "void IntelHexFile::parseLine(std::string&, IntelHexFile::hexfileline_t&)";
-const std::string TOO_SHORT = SIGNATURE + ": hexline to short\n";
 const std::string SIZE_ZERO = "#ERROR: line.data.size() is zero\n";
 const std::string CHECKSUM = "#ERROR: checksum error.\n";
 

@@ -1,3 +1,4 @@
+#include "support/diagnostics.h"
 #include "support/capture.h"
 #include "support/hex_text.h"
 #include "support/temp_dir.h"
@@ -14,9 +15,6 @@ namespace {
 using Line = IntelHexTestAccess::Line;
 using LineSet = IntelHexTestAccess::LineSet;
 
-const std::string SIGNATURE =
-    "void IntelHexFile::parseLine(std::string&, IntelHexFile::hexfileline_t&)";
-const std::string TOO_SHORT = SIGNATURE + ": hexline to short\n";
 const std::string NO_EOF =
     "#ERROR: end of file reached without EoF-record. HEX file might be corrupt.\n";
 const std::string EMPTY_LINE_ERR = "#ERROR: corrupt line data in line \"\"\n";

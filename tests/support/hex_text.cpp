@@ -47,6 +47,12 @@ std::vector<uint8_t> countingBytes(size_t n, uint8_t first)
     return bytes;
 }
 
+std::vector<uint8_t> concat(std::vector<uint8_t> a, const std::vector<uint8_t>& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
 std::string joinLines(const std::vector<std::string>& lines, const std::string& ending)
 {
     std::string text;

@@ -18,6 +18,9 @@ std::string linearBaseRecord(uint16_t linearBase);
 // n bytes counting up from first.
 std::vector<uint8_t> countingBytes(size_t n, uint8_t first = 0);
 
+// a followed by b.
+std::vector<uint8_t> concat(std::vector<uint8_t> a, const std::vector<uint8_t>& b);
+
 // Joins lines, each followed by ending (default "\n").
 std::string joinLines(const std::vector<std::string>& lines, const std::string& ending = "\n");
 

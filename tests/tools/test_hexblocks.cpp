@@ -1,5 +1,6 @@
 // Runs the hexblocks tool as a process and checks what it prints, the files
 // it writes and its exit codes.
+#include "support/diagnostics.h"
 #include "support/hex_text.h"
 #include "support/run_process.h"
 #include "support/temp_dir.h"
@@ -16,8 +17,6 @@
 namespace {
 
 const std::string TOOL = HEXBLOCKS_PATH;
-const std::string SIGNATURE =
-    "void IntelHexFile::parseLine(std::string&, IntelHexFile::hexfileline_t&)";
 
 // Runs the tool, through the emulator named in HEXBLOCKS_LAUNCHER ('|'
 // between its words) when the tests run on another architecture.
