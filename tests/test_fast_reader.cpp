@@ -182,6 +182,9 @@ TEST_F(FastReader, DeclinesEverythingElse)
                       true, "overlap in ascending order");
     expectSameAsExact(joinLines({dataRecord(8, countingBytes(16)), dataRecord(0, countingBytes(16)), EOF_RECORD}),
                       false, "overlap out of order");
+    expectSameAsExact(joinLines({dataRecord(0x10, {1}), dataRecord(0, countingBytes(32)), dataRecord(0, countingBytes(16)),
+                                 EOF_RECORD}),
+                      false, "a longer record at a repeated address, out of order, over a later one");
     expectSameAsExact(joinLines({d0, ":00001000F0", EOF_RECORD}), false, "zero-length record");
     expectSameAsExact(joinLines({d0, ":0000000000", EOF_RECORD}), false, "ten zeros");
     expectSameAsExact(joinLines({d0, "", EOF_RECORD}), false, "blank line");
@@ -236,6 +239,86 @@ TEST_F(FastReader, LargeGeneratedImagesAgree)
         lines.push_back(EOF_RECORD);
         expectSameAsExact(joinLines(lines, image % 2 ? "\r\n" : "\n"), true, "image " + std::to_string(image));
     }
+}
+
+TEST_F(FastReader, GeneratedImagesInAnyOrderAgree)
+{
+    // Runs of records under several linear bases, some records repeated at
+    // the same address with other bytes, some running past 0xFFFF, the whole
+    // in ascending, descending, shuffled or interleaved order.
+    std::mt19937 rng(11);
+    std::uniform_int_distribution<int> percent(0, 99);
+    std::uniform_int_distribution<int> byte(0, 255);
+    for (int image = 0; image < 40; ++image) {
+        struct Record {
+            uint16_t base;
+            uint16_t address;
+            std::vector<uint8_t> bytes;
+        };
+        std::vector<Record> records;
+        for (uint16_t base : {uint16_t(0x0800), uint16_t(0x0801), uint16_t(0x2000 + image)}) {
+            uint32_t address = static_cast<uint32_t>(std::uniform_int_distribution<int>(0, 0xFF00)(rng));
+            for (int i = std::uniform_int_distribution<int>(1, 200)(rng); i > 0 && address <= 0xFFFF; --i) {
+                const size_t n = percent(rng) < 5 ? 255 : static_cast<size_t>(std::uniform_int_distribution<int>(1, 32)(rng));
+                Record r{base, static_cast<uint16_t>(address), std::vector<uint8_t>(n)};
+                for (uint8_t& b : r.bytes)
+                    b = static_cast<uint8_t>(byte(rng));
+                records.push_back(r);
+                if (percent(rng) < 5) { // the same address again, other bytes, no further
+                    Record again = r;
+                    again.bytes.resize(static_cast<size_t>(std::uniform_int_distribution<int>(1, static_cast<int>(n))(rng)));
+                    for (uint8_t& b : again.bytes)
+                        b = static_cast<uint8_t>(byte(rng));
+                    records.push_back(again);
+                }
+                address += static_cast<uint32_t>(n);
+                if (percent(rng) < 10)
+                    address += static_cast<uint32_t>(std::uniform_int_distribution<int>(1, 3000)(rng));
+            }
+        }
+        const int order = image % 4;
+        if (order == 1)
+            std::reverse(records.begin(), records.end());
+        else if (order == 2)
+            std::shuffle(records.begin(), records.end(), rng);
+        else if (order == 3) // the bases interleaved
+            std::stable_sort(records.begin(), records.end(),
+                             [](const Record& a, const Record& b) { return a.address / 512 < b.address / 512; });
+        std::vector<std::string> lines;
+        int base = -1;
+        for (const Record& r : records) {
+            if (r.base != base)
+                lines.push_back(linearBaseRecord(r.base));
+            base = r.base;
+            lines.push_back(dataRecord(r.address, r.bytes));
+        }
+        lines.push_back(EOF_RECORD);
+        const std::string path = dir.write("gen" + std::to_string(image) + ".hex", joinLines(lines));
+        for (bool oneBlock : {false, true})
+            EXPECT_EQ(viaLoad(path, oneBlock), viaRecords(path, oneBlock)) << "image " << image;
+        const FastAttempt fast = viaFast(path);
+        EXPECT_TRUE(fast.taken) << "image " << image;
+        EXPECT_EQ(fast.io.out + fast.io.err, "");
+    }
+}
+
+TEST_F(FastReader, RecordsJumpingBetweenBasesAreLeftToTheExactReader)
+{
+    // Two full bases, then records that keep going back and forth.
+    std::vector<std::string> lines;
+    for (uint16_t base : {uint16_t(1), uint16_t(2)}) {
+        lines.push_back(linearBaseRecord(base));
+        for (uint32_t a = 0; a < 0xF000; a += 0x80)
+            lines.push_back(dataRecord(static_cast<uint16_t>(a), countingBytes(0x80)));
+    }
+    for (int i = 0; i < 60; ++i) {
+        lines.push_back(linearBaseRecord(static_cast<uint16_t>(1 + i % 2)));
+        lines.push_back(dataRecord(static_cast<uint16_t>(0xF000 + i), {static_cast<uint8_t>(i)}));
+    }
+    lines.push_back(EOF_RECORD);
+    expectSameAsExact(joinLines(lines), false, "jumping");
+    lines.erase(lines.end() - 100, lines.end() - 1);
+    expectSameAsExact(joinLines(lines), true, "a few returns");
 }
 
 TEST_F(FastReader, PipesAreReadByTheExactReader)

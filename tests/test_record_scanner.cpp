@@ -1,0 +1,249 @@
+// The record scanner: the same records and line numbers whether the text is
+// in memory, read from a pipe in pieces or from a stream buffer; each
+// reader's line rules; and the reasons for bad lines.
+#include "record_scanner.h"
+#include "support/hex_text.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace intelhex_internal;
+
+struct Scanned {
+    scanend_t end;
+    std::vector<std::string> records; // "line:type:offset:length:data"
+    badline_t bad;
+    size_t lines;
+};
+
+std::string describe(const scannedrecord_t& r)
+{
+    std::string text = std::to_string(r.line) + ":" + std::to_string(r.type) + ":" + std::to_string(r.offset) + ":" +
+                       std::to_string(r.length) + ":";
+    for (size_t i = 0; i < r.length; ++i)
+        text += std::to_string(r.data[i]) + ",";
+    return text + std::string(r.text, r.textLength);
+}
+
+Scanned scanWith(TextSource& source, linerules_t rules)
+{
+    Scanned s;
+    RecordScanner scanner(rules);
+    s.end = scanner.scan(source, [&](const scannedrecord_t& r) {
+        s.records.push_back(describe(r));
+        return true;
+    });
+    s.bad = scanner.badLine();
+    s.lines = scanner.lineCount();
+    return s;
+}
+
+Scanned scanMemory(const std::string& text, linerules_t rules)
+{
+    MemoryText source(text.data(), text.size());
+    return scanWith(source, rules);
+}
+
+// The same text through a pipe, which is read in pieces and cannot be rewound.
+Scanned scanPipe(const std::string& text, linerules_t rules)
+{
+    int fds[2];
+    EXPECT_EQ(pipe(fds), 0);
+    const pid_t writer = fork();
+    if (writer == 0) {
+        close(fds[0]);
+        for (size_t done = 0; done < text.size();) {
+            // Small, uneven writes, so that reads end in odd places.
+            const ssize_t n = write(fds[1], text.data() + done, std::min<size_t>(text.size() - done, 4093));
+            if (n <= 0)
+                _exit(1);
+            done += static_cast<size_t>(n);
+        }
+        _exit(0);
+    }
+    close(fds[1]);
+    DescriptorText source(fds[0]);
+    EXPECT_FALSE(source.canRewind());
+    EXPECT_FALSE(source.rewind());
+    const Scanned s = scanWith(source, rules);
+    close(fds[0]);
+    int status = 0;
+    waitpid(writer, &status, 0);
+    return s;
+}
+
+void expectSameEverywhere(const std::string& text, linerules_t rules, const std::string& what)
+{
+    SCOPED_TRACE(what);
+    const Scanned memory = scanMemory(text, rules);
+    const Scanned piped = scanPipe(text, rules);
+    TempDir dir;
+    std::ifstream file(dir.write("in.hex", text));
+    StreamBufferText stream(*file.rdbuf());
+    const Scanned streamed = scanWith(stream, rules);
+    for (const Scanned* other : {&piped, &streamed}) {
+        EXPECT_EQ(other->end, memory.end);
+        EXPECT_EQ(other->records, memory.records);
+        EXPECT_EQ(other->bad.line, memory.bad.line);
+        EXPECT_EQ(other->bad.reason, memory.bad.reason);
+        EXPECT_EQ(other->bad.text, memory.bad.text);
+        EXPECT_EQ(other->lines, memory.lines);
+    }
+}
+
+// A source that fails after handing out its first piece.
+class FailingText : public TextSource {
+public:
+    ssize_t read(char* buffer, size_t capacity) override
+    {
+        if (calls_++ > 0)
+            return -1;
+        const std::string text = dataRecord(0, {1}) + "\n";
+        const size_t n = std::min(capacity, text.size());
+        text.copy(buffer, n);
+        return static_cast<ssize_t>(n);
+    }
+    bool rewind() override { return false; }
+
+private:
+    int calls_ = 0;
+};
+
+} // namespace
+
+TEST(RecordScanner, SameRecordsFromMemoryPipesAndStreams)
+{
+    // Lines of every length, so that some end exactly at a piece's end and
+    // some run across it.
+    std::string text;
+    for (size_t i = 0; text.size() < 3 * (MAX_LINE_LENGTH + 1); ++i)
+        text += dataRecord(static_cast<uint16_t>(i), countingBytes(i % 256)) + (i % 3 == 0 ? "\r\n" : "\n");
+    const std::string withEnd = text + EOF_RECORD + "\ngarbage";
+    for (linerules_t rules : {linerules_t::STRICT, linerules_t::FULL_FORMAT}) {
+        expectSameEverywhere(withEnd, rules, "with an end record");
+        expectSameEverywhere(text, rules, "without one");
+        expectSameEverywhere(text + dataRecord(7, {7}), rules, "last line without a newline");
+        expectSameEverywhere(text + std::string(MAX_LINE_LENGTH + 1, '0') + "\n", rules, "a line too long");
+        expectSameEverywhere(text + std::string(MAX_LINE_LENGTH, ' ') + EOF_RECORD, rules, "the longest line");
+        expectSameEverywhere("", rules, "nothing");
+    }
+    const Scanned s = scanMemory(withEnd, linerules_t::FULL_FORMAT);
+    EXPECT_EQ(s.end, scanend_t::END_RECORD);
+    EXPECT_EQ(s.records.size() + 1, s.lines);
+}
+
+TEST(RecordScanner, StrictRules)
+{
+    const std::string d = dataRecord(0x1234, {0xAB, 0xCD});
+    Scanned s = scanMemory(d + "\r\n:00000001FFtrailing text\n" + d, linerules_t::STRICT);
+    EXPECT_EQ(s.end, scanend_t::END_RECORD);
+    EXPECT_EQ(s.records, std::vector<std::string>({"1:0:4660:2:171,205," + d}));
+    EXPECT_EQ(s.lines, 2u);
+
+    // Anything else is a bad line, with no reason given.
+    const std::vector<std::string> badLines = {" " + d,          d + " ",          d + "\r\r",      "",
+                                               ":0000000",       d.substr(0, d.size() - 1), ":0300300002337A1F",
+                                               ":+1000000AB54",  "x" + d};
+    for (const std::string& bad : badLines) {
+        s = scanMemory(joinLines({d, bad, EOF_RECORD}), linerules_t::STRICT);
+        EXPECT_EQ(s.end, scanend_t::BAD_LINE) << bad;
+        EXPECT_EQ(s.records.size(), 1u) << bad;
+        EXPECT_EQ(s.lines, 2u) << bad;
+        EXPECT_EQ(s.bad.reason, "") << bad;
+    }
+    // The end record in lower case is just a record of type 1 here; the
+    // reader decides what to make of it.
+    s = scanMemory(":00000001ff\n", linerules_t::STRICT);
+    EXPECT_EQ(s.end, scanend_t::END_OF_INPUT);
+    EXPECT_EQ(s.records, std::vector<std::string>({"1:1:0:0::00000001ff"}));
+}
+
+TEST(RecordScanner, FullFormatRules)
+{
+    const std::string d = dataRecord(0x0010, {1});
+    Scanned s = scanMemory("\n \t\r\n  " + d + " \r\n\n" + ":00000001ff\n" + d, linerules_t::FULL_FORMAT);
+    EXPECT_EQ(s.end, scanend_t::END_RECORD);
+    EXPECT_EQ(s.records, std::vector<std::string>({"3:0:16:1:1," + d}));
+    EXPECT_EQ(s.lines, 5u);
+
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"0300300002337A1E", "a record must start with ':'"},
+        {":0300300002337A1", "odd number of hex digits"},
+        {":00000001", "record too short"},
+        {":0300300002337G1E", "character that is not a hex digit"},
+        {":0400300002337A1B", "byte count 4 does not match the length of the line"},
+        {":0300300002337A1F", "checksum error"},
+        {":" + std::string(600, '0'), "byte count 0 does not match the length of the line"},
+    };
+    for (const auto& c : cases) {
+        s = scanMemory(joinLines({d, "  " + c.first + "\t", EOF_RECORD}), linerules_t::FULL_FORMAT);
+        EXPECT_EQ(s.end, scanend_t::BAD_LINE) << c.first;
+        EXPECT_EQ(s.bad.line, 2u) << c.first;
+        EXPECT_EQ(s.bad.reason, c.second);
+        EXPECT_EQ(s.bad.text, c.first);
+    }
+    s = scanMemory(joinLines({d, std::string(MAX_LINE_LENGTH + 1, ' ')}), linerules_t::FULL_FORMAT);
+    EXPECT_EQ(s.end, scanend_t::BAD_LINE);
+    EXPECT_EQ(s.bad.line, 2u);
+    EXPECT_EQ(s.bad.reason, "line too long");
+    EXPECT_EQ(s.bad.text, "");
+}
+
+TEST(RecordScanner, HandlerStopsTheScan)
+{
+    const std::string text = joinLines({dataRecord(0, {1}), dataRecord(1, {2}), EOF_RECORD});
+    MemoryText source(text.data(), text.size());
+    RecordScanner scanner(linerules_t::FULL_FORMAT);
+    EXPECT_EQ(scanner.scan(source, [](const scannedrecord_t&) { return false; }), scanend_t::STOPPED);
+    EXPECT_EQ(scanner.lineCount(), 1u);
+}
+
+TEST(RecordScanner, ReadErrors)
+{
+    FailingText source;
+    RecordScanner scanner(linerules_t::FULL_FORMAT);
+    size_t records = 0;
+    EXPECT_EQ(scanner.scan(source, [&](const scannedrecord_t&) { return ++records > 0; }), scanend_t::READ_ERROR);
+    EXPECT_EQ(records, 1u);
+}
+
+TEST(RecordScanner, SourcesRewind)
+{
+    const std::string text = joinLines({dataRecord(0, {1}), EOF_RECORD});
+    MemoryText memory(text.data(), text.size());
+    std::vector<char> all;
+    ASSERT_TRUE(readWhole(memory, all));
+    EXPECT_EQ(std::string(all.begin(), all.end()), text);
+    ASSERT_TRUE(memory.rewind());
+    all.clear();
+    ASSERT_TRUE(readWhole(memory, all));
+    EXPECT_EQ(all.size(), text.size());
+
+    TempDir dir;
+    const std::string path = dir.write("in.hex", "xx" + text);
+    FILE* file = fopen(path.c_str(), "r");
+    ASSERT_NE(file, nullptr);
+    ASSERT_EQ(fseek(file, 2, SEEK_SET), 0); // a descriptor is read from where it stands
+    DescriptorText descriptor(fileno(file));
+    EXPECT_TRUE(descriptor.canRewind());
+    all.clear();
+    ASSERT_TRUE(readWhole(descriptor, all));
+    EXPECT_EQ(std::string(all.begin(), all.end()), text);
+    ASSERT_TRUE(descriptor.rewind());
+    all.clear();
+    ASSERT_TRUE(readWhole(descriptor, all));
+    EXPECT_EQ(std::string(all.begin(), all.end()), text);
+    fclose(file);
+
+    FailingText failing;
+    EXPECT_FALSE(readWhole(failing, all));
+}
