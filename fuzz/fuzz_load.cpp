@@ -1,13 +1,16 @@
-// Loads arbitrary bytes as a HEX file in both modes, with both readers. std::out_of_range and
-// std::bad_alloc are outcomes the library documents; anything else that
-// escapes, or a sanitizer report, is a bug. For inputs that load, checks the
-// invariants of the blocks.
+// Loads arbitrary bytes as a HEX file in both modes, with load() and with the
+// full-format reader. std::out_of_range and std::bad_alloc are outcomes the
+// library documents; anything else that escapes, or a sanitizer report, is a
+// bug. For inputs that load, checks the invariants of the blocks; and load(),
+// whose fast reader takes files in any order, must give what the exact
+// reader gives.
 #include "fuzz_common.h"
 #include "intelhex.h"
 #include "support/test_access.h"
 
 #include <new>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace {
@@ -63,6 +66,48 @@ void loadTwice(const char* path, bool oneBlock)
     }
 }
 
+// What a load gave: the result or the exception, the blocks, and where it failed.
+struct Outcome {
+    int result = 0; // 1 true, 0 false, 2 std::out_of_range, 3 std::bad_alloc
+    std::vector<uint64_t> starts;
+    std::vector<std::vector<uint8_t>> bytes;
+    size_t errorLine = 0;
+    std::string errorReason;
+    bool operator==(const Outcome& o) const
+    {
+        return result == o.result && starts == o.starts && bytes == o.bytes && errorLine == o.errorLine &&
+               errorReason == o.errorReason;
+    }
+};
+
+template <typename Load> Outcome outcomeOf(Load load)
+{
+    Outcome o;
+    IntelHexFile image;
+    try {
+        o.result = load(image) ? 1 : 0;
+    } catch (const std::out_of_range&) {
+        o.result = 2;
+    } catch (const std::bad_alloc&) {
+        o.result = 3;
+    }
+    for (size_t i = 0; i < image.getBlockCount(); ++i) {
+        o.starts.push_back(fullStart(image[i]));
+        o.bytes.emplace_back(image[i].getBuffer(), image[i].getBuffer() + image[i].getSize());
+    }
+    o.errorLine = image.getErrorLine();
+    o.errorReason = image.getErrorReason();
+    return o;
+}
+
+void sameAsExactReader(const char* path, bool oneBlock)
+{
+    const Outcome viaLoad = outcomeOf([&](IntelHexFile& image) { return image.load(path, oneBlock); });
+    const Outcome viaExact =
+        outcomeOf([&](IntelHexFile& image) { return IntelHexTestAccess::loadRecords(image, path, oneBlock); });
+    FUZZ_CHECK(viaLoad == viaExact);
+}
+
 // The reader of the whole format: blocks never overlap, ascend by full
 // address, and a one-block image stays within the limit.
 void loadFullFormat(const char* path, bool oneBlock)
@@ -111,6 +156,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const MemoryFile file(data, size);
     loadTwice(file.path(), false);
     loadTwice(file.path(), true);
+    sameAsExactReader(file.path(), false);
+    sameAsExactReader(file.path(), true);
     loadFullFormat(file.path(), false);
     loadFullFormat(file.path(), true);
     return 0;
