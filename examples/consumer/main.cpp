@@ -1,5 +1,7 @@
-// Loads a HEX file with the installed intelhex library and prints its blocks.
+// Loads a HEX file with the installed intelhex library and prints its blocks,
+// then reads it as a memory image.
 #include <intelhex/intelhex.h>
+#include <intelhex/memory_image.h>
 
 #include <cstdio>
 
@@ -17,5 +19,13 @@ int main(int argc, char** argv)
         std::printf("block %zu: 0x%04X%04X, %zu bytes\n", i, block.getLinearBase(), block.getStartAddress(),
                     block.getSize());
     }
+    MemoryImage memory;
+    const MemoryImage::readresult_t read = memory.readHexFile(argv[1]);
+    if (!read) {
+        std::fprintf(stderr, "%s:%zu: %s\n", argv[1], read.line, read.reason.c_str());
+        return 1;
+    }
+    std::printf("image: %zu segments, %llu bytes in %llu\n", memory.segments().size(),
+                static_cast<unsigned long long>(memory.dataSize()), static_cast<unsigned long long>(memory.span()));
     return 0;
 }
