@@ -13,7 +13,8 @@
 //       into one image from address 0 with 0xFF in the gaps.
 //   benchtool run -- COMMAND ARGS...
 //       runs COMMAND with its standard output discarded and prints
-//       "SECONDS MAXRSS_KIB EXIT_CODE".
+//       "SECONDS MAXRSS_KIB EXIT_CODE CPU_SECONDS": wall time, peak resident
+//       memory, exit code, and the processor time it used (user and system).
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -238,7 +239,9 @@ int run(int argc, char** argv)
     struct rusage usage;
     wait4(pid, &status, 0, &usage);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::printf("%.4f %ld %d\n", seconds, usage.ru_maxrss, WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+    const double cpu = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                       static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    std::printf("%.4f %ld %d %.4f\n", seconds, usage.ru_maxrss, WIFEXITED(status) ? WEXITSTATUS(status) : -1, cpu);
     return 0;
 }
 

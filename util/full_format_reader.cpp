@@ -6,6 +6,8 @@
 #include <map>
 #include <utility>
 
+#include <sys/mman.h>
+
 // Builds a MemoryImage from segments already in order, without checks.
 class MemoryImageBuilder {
 public:
@@ -46,6 +48,28 @@ struct closedregion_t {
 };
 
 const uint64_t REGION_SIZE = 0x10000;
+
+// Appends bytes to a segment whose capacity is reserved. The pages of a
+// large segment are asked for a step at a time, as the bytes reach it, all at
+// once rather than one fault at a time; the system may refuse
+// (MADV_POPULATE_WRITE came with Linux 5.14), and nothing changes then.
+void appendBytes(std::vector<uint8_t>& segment, const uint8_t* bytes, size_t length)
+{
+#ifdef __linux__
+    const size_t STEP = 1 << 20;
+    const uintptr_t PAGE = 4096;
+    const size_t size = segment.size();
+    if (segment.capacity() >= STEP && (size == 0 || size / STEP != (size + length) / STEP)) {
+        const uintptr_t start = reinterpret_cast<uintptr_t>(segment.data()) + (size + length) / STEP * STEP;
+        const uintptr_t stop = std::min(start + STEP, reinterpret_cast<uintptr_t>(segment.data()) + segment.capacity());
+        const uintptr_t begin = (start + PAGE - 1) & ~(PAGE - 1);
+        const uintptr_t end = stop & ~(PAGE - 1);
+        if (begin < end)
+            madvise(reinterpret_cast<void*>(begin), end - begin, 23 /* MADV_POPULATE_WRITE */);
+    }
+#endif
+    segment.insert(segment.end(), bytes, bytes + length);
+}
 
 // Places records in file order into a window per 64 KiB region, which keeps
 // the first value of each byte, finds repeated record addresses and counts
@@ -98,8 +122,7 @@ public:
                     segments.push_back(MemoryImage::segment_t{static_cast<uint32_t>(address), {}});
                     segments.back().bytes.reserve(static_cast<size_t>(sizes[segments.size() - 1]));
                 }
-                const uint8_t* bytes = region.bytesOf(i);
-                segments.back().bytes.insert(segments.back().bytes.end(), bytes, bytes + region.runs[i].length);
+                appendBytes(segments.back().bytes, region.bytesOf(i), region.runs[i].length);
             }
         }
         return segments;
@@ -400,17 +423,25 @@ private:
     }
 
     // A data record as one or two pieces: segment offsets wrap at 64 KiB, and
-    // full addresses at 4 GiB.
+    // full addresses at 4 GiB. Linear bases are multiples of 64 KiB, so either
+    // can only happen to a record that runs past its offset 0xFFFF.
     bool takeData(const scannedrecord_t& record)
     {
         if (record.length == 0)
             return true;
         const uint32_t address = base_ + record.offset;
-        const uint64_t room = segmented_ ? 0x10000 - record.offset : 0x100000000ull - address;
-        const uint32_t first = static_cast<uint32_t>(std::min<uint64_t>(record.length, room));
-        piece_t pieces[2] = {{address, record.data, first},
-                             {segmented_ ? base_ : 0, record.data + first, record.length - first}};
-        if (assembler_.addRecord(pieces, first < record.length ? 2 : 1, record.line))
+        piece_t pieces[2];
+        pieces[0] = piece_t{address, record.data, record.length};
+        size_t count = 1;
+        if (record.offset + record.length > 0x10000u) {
+            const uint64_t room = segmented_ ? 0x10000u - record.offset : 0x100000000ull - address;
+            if (record.length > room) {
+                pieces[0].length = static_cast<uint32_t>(room);
+                pieces[1] = {segmented_ ? base_ : 0, record.data + room, static_cast<uint32_t>(record.length - room)};
+                count = 2;
+            }
+        }
+        if (assembler_.addRecord(pieces, count, record.line))
             return true;
         gaveUp_ = true;
         return false;

@@ -16,7 +16,9 @@ PageBytes::PageBytes(size_t size) : size_(size)
 {
     if (size == 0)
         return;
-    void* pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    // The pages are about to be written: mapping them all at once costs less
+    // than taking a fault for each.
+    void* pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
     if (pages == MAP_FAILED)
         throw std::bad_alloc();
     data_ = static_cast<uint8_t*>(pages);
@@ -101,8 +103,17 @@ void RegionWindow::touch(size_t firstWord, size_t lastWord)
     high_ = std::max(high_, lastWord);
 }
 
+void RegionWindow::settleRun()
+{
+    touch(appendStart_ / 64, (appendEnd_ - 1) / 64);
+    forEachWord(appendStart_, appendEnd_ - appendStart_, [&](size_t w, uint64_t mask) { data_[w] |= mask; });
+    appendStart_ = appendEnd_;
+}
+
 void RegionWindow::clear()
 {
+    settle();
+    dataEnd_ = appendStart_ = appendEnd_ = 0;
     if (low_ <= high_) {
         std::fill(data_.begin() + static_cast<long>(low_), data_.begin() + static_cast<long>(high_) + 1, 0);
         std::fill(starts_.begin() + static_cast<long>(low_), starts_.begin() + static_cast<long>(high_) + 1, 0);
@@ -117,8 +128,9 @@ void RegionWindow::markStart(size_t position)
     touch(position / 64, position / 64);
 }
 
-bool RegionWindow::holdsData(size_t position, size_t length) const
+bool RegionWindow::holdsData(size_t position, size_t length)
 {
+    settle();
     uint64_t any = 0;
     forEachWord(position, length, [&](size_t w, uint64_t mask) { any |= data_[w] & mask; });
     return any != 0;
@@ -128,6 +140,8 @@ size_t RegionWindow::placeNew(size_t position, const uint8_t* data, size_t lengt
 {
     if (length == 0)
         return 0;
+    settle();
+    dataEnd_ = std::max(dataEnd_, position + length);
     touch(position / 64, (position + length - 1) / 64);
     if (!holdsData(position, length)) {
         std::memcpy(bytes_.data() + position, data, length);
@@ -148,8 +162,41 @@ size_t RegionWindow::placeNew(size_t position, const uint8_t* data, size_t lengt
     return repeated;
 }
 
-std::vector<run_t> RegionWindow::runs() const
+size_t RegionWindow::placeRecordElsewhere(size_t position, const uint8_t* data, size_t length)
 {
+    const size_t word = position / 64;
+    const uint64_t bit = uint64_t(1) << (position % 64);
+    if ((starts_[word] & bit) != 0)
+        return REPEATED_START;
+    starts_[word] |= bit;
+    settle();
+    const size_t lastWord = (position + length - 1) / 64;
+    size_t repeated = 0;
+    if (length <= 64 && lastWord <= word + 1) {
+        // The usual record: its bits lie in one or two words.
+        const unsigned shift = static_cast<unsigned>(position % 64);
+        const uint64_t bits = length == 64 ? ~uint64_t(0) : (uint64_t(1) << length) - 1;
+        const uint64_t low = bits << shift;
+        const uint64_t high = shift == 0 ? 0 : bits >> (64 - shift);
+        if ((data_[word] & low) == 0 && (high == 0 || (data_[lastWord] & high) == 0)) {
+            data_[word] |= low;
+            if (high != 0)
+                data_[lastWord] |= high;
+            touch(word, lastWord);
+            copyBytes(bytes_.data() + position, data, length);
+        } else {
+            repeated = placeNew(position, data, length);
+        }
+    } else {
+        repeated = placeNew(position, data, length);
+    }
+    followWith(position + length);
+    return repeated;
+}
+
+std::vector<run_t> RegionWindow::runs()
+{
+    settle();
     std::vector<run_t> found;
     if (empty())
         return found;
@@ -194,8 +241,9 @@ uint64_t periodicBits(uint32_t offset, uint32_t stride)
 
 } // namespace
 
-std::vector<progression_t> RegionWindow::starts() const
+std::vector<progression_t> RegionWindow::starts()
 {
+    settle();
     std::vector<progression_t> found;
     if (empty())
         return found;

@@ -70,13 +70,13 @@ public:
 
     // Empties the window; costs only what was used since the last time.
     void clear();
-    bool empty() const { return low_ > high_; }
+    bool empty() const { return low_ > high_ && appendStart_ == appendEnd_; }
 
     bool isStart(size_t position) const { return (starts_[position / 64] >> (position % 64) & 1) != 0; }
     void markStart(size_t position);
 
     // True when any position in [position, position + length) holds data.
-    bool holdsData(size_t position, size_t length) const;
+    bool holdsData(size_t position, size_t length);
 
     // Places bytes at positions that hold no data yet; positions that do
     // keep their value. Returns how many of them did.
@@ -90,33 +90,19 @@ public:
     // places the bytes as placeNew() does and returns its count.
     size_t placeRecord(size_t position, const uint8_t* data, size_t length)
     {
-        const size_t word = position / 64;
-        const uint64_t bit = uint64_t(1) << (position % 64);
-        if ((starts_[word] & bit) != 0)
-            return REPEATED_START;
-        starts_[word] |= bit;
-        const size_t lastWord = (position + length - 1) / 64;
-        if (length <= 64 && lastWord <= word + 1) {
-            // The usual record: its bits lie in one or two words.
-            const unsigned shift = static_cast<unsigned>(position % 64);
-            const uint64_t bits = length == 64 ? ~uint64_t(0) : (uint64_t(1) << length) - 1;
-            const uint64_t low = bits << shift;
-            const uint64_t high = shift == 0 ? 0 : bits >> (64 - shift);
-            if ((data_[word] & low) == 0 && (high == 0 || (data_[lastWord] & high) == 0)) {
-                data_[word] |= low;
-                if (high != 0)
-                    data_[lastWord] |= high;
-                low_ = word < low_ ? word : low_;
-                high_ = lastWord > high_ ? lastWord : high_;
-                std::memcpy(bytes_.data() + position, data, length);
-                return 0;
-            }
+        if (position == appendEnd_ && position == dataEnd_) {
+            // Records one after another: nothing lies at or beyond position,
+            // so the record is only copied; the run's bits are set later.
+            starts_[position / 64] |= uint64_t(1) << (position % 64);
+            copyBytes(bytes_.data() + position, data, length);
+            appendEnd_ = dataEnd_ = position + length;
+            return 0;
         }
-        return placeNew(position, data, length);
+        return placeRecordElsewhere(position, data, length);
     }
 
     // The runs of positions that hold data, in ascending order.
-    std::vector<run_t> runs() const;
+    std::vector<run_t> runs();
 
     // The highest position below before where a record started; before
     // itself when there is none.
@@ -124,11 +110,43 @@ public:
 
     // Record starts as progressions, and back. Records of one length one
     // after another, the usual file, cost a few operations per 64 positions.
-    std::vector<progression_t> starts() const;
+    std::vector<progression_t> starts();
     void markStarts(const std::vector<progression_t>& progressions);
 
 private:
     void touch(size_t firstWord, size_t lastWord);
+
+    // placeRecord() for a record that does not follow the data's end.
+    size_t placeRecordElsewhere(size_t position, const uint8_t* data, size_t length);
+
+    // Copies a record's bytes; the usual record sizes as fixed-size copies.
+    static void copyBytes(uint8_t* to, const uint8_t* from, size_t length)
+    {
+        if (length == 16)
+            std::memcpy(to, from, 16);
+        else if (length == 32)
+            std::memcpy(to, from, 32);
+        else
+            std::memcpy(to, from, length);
+    }
+
+    // Sets the bits of the append run.
+    void settle()
+    {
+        if (appendStart_ != appendEnd_)
+            settleRun();
+    }
+    void settleRun();
+
+    // After a record that ends at end: when nothing lies beyond it, the
+    // records that follow it directly are appended.
+    void followWith(size_t end)
+    {
+        if (end < dataEnd_)
+            return;
+        dataEnd_ = end;
+        appendStart_ = appendEnd_ = end;
+    }
 
     size_t positions_;
     PageBytes bytes_;
@@ -136,6 +154,9 @@ private:
     std::vector<uint64_t> starts_; // a bit per position where a record started
     size_t low_;                   // words that may be non-zero: [low_, high_]
     size_t high_;
+    size_t dataEnd_ = 0;     // one past the highest position holding data
+    size_t appendStart_ = 0; // data placed at the end whose bits are not set yet:
+    size_t appendEnd_ = 0;   // [appendStart_, appendEnd_)
 };
 
 } // namespace intelhex_internal
