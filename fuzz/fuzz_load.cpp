@@ -104,11 +104,11 @@ void sameAsExactReader(const char* path, bool oneBlock)
 {
     const Outcome viaLoad = outcomeOf([&](IntelHexFile& image) { return image.load(path, oneBlock); });
     const Outcome viaExact =
-        outcomeOf([&](IntelHexFile& image) { return IntelHexTestAccess::loadRecords(image, path, oneBlock); });
+        outcomeOf([&](IntelHexFile& image) { return IntelHexTestAccess::loadExact(image, path, oneBlock); });
     FUZZ_CHECK(viaLoad == viaExact);
 }
 
-// The reader of the whole format: blocks never overlap, ascend by full
+// The full-format reader: blocks never overlap, ascend by full
 // address, and a one-block image stays within the limit.
 void loadFullFormat(const char* path, bool oneBlock)
 {

@@ -333,7 +333,7 @@ TEST_F(FullFormat, AppendsToWhatTheContainerHolds)
     EXPECT_EQ(blocksOf(image), std::vector<BlockView>({{0x10, {1}}, {0x00, {2}}}));
 }
 
-// Line numbers of the strict reader: its diagnostics are unchanged.
+// Line numbers of load(): its diagnostics are unchanged.
 class StrictErrorLine : public ::testing::Test {
 protected:
     bool load(const std::string& text, bool oneBlock = false)

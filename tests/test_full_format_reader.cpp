@@ -224,18 +224,18 @@ std::vector<std::string> randomFile(std::mt19937& rng, const std::string& order)
     return lines;
 }
 
-// Big regions filled in order, then records that keep going back and forth
-// between them: each return reopens a region.
-std::vector<std::string> jumpingFile()
+// Big regions filled in order, then records that go round them again and
+// again. A few regions stay open at once; going round more reopens them.
+std::vector<std::string> jumpingFile(int regions, int jumps)
 {
     std::vector<std::string> lines;
-    for (uint16_t base : {0x0100, 0x0300, 0x0500}) {
-        lines.push_back(linearBaseRecord(base));
+    for (int region = 0; region < regions; ++region) {
+        lines.push_back(linearBaseRecord(static_cast<uint16_t>(0x0100 + 0x200 * region)));
         for (uint32_t a = 0; a < 0xF000; a += 0x80)
             lines.push_back(dataRecord(static_cast<uint16_t>(a), countingBytes(0x80, static_cast<uint8_t>(a >> 7))));
     }
-    for (int i = 0; i < 60; ++i) {
-        lines.push_back(linearBaseRecord(static_cast<uint16_t>(0x0100 + 0x200 * (i % 3))));
+    for (int i = 0; i < jumps; ++i) {
+        lines.push_back(linearBaseRecord(static_cast<uint16_t>(0x0100 + 0x200 * (i % regions))));
         lines.push_back(dataRecord(static_cast<uint16_t>(0xF000 + 8 * i), {static_cast<uint8_t>(i)}));
     }
     lines.push_back(EOF_RECORD);
@@ -283,18 +283,18 @@ TEST(FullFormatReader, EdgesOfRegionsSegmentsAndTheAddressSpace)
 
 TEST(FullFormatReader, RecordsJumpingBetweenRegionsAreSortedInstead)
 {
-    const std::vector<std::string> lines = jumpingFile();
+    const std::vector<std::string> lines = jumpingFile(6, 120);
     const Read r = readWith(joinLines(lines), placement_t::WINDOWS);
     EXPECT_TRUE(r.read.sorted);
     EXPECT_EQ(bytesOf(r.image), modelOf(lines).bytes);
     expectAsModel(lines, "\n", "jumping");
 
-    // A few returns are taken in the windows.
-    std::vector<std::string> few(lines.begin(), lines.end() - 100);
-    few.push_back(EOF_RECORD);
-    const Read w = readWith(joinLines(few), placement_t::WINDOWS);
-    EXPECT_FALSE(w.read.sorted);
-    EXPECT_EQ(bytesOf(w.image), modelOf(few).bytes);
+    // A few returns, and going round a few regions, are taken in the windows.
+    for (const std::vector<std::string>& taken : {jumpingFile(6, 12), jumpingFile(3, 300)}) {
+        const Read w = readWith(joinLines(taken), placement_t::WINDOWS);
+        EXPECT_FALSE(w.read.sorted);
+        EXPECT_EQ(bytesOf(w.image), modelOf(taken).bytes);
+    }
 }
 
 TEST(FullFormatReader, ReadHexReportsWarningsInTheOrderFound)

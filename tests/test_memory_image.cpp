@@ -274,7 +274,7 @@ TEST(MemoryImage, FromBlocksWrapsPast4GiBAndKeepsTheStartAddress)
         dir.write("top.hex", joinLines({linearBaseRecord(0xFFFF), dataRecord(0xFFFC, countingBytes(8)),
                                         hexRecord(0x05, 0, {0xFF, 0xFF, 0xFF, 0xFC}), EOF_RECORD}));
     IntelHexFile file;
-    // The whole-format reader already splits the record at 4 GiB; strict
+    // The full-format reader already splits the record at 4 GiB; strict
     // blocks, made here from a buffer, do not.
     ASSERT_TRUE(file.loadFullFormat(path.c_str(), false));
     EXPECT_EQ(file.getBlockCount(), 2u);

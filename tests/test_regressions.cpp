@@ -97,13 +97,13 @@ void checkFile(const std::string& path)
     checkFullFormat(path);
     for (bool oneBlock : {false, true}) {
         const Loaded viaLoad = loadWith([&](IntelHexFile& i) { return i.load(path.c_str(), oneBlock); });
-        const Loaded viaRecords =
-            loadWith([&](IntelHexFile& i) { return IntelHexTestAccess::loadRecords(i, path, oneBlock); });
-        EXPECT_EQ(viaLoad.result, viaRecords.result);
-        EXPECT_EQ(viaLoad.starts, viaRecords.starts);
-        EXPECT_EQ(viaLoad.bytes, viaRecords.bytes);
-        EXPECT_EQ(viaLoad.io.out, viaRecords.io.out);
-        EXPECT_EQ(viaLoad.io.err, viaRecords.io.err);
+        const Loaded viaExactReader =
+            loadWith([&](IntelHexFile& i) { return IntelHexTestAccess::loadExact(i, path, oneBlock); });
+        EXPECT_EQ(viaLoad.result, viaExactReader.result);
+        EXPECT_EQ(viaLoad.starts, viaExactReader.starts);
+        EXPECT_EQ(viaLoad.bytes, viaExactReader.bytes);
+        EXPECT_EQ(viaLoad.io.out, viaExactReader.io.out);
+        EXPECT_EQ(viaLoad.io.err, viaExactReader.io.err);
         if (oneBlock) {
             EXPECT_LE(viaLoad.starts.size(), 1u);
         }

@@ -282,10 +282,10 @@ bool IntelHexFile::load(const char* fName, bool oneBlock)
             return false;
         }
     }
-    return loadRecords(hexFile, oneBlock);
+    return loadExact(hexFile, oneBlock);
 }
 
-bool IntelHexFile::loadRecords(std::ifstream& hexFile, bool oneBlock)
+bool IntelHexFile::loadExact(std::ifstream& hexFile, bool oneBlock)
 {
     hexfilelineset_t lineSet;
     if (!parseHexFile(hexFile, lineSet))

@@ -2,8 +2,6 @@
 
 #include "region_window.h"
 
-#include <map>
-
 namespace intelhex_internal {
 
 namespace {
@@ -28,6 +26,26 @@ uint16_t linearBaseOf(const scannedrecord_t& record)
 {
     return static_cast<uint16_t>(record.data[0] << 8 | record.data[1]);
 }
+
+// Follows the linear base through the records the exact reader takes without
+// a word, and hands on the data records with their base; false, to stop,
+// at any other record.
+class QuietRecords {
+public:
+    template <typename OnData> bool take(const scannedrecord_t& record, OnData onData)
+    {
+        if (!isQuietRecord(record))
+            return false;
+        if (record.type == TYPE_LINEAR_BASE) {
+            linearBase_ = linearBaseOf(record);
+            return true;
+        }
+        return onData(record, linearBase_);
+    }
+
+private:
+    uint16_t linearBase_ = 0;
+};
 
 // Gives back the spare capacity of a run that will not grow any more.
 void trim(fastrun_t& run)
@@ -60,20 +78,21 @@ public:
 private:
     bool take(const scannedrecord_t& record)
     {
-        if (!isQuietRecord(record))
-            return false;
-        if (record.type == TYPE_LINEAR_BASE) {
-            linearBase_ = linearBaseOf(record);
-            return true;
-        }
+        return records_.take(record, [this](const scannedrecord_t& data, uint16_t linearBase) {
+            return takeData(data, linearBase);
+        });
+    }
+
+    bool takeData(const scannedrecord_t& record, uint16_t linearBase)
+    {
         if (!runs_.empty()) {
             fastrun_t& run = runs_.back();
-            if (keyOf(linearBase_, record.offset) <= keyOf(run.linearBase, run.lastRecordAddr)) {
+            if (keyOf(linearBase, record.offset) <= keyOf(run.linearBase, run.lastRecordAddr)) {
                 outOfOrder_ = true;
                 return false;
             }
             const uint16_t runEnd = static_cast<uint16_t>(run.lastRecordAddr + run.lastRecordLen);
-            if (run.linearBase == linearBase_ && runEnd == record.offset) {
+            if (run.linearBase == linearBase && runEnd == record.offset) {
                 run.bytes.insert(run.bytes.end(), record.data, record.data + record.length);
                 run.lastRecordAddr = record.offset;
                 run.lastRecordLen = record.length;
@@ -81,21 +100,52 @@ private:
             }
             trim(run);
         }
-        runs_.push_back(fastrun_t{linearBase_, record.offset, record.offset, record.length,
+        runs_.push_back(fastrun_t{linearBase, record.offset, record.offset, record.length,
                                   std::vector<uint8_t>(record.data, record.data + record.length)});
         return true;
     }
 
     std::vector<fastrun_t>& runs_;
-    uint16_t linearBase_ = 0;
+    QuietRecords records_;
     bool outOfOrder_ = false;
+};
+
+// A linear base whose window is closed: its runs, ready to become blocks,
+// and its record starts.
+struct closedbase_t {
+    std::vector<fastrun_t> runs;
+    std::vector<progression_t> starts;
+
+    void close(uint32_t linearBase, RegionWindow& window)
+    {
+        for (const run_t& r : window.runs()) {
+            const uint8_t* bytes = window.bytes() + r.start;
+            const size_t last = window.lastStartBefore(r.start + r.length);
+            runs.push_back(fastrun_t{static_cast<uint16_t>(linearBase), static_cast<uint16_t>(r.start),
+                                     static_cast<uint16_t>(last), static_cast<uint8_t>(r.start + r.length - last),
+                                     std::vector<uint8_t>(bytes, bytes + r.length)});
+        }
+        starts = window.starts();
+    }
+
+    uint64_t reopen(RegionWindow& window) const
+    {
+        uint64_t moved = 0;
+        for (const fastrun_t& run : runs) {
+            window.placeNew(run.startAddr, run.bytes.data(), run.bytes.size());
+            moved += run.bytes.size();
+        }
+        window.markStarts(starts);
+        return moved;
+    }
 };
 
 // Records in any order: each linear base gets a window that shows which
 // addresses hold data and where records started, so that a repeated record
 // is dropped (the first one wins) and the runs fall out of the window. A
 // record that overlaps another without repeating its address makes the
-// exact reader build overlapping blocks: that is left to it.
+// exact reader build overlapping blocks, and records that keep jumping
+// between linear bases would cost too much here: both are left to it.
 class WindowReader {
 public:
     bool read(TextSource& source, std::vector<fastrun_t>& runs)
@@ -104,88 +154,34 @@ public:
         const scanend_t end = scanner.scan(source, [this](const scannedrecord_t& record) { return take(record); });
         if (end != scanend_t::END_RECORD)
             return false;
-        closeWindow();
-        for (auto& entry : closed_)
+        bases_.close();
+        for (auto& entry : bases_.closed())
             for (fastrun_t& run : entry.second.runs)
                 runs.push_back(std::move(run));
         return true;
     }
 
 private:
-    // A linear base whose window is closed.
-    struct closedbase_t {
-        std::vector<fastrun_t> runs;
-        std::vector<progression_t> starts;
-    };
-
     // A window spans a base's 64 KiB and the bytes a record starting at
     // 0xFFFF can carry beyond them.
-    static const size_t WINDOW_POSITIONS = 0x10000 + 0xFF - 1;
-    // Returning to closed bases may cost this much plus the data read so far.
-    static const uint64_t REOPEN_ALLOWANCE = 1u << 20;
+    static constexpr size_t WINDOW_POSITIONS = 0x10000 + 0xFF - 1;
 
     bool take(const scannedrecord_t& record)
     {
-        if (!isQuietRecord(record))
-            return false;
-        if (record.type == TYPE_LINEAR_BASE) {
-            linearBase_ = linearBaseOf(record);
-            return true;
-        }
-        dataBytes_ += record.length;
-        if (!isOpen_ || openBase_ != linearBase_)
-            if (!openWindow(linearBase_))
+        return records_.take(record, [this](const scannedrecord_t& data, uint16_t linearBase) {
+            dataBytes_ += data.length;
+            if (!bases_.open(linearBase, dataBytes_))
                 return false;
-        // A repeated address is dropped (the first record wins); an overlap is
-        // left to the exact reader.
-        const size_t repeated = window_.placeRecord(record.offset, record.data, record.length);
-        return repeated == RegionWindow::REPEATED_START || repeated == 0;
+            // A repeated address is dropped (the first record wins); an
+            // overlap is left to the exact reader.
+            const size_t repeated = bases_.window().placeRecord(data.offset, data.data, data.length);
+            return repeated == RegionWindow::REPEATED_START || repeated == 0;
+        });
     }
 
-    bool openWindow(uint16_t linearBase)
-    {
-        closeWindow();
-        isOpen_ = true;
-        openBase_ = linearBase;
-        const auto found = closed_.find(linearBase);
-        if (found == closed_.end())
-            return true;
-        for (const fastrun_t& run : found->second.runs) {
-            window_.placeNew(run.startAddr, run.bytes.data(), run.bytes.size());
-            reopenCost_ += run.bytes.size();
-        }
-        window_.markStarts(found->second.starts);
-        closed_.erase(found);
-        // Records that keep jumping between bases are left to the exact reader.
-        return reopenCost_ <= dataBytes_ + REOPEN_ALLOWANCE;
-    }
-
-    void closeWindow()
-    {
-        if (!isOpen_)
-            return;
-        isOpen_ = false;
-        if (window_.empty())
-            return;
-        closedbase_t& base = closed_[openBase_];
-        for (const run_t& r : window_.runs()) {
-            const uint8_t* bytes = window_.bytes() + r.start;
-            const size_t last = window_.lastStartBefore(r.start + r.length);
-            base.runs.push_back(fastrun_t{openBase_, static_cast<uint16_t>(r.start), static_cast<uint16_t>(last),
-                                          static_cast<uint8_t>(r.start + r.length - last),
-                                          std::vector<uint8_t>(bytes, bytes + r.length)});
-        }
-        base.starts = window_.starts();
-        window_.clear();
-    }
-
-    RegionWindow window_{WINDOW_POSITIONS};
-    std::map<uint16_t, closedbase_t> closed_;
-    uint16_t linearBase_ = 0;
-    uint16_t openBase_ = 0;
-    bool isOpen_ = false;
+    QuietRecords records_;
+    RegionWindows<closedbase_t> bases_{WINDOW_POSITIONS};
     uint64_t dataBytes_ = 0;
-    uint64_t reopenCost_ = 0;
 };
 
 } // namespace

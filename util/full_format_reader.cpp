@@ -32,6 +32,8 @@ struct piece_t {
     uint32_t length;
 };
 
+const uint64_t REGION_SIZE = 0x10000;
+
 // Where each region's data is kept once its window is closed: the window's
 // own pages when the region is mostly data, else just the runs' bytes.
 struct closedregion_t {
@@ -45,9 +47,40 @@ struct closedregion_t {
     {
         return (pages.empty() ? packed.data() : pages.data()) + runOffset[run];
     }
-};
 
-const uint64_t REGION_SIZE = 0x10000;
+    void close(uint32_t, RegionWindow& window)
+    {
+        // Regions that are at least this full keep the window's pages.
+        const size_t DENSE = 0x4000;
+        runs = window.runs();
+        starts = window.starts();
+        size_t held = 0;
+        for (const run_t& r : runs)
+            held += r.length;
+        if (held >= DENSE) {
+            for (const run_t& r : runs)
+                runOffset.push_back(r.start);
+            pages = window.takeBytes();
+            return;
+        }
+        packed.reserve(held);
+        for (const run_t& r : runs) {
+            runOffset.push_back(static_cast<uint32_t>(packed.size()));
+            packed.insert(packed.end(), window.bytes() + r.start, window.bytes() + r.start + r.length);
+        }
+    }
+
+    uint64_t reopen(RegionWindow& window) const
+    {
+        uint64_t moved = 0;
+        for (size_t i = 0; i < runs.size(); ++i) {
+            window.placeNew(runs[i].start, bytesOf(i), runs[i].length);
+            moved += runs[i].length;
+        }
+        window.markStarts(starts);
+        return moved;
+    }
+};
 
 // Appends bytes to a segment whose capacity is reserved. The pages of a
 // large segment are asked for a step at a time, as the bytes reach it, all at
@@ -86,10 +119,10 @@ public:
     {
         const piece_t& first = pieces[0];
         const size_t position = first.address & 0xFFFF;
-        if (count == 1 && isOpen_ && openRegion_ == first.address >> 16 && position + first.length <= REGION_SIZE) {
+        if (count == 1 && regions_.isOpen(first.address >> 16) && position + first.length <= REGION_SIZE) {
             // The usual record: one piece, in the open window.
             dataBytes_ += first.length;
-            const size_t repeated = window_.placeRecord(position, first.data, first.length);
+            const size_t repeated = regions_.window().placeRecord(position, first.data, first.length);
             if (repeated != RegionWindow::REPEATED_START && repeated > 0)
                 countRepeated(repeated, line);
             return true;
@@ -100,12 +133,13 @@ public:
     // The segments: runs of neighbouring regions that meet are joined.
     std::vector<MemoryImage::segment_t> finish()
     {
-        closeWindow();
+        regions_.close();
+        std::map<uint32_t, closedregion_t>& closed = regions_.closed();
         std::vector<MemoryImage::segment_t> segments;
         // Sizes first, so that each segment is allocated once at its size.
         std::vector<uint64_t> sizes;
         uint64_t end = 0;
-        for (const auto& entry : closed_)
+        for (const auto& entry : closed)
             for (const run_t& r : entry.second.runs) {
                 const uint64_t address = entry.first * REGION_SIZE + r.start;
                 if (sizes.empty() || address != end)
@@ -114,7 +148,7 @@ public:
                 end = address + r.length;
             }
         segments.reserve(sizes.size());
-        for (auto entry = closed_.begin(); entry != closed_.end(); entry = closed_.erase(entry)) {
+        for (auto entry = closed.begin(); entry != closed.end(); entry = closed.erase(entry)) {
             const closedregion_t& region = entry->second;
             for (size_t i = 0; i < region.runs.size(); ++i) {
                 const uint64_t address = entry->first * REGION_SIZE + region.runs[i].start;
@@ -140,21 +174,22 @@ private:
     bool addPieces(const piece_t* pieces, size_t count, size_t line)
     {
         dataBytes_ += pieces[0].length + (count > 1 ? pieces[1].length : 0);
-        if (!openRegion(pieces[0].address >> 16))
+        if (!regions_.open(pieces[0].address >> 16, dataBytes_))
             return false;
+        RegionWindow& window = regions_.window();
         const size_t start = pieces[0].address & 0xFFFF;
-        if (window_.isStart(start))
+        if (window.isStart(start))
             return true; // repeats an earlier record's address: dropped whole
-        window_.markStart(start);
+        window.markStart(start);
         for (size_t i = 0; i < count; ++i) {
             uint32_t address = pieces[i].address;
             const uint8_t* data = pieces[i].data;
             for (uint32_t left = pieces[i].length; left > 0;) {
                 const uint32_t position = address & 0xFFFF;
                 const uint32_t take = std::min<uint32_t>(left, static_cast<uint32_t>(REGION_SIZE - position));
-                if (!openRegion(address >> 16))
+                if (!regions_.open(address >> 16, dataBytes_))
                     return false;
-                const size_t repeated = window_.placeNew(position, data, take);
+                const size_t repeated = regions_.window().placeNew(position, data, take);
                 if (repeated > 0)
                     countRepeated(repeated, line);
                 address += take;
@@ -165,64 +200,8 @@ private:
         return true;
     }
 
-    // Regions that are at least this full keep the window's pages.
-    static constexpr size_t DENSE = 0x4000;
-    // Reopening regions may cost this much plus the data read so far.
-    static constexpr uint64_t REOPEN_ALLOWANCE = 1u << 20;
-
-    bool openRegion(uint32_t region)
-    {
-        if (isOpen_ && openRegion_ == region)
-            return true;
-        closeWindow();
-        isOpen_ = true;
-        openRegion_ = region;
-        const auto found = closed_.find(region);
-        if (found == closed_.end())
-            return true;
-        const closedregion_t& closed = found->second;
-        for (size_t i = 0; i < closed.runs.size(); ++i) {
-            window_.placeNew(closed.runs[i].start, closed.bytesOf(i), closed.runs[i].length);
-            reopenCost_ += closed.runs[i].length;
-        }
-        window_.markStarts(closed.starts);
-        closed_.erase(found);
-        return reopenCost_ <= dataBytes_ + REOPEN_ALLOWANCE;
-    }
-
-    void closeWindow()
-    {
-        if (!isOpen_)
-            return;
-        isOpen_ = false;
-        if (window_.empty())
-            return;
-        closedregion_t& region = closed_[openRegion_];
-        region.runs = window_.runs();
-        region.starts = window_.starts();
-        size_t held = 0;
-        for (const run_t& r : region.runs)
-            held += r.length;
-        if (held >= DENSE) {
-            for (const run_t& r : region.runs)
-                region.runOffset.push_back(r.start);
-            region.pages = window_.takeBytes();
-            return;
-        }
-        region.packed.reserve(held);
-        for (const run_t& r : region.runs) {
-            region.runOffset.push_back(static_cast<uint32_t>(region.packed.size()));
-            region.packed.insert(region.packed.end(), window_.bytes() + r.start, window_.bytes() + r.start + r.length);
-        }
-        window_.clear();
-    }
-
-    RegionWindow window_{REGION_SIZE};
-    std::map<uint32_t, closedregion_t> closed_;
-    uint32_t openRegion_ = 0;
-    bool isOpen_ = false;
+    RegionWindows<closedregion_t> regions_{REGION_SIZE};
     uint64_t dataBytes_ = 0;
-    uint64_t reopenCost_ = 0;
 };
 
 // Takes records in any order by collecting every piece with its line and

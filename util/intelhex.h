@@ -10,6 +10,9 @@
 /// lines starting with "#ERROR: " on standard error, the record parser's shape
 /// diagnostics on standard output; every line is flushed. Errors of the
 /// standard library (std::bad_alloc, std::out_of_range) reach the caller.
+///
+/// For a 32-bit memory image read from the whole format, with failures
+/// reported as values instead of printed, see MemoryImage (memory_image.h).
 #ifndef INTELHEX_INTELHEX_H
 #define INTELHEX_INTELHEX_H
 
@@ -222,7 +225,8 @@ public:
     bool loadFullFormat(const char* fName, bool oneBlock);
 
     /// @return true when a file read by loadFullFormat() gave a start address
-    /// (record type 03 or 05); cleared by clear().
+    /// (record type 03 or 05), or an image appended by MemoryImage::appendTo()
+    /// had one; cleared by clear().
     bool hasStartAddress() const;
 
     /// @return the type of the record that gave the start address: 3 (start
@@ -272,7 +276,7 @@ private:
     bool parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines);
     void parseLine(std::string& hexLine, hexfileline_t& line);
     void createNewBlock(setconstiterator_t& first, setconstiterator_t& last);
-    bool loadRecords(std::ifstream& hexFile, bool oneBlock);
+    bool loadExact(std::ifstream& hexFile, bool oneBlock);
     uint32_t runSize(uint16_t firstAddress, uint16_t finalAddress, size_t finalLength);
     void appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, std::vector<uint8_t>& bytes);
     void setError(size_t line, const std::string& reason);

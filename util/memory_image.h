@@ -72,7 +72,8 @@ public:
         bool ok = false;                 ///< The image was read.
         size_t line = 0;                 ///< The line to blame for a failure; 0 when none is.
         std::string reason;              ///< Why reading failed; empty on success.
-        std::vector<warning_t> warnings; ///< In line order; kept after a failure too.
+        /// In the order they were found; those found before a failure are kept.
+        std::vector<warning_t> warnings;
 
         explicit operator bool() const { return ok; }
     };

@@ -84,7 +84,7 @@ size_t findBit(const std::vector<uint64_t>& words, size_t from, size_t lastWord,
 } // namespace
 
 RegionWindow::RegionWindow(size_t positions)
-    : positions_(positions), bytes_(positions), data_((positions + 63) / 64), starts_(data_.size()),
+    : positions_(positions), bytes_(positions), data_((positions + 63) / 64 + 1), starts_(data_.size()),
       low_(data_.size()), high_(0)
 {
 }
@@ -95,12 +95,6 @@ PageBytes RegionWindow::takeBytes()
     std::swap(taken, bytes_);
     clear();
     return taken;
-}
-
-void RegionWindow::touch(size_t firstWord, size_t lastWord)
-{
-    low_ = std::min(low_, firstWord);
-    high_ = std::max(high_, lastWord);
 }
 
 void RegionWindow::settleRun()

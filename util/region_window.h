@@ -12,6 +12,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <map>
+#include <memory>
 #include <vector>
 
 namespace intelhex_internal {
@@ -98,6 +100,30 @@ public:
             appendEnd_ = dataEnd_ = position + length;
             return 0;
         }
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+        if (length <= 56 && appendStart_ == appendEnd_) {
+            // A record elsewhere, of the usual size: its data bits lie in the
+            // eight bytes of the bit map from the byte that holds its first
+            // one, read and written at once.
+            const size_t word = position / 64;
+            const uint64_t bit = uint64_t(1) << (position % 64);
+            if ((starts_[word] & bit) != 0)
+                return REPEATED_START;
+            uint8_t* const bits = reinterpret_cast<uint8_t*>(data_.data()) + position / 8;
+            uint64_t held;
+            std::memcpy(&held, bits, sizeof held);
+            const uint64_t mask = ((uint64_t(1) << length) - 1) << (position % 8);
+            if ((held & mask) == 0) {
+                starts_[word] |= bit;
+                held |= mask;
+                std::memcpy(bits, &held, sizeof held);
+                touch(word, (position + length - 1) / 64);
+                copyBytes(bytes_.data() + position, data, length);
+                followWith(position + length);
+                return 0;
+            }
+        }
+#endif
         return placeRecordElsewhere(position, data, length);
     }
 
@@ -114,7 +140,11 @@ public:
     void markStarts(const std::vector<progression_t>& progressions);
 
 private:
-    void touch(size_t firstWord, size_t lastWord);
+    void touch(size_t firstWord, size_t lastWord)
+    {
+        low_ = firstWord < low_ ? firstWord : low_;
+        high_ = lastWord > high_ ? lastWord : high_;
+    }
 
     // placeRecord() for a record that does not follow the data's end.
     size_t placeRecordElsewhere(size_t position, const uint8_t* data, size_t length);
@@ -150,13 +180,119 @@ private:
 
     size_t positions_;
     PageBytes bytes_;
-    std::vector<uint64_t> data_;   // a bit per position holding data
+    std::vector<uint64_t> data_;   // a bit per position holding data, and a spare word
     std::vector<uint64_t> starts_; // a bit per position where a record started
     size_t low_;                   // words that may be non-zero: [low_, high_]
     size_t high_;
     size_t dataEnd_ = 0;     // one past the highest position holding data
     size_t appendStart_ = 0; // data placed at the end whose bits are not set yet:
     size_t appendEnd_ = 0;   // [appendStart_, appendEnd_)
+};
+
+// Windows open over a few regions at a time; the other regions seen are
+// kept closed, in region order, each as a Closed value that knows how to
+// take a window's content and how to give it back:
+//   void close(uint32_t region, RegionWindow& window);
+//   uint64_t reopen(RegionWindow& window) const;       // bytes given back
+// Records that go back and forth between a few regions find them open; the
+// window used least recently is closed when another region needs one.
+template <typename Closed> class RegionWindows {
+public:
+    explicit RegionWindows(size_t positions) : positions_(positions) {}
+
+    // The window of the region opened last.
+    RegionWindow& window() { return *currentWindow_; }
+    bool isOpen(uint32_t region) const { return currentRegion_ == region; }
+
+    // Makes region the current one, reopening it if it was closed. False
+    // when reopening regions has cost more than the data read so far plus
+    // an allowance: records that keep jumping between many regions.
+    bool open(uint32_t region, uint64_t dataBytes)
+    {
+        if (isOpen(region))
+            return true;
+        ++clock_;
+        for (slot_t& slot : slots_)
+            if (slot.region == region) {
+                makeCurrent(slot);
+                return true;
+            }
+        slot_t& slot = freeSlot();
+        slot.region = region;
+        makeCurrent(slot);
+        const auto found = closed_.find(region);
+        if (found == closed_.end())
+            return true;
+        // Each reopening counts its bytes and, for the bit maps, a fixed amount.
+        reopenCost_ += REOPEN_COST + found->second.reopen(*slot.window);
+        closed_.erase(found);
+        return reopenCost_ <= dataBytes + REOPEN_ALLOWANCE;
+    }
+
+    // Closes every open window.
+    void close()
+    {
+        for (slot_t& slot : slots_)
+            closeSlot(slot);
+    }
+
+    // The closed regions, in region order.
+    std::map<uint32_t, Closed>& closed() { return closed_; }
+
+private:
+    static constexpr size_t SLOTS = 4;
+    static constexpr uint32_t NO_REGION = static_cast<uint32_t>(-1);
+    static constexpr uint64_t REOPEN_ALLOWANCE = 1u << 20;
+    static constexpr uint64_t REOPEN_COST = 4096;
+
+    struct slot_t {
+        std::unique_ptr<RegionWindow> window;
+        uint32_t region;
+        uint64_t lastUse;
+    };
+
+    void makeCurrent(slot_t& slot)
+    {
+        slot.lastUse = clock_;
+        currentWindow_ = slot.window.get();
+        currentRegion_ = slot.region;
+    }
+
+    void closeSlot(slot_t& slot)
+    {
+        if (slot.region == NO_REGION)
+            return;
+        if (!slot.window->empty())
+            closed_[slot.region].close(slot.region, *slot.window);
+        slot.window->clear();
+        if (currentRegion_ == slot.region)
+            currentRegion_ = NO_REGION;
+        slot.region = NO_REGION;
+    }
+
+    // A slot with no region open: a new one while there are fewer than
+    // SLOTS, else the one used least recently, closed.
+    slot_t& freeSlot()
+    {
+        if (slots_.size() < SLOTS) {
+            slots_.push_back(slot_t{std::make_unique<RegionWindow>(positions_), NO_REGION, 0});
+            return slots_.back();
+        }
+        slot_t* oldest = &slots_[0];
+        for (slot_t& slot : slots_)
+            if (slot.lastUse < oldest->lastUse)
+                oldest = &slot;
+        closeSlot(*oldest);
+        return *oldest;
+    }
+
+    size_t positions_;
+    std::vector<slot_t> slots_;
+    RegionWindow* currentWindow_ = nullptr;
+    uint32_t currentRegion_ = NO_REGION;
+    uint64_t clock_ = 0;
+    std::map<uint32_t, Closed> closed_;
+    uint64_t reopenCost_ = 0;
 };
 
 } // namespace intelhex_internal

@@ -28,10 +28,10 @@ public:
     static bool less(const Line& a, const Line& b) { return a < b; }
 
     // The exact reader alone, on a file opened here.
-    static bool loadRecords(IntelHexFile& container, const std::string& path, bool oneBlock)
+    static bool loadExact(IntelHexFile& container, const std::string& path, bool oneBlock)
     {
         std::ifstream hexFile(path);
-        return container.loadRecords(hexFile, oneBlock);
+        return container.loadExact(hexFile, oneBlock);
     }
 
     // Block lifetime operations reserved to the container.
