@@ -3,10 +3,13 @@
 // blocks with the image.
 #include "fuzz_common.h"
 #include "intelhex.h"
+#include "support/hex_text.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
+#include <cctype>
+#include <string>
 #include <vector>
 
 namespace {
@@ -23,21 +26,13 @@ struct Record {
     std::vector<uint8_t> bytes;
 };
 
-void appendRecord(std::string& out, uint8_t type, uint16_t address, const std::vector<uint8_t>& data, bool lower)
+// A record line, upper case or, for lower, lower case.
+std::string recordLine(const std::string& upperCase, bool lower)
 {
-    const char* digits = lower ? "0123456789abcdef" : "0123456789ABCDEF";
-    std::vector<uint8_t> bytes = {static_cast<uint8_t>(data.size()), static_cast<uint8_t>(address >> 8),
-                                  static_cast<uint8_t>(address), type};
-    bytes.insert(bytes.end(), data.begin(), data.end());
-    unsigned sum = 0;
-    for (uint8_t b : bytes)
-        sum += b;
-    bytes.push_back(static_cast<uint8_t>(0x100 - (sum & 0xFF)));
-    out += ':';
-    for (uint8_t b : bytes) {
-        out += digits[b >> 4];
-        out += digits[b & 15];
-    }
+    std::string line = upperCase;
+    if (lower)
+        std::transform(line.begin(), line.end(), line.begin(), [](char c) { return static_cast<char>(std::tolower(c)); });
+    return line;
 }
 
 } // namespace
@@ -95,14 +90,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const char* eol = crlf ? "\r\n" : "\n";
     for (const Record& r : records) {
         if (!haveBase || r.linearBase != current) {
-            appendRecord(text, 0x04, 0, {static_cast<uint8_t>(r.linearBase >> 8), static_cast<uint8_t>(r.linearBase)},
-                         lower);
-            text += eol;
+            text += recordLine(linearBaseRecord(r.linearBase), lower) + eol;
             current = r.linearBase;
             haveBase = true;
         }
-        appendRecord(text, 0x00, r.address, r.bytes, lower);
-        text += eol;
+        text += recordLine(dataRecord(r.address, r.bytes), lower) + eol;
     }
     text += ":00000001FF";
     text += eol;
