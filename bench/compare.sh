@@ -1,15 +1,24 @@
 #!/bin/bash
-# Converts Intel HEX images to binary with hexblocks, objcopy and srec_cat,
-# interleaved in one run, checks every output against the source image, and
-# prints median wall time, throughput, peak memory and each peer's time
-# divided by ours.
+# Two comparisons, each interleaved in one run over several rounds after a
+# warm-up, printing median wall time, throughput and peak memory:
+#
+# 1. Converting Intel HEX images to binary with hexblocks, objcopy and
+#    srec_cat; every output is checked against the source image, and each
+#    peer's time is divided by ours.
+# 2. hexblocks reading with the full-format reader (the default) and with
+#    --strict (load(): the fast reader, the exact one as fallback), on the 32 MiB image with its records in ascending, descending
+#    and shuffled order; every reading is checked to find the whole image, and
+#    each time is divided by --strict's on the ascending file in the same
+#    round (the median of those ratios is shown).
 #
 # Usage: bench/compare.sh [ROUNDS]      (default 5 rounds after one warm-up)
 # Environment: BENCH_DIR (default build/bench) holds the inputs; BENCH_OUT
 # the outputs, by default a directory in /dev/shm (memory), so that the
 # figures measure the converters rather than the disk: hexblocks writes one
 # file per block, and creating hundreds of files on a busy disk costs more
-# than converting them.
+# than converting them. BASELINE may name an earlier hexblocks (0.1.x, whose
+# default reader was the strict one and -F the whole format) to measure in
+# the second comparison beside this one.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,6 +26,7 @@ rounds=${1:-5}
 scripts/deps.sh cmake make g++ binutils srecord
 cmake --preset default >/dev/null
 cmake --build --preset default -j "$(nproc 2>/dev/null || echo 2)" --target hexblocks benchtool >/dev/null
+baseline=${BASELINE:-}
 hexblocks=$PWD/build/default/tools/hexblocks
 benchtool=$PWD/build/default/bench/benchtool
 work=${BENCH_DIR:-$PWD/build/bench}
@@ -39,6 +49,17 @@ for input in "${inputs[@]}"; do
     read -r name kind record <<<"$input"
     [ -f "$work/$name.hex" ] || "$benchtool" image "$kind" "$work/$name.hex" "$work/$name.bin" "$record"
 done
+orders=(ascending descending shuffled)
+for order in "${orders[@]}"; do
+    name=32MiB-16B-$order
+    [ -f "$work/$name.hex" ] || "$benchtool" image contiguous32m "$work/$name.hex" "$work/$name.bin" 16 "$order"
+done
+
+# Reader rows: label, program, options that select the reader.
+readers=("full|$hexblocks|" "strict|$hexblocks|--strict")
+if [ -n "$baseline" ]; then
+    readers+=("full 0.1|$baseline|-F" "strict 0.1|$baseline|")
+fi
 
 # Runs one conversion, checks its output, and prints "seconds rss_kib".
 convert() {
@@ -50,7 +71,7 @@ convert() {
     objcopy) result=$("$benchtool" run -- objcopy -I ihex -O binary --gap-fill 0xFF "$in" "$out/image.bin") ;;
     srec_cat) result=$("$benchtool" run -- srec_cat "$in" -intel -o "$out/image.bin" -binary) ;;
     esac
-    read -r seconds rss code <<<"$result"
+    read -r seconds rss code _ <<<"$result"
     [ "$code" = 0 ] || { echo "$tool failed on $name (exit $code)" >&2; exit 1; }
     local expected=$work/$name.bin
     case $tool in
@@ -60,6 +81,11 @@ convert() {
     esac
     cmp -s "$out" "$expected" || { echo "$tool: output differs from the source image for $name" >&2; exit 1; }
     echo "$seconds $rss"
+}
+
+# The median of the numbers on standard input, one a line.
+median() {
+    sort -g | awk '{a[NR] = $1} END {print (NR % 2) ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2}'
 }
 
 results=$work/results.txt
@@ -90,8 +116,7 @@ for input in "${inputs[@]}"; do
     data_bytes=$(stat -c %s "$work/$name.bin")
     ours=""
     for tool in "${tools[@]}"; do
-        median=$(awk -v n="$name" -v t="$tool" '$1==n && $2==t {print $3}' "$results" | sort -g |
-            awk '{a[NR]=$1} END {print (NR%2) ? a[(NR+1)/2] : (a[NR/2]+a[NR/2+1])/2}')
+        median=$(awk -v n="$name" -v t="$tool" '$1==n && $2==t {print $3}' "$results" | median)
         rss=$(awk -v n="$name" -v t="$tool" '$1==n && $2==t {print $4}' "$results" | sort -g | tail -1)
         [ -z "$ours" ] && ours=$median
         awk -v n="$name" -v t="$tool" -v m="$median" -v tb="$text_bytes" -v db="$data_bytes" -v r="$rss" -v o="$ours" \
@@ -101,3 +126,68 @@ done
 echo
 echo "MB/s counts bytes of HEX text; peak RSS is the largest of the rounds, and its multiple is of the binary image."
 echo "Outputs written to $BENCH_OUT."
+
+# Reads one file with one reader ("info"), checks that it found the whole
+# image as one span of 32 MiB, and prints "seconds rss_kib".
+read_image() {
+    local program=$1 flags=$2 in=$work/32MiB-16B-$3.hex
+    local result
+    # shellcheck disable=SC2086
+    result=$("$benchtool" run -- "$program" info $flags "$in")
+    read -r seconds rss code _ <<<"$result"
+    [ "$code" = 0 ] || { echo "$program info $flags failed on $in (exit $code)" >&2; exit 1; }
+    # shellcheck disable=SC2086
+    "$program" info $flags "$in" | grep -q "^total: .* 33554432 bytes (32 MiB), span 0x00000000-0x01FFFFFF" ||
+        { echo "$program info $flags: wrong image from $in" >&2; exit 1; }
+    echo "$seconds $rss"
+}
+
+orders_results=$work/orders.txt
+: >"$orders_results"
+echo "warm-up (readers and orders)..." >&2
+for order in "${orders[@]}"; do
+    for reader in "${readers[@]}"; do
+        IFS='|' read -r _ program flags <<<"$reader"
+        read_image "$program" "$flags" "$order" >/dev/null
+    done
+done
+for ((round = 1; round <= rounds; round++)); do
+    echo "round $round of $rounds (readers and orders)..." >&2
+    for order in "${orders[@]}"; do
+        for reader in "${readers[@]}"; do
+            IFS='|' read -r label program flags <<<"$reader"
+            echo "$round $order ${label// /_} $(read_image "$program" "$flags" "$order")" >>"$orders_results"
+        done
+    done
+done
+
+echo
+echo "hexblocks info on the 32 MiB image as 16-byte records, by record order and reader"
+echo
+printf '| %-10s | %-10s | %9s | %9s | %13s | %10s | %10s |\n' order reader "median (s)" "best (s)" "peak RSS" "/ strict" "best / best"
+printf '|%s|%s|%s|%s|%s|%s|%s|\n' ------------ ------------ ----------- ----------- --------------- ------------ ------------
+data_bytes=$(stat -c %s "$work/32MiB-16B-ascending.bin")
+for order in "${orders[@]}"; do
+    for reader in "${readers[@]}"; do
+        IFS='|' read -r label _ _ <<<"$reader"
+        key=${label// /_}
+        yardstick=strict
+        [ "${label#* }" != "$label" ] && yardstick=strict_${label#* }
+        # columns of orders.txt: round order reader seconds rss_kib
+        times=$(awk -v o="$order" -v r="$key" '$2 == o && $3 == r {print $4}' "$orders_results")
+        ratios=$(awk -v o="$order" -v r="$key" -v y="$yardstick" '
+            $2 == "ascending" && $3 == y { base[$1] = $4 }
+            $2 == o && $3 == r { t[$1] = $4 }
+            END { for (i in t) print t[i] / base[i] }' "$orders_results")
+        best=$(sort -g <<<"$times" | head -1)
+        yardstick_best=$(awk -v y="$yardstick" '$2 == "ascending" && $3 == y {print $4}' "$orders_results" | sort -g | head -1)
+        rss=$(awk -v o="$order" -v r="$key" '$2 == o && $3 == r {print $5}' "$orders_results" | sort -g | tail -1)
+        awk -v o="$order" -v l="$label" -v m="$(median <<<"$times")" -v b="$best" -v q="$(median <<<"$ratios")" \
+            -v yb="$yardstick_best" -v r="$rss" -v db="$data_bytes" \
+            'BEGIN { printf "| %-10s | %-10s | %9.3f | %9.3f | %6.0f MiB %4.2fx | %10.2f | %10.2f |\n", o, l, m, b, r / 1024, r * 1024 / db, q, b / yb }'
+    done
+done
+echo
+echo "\"/ strict\" is the median, over the rounds, of each time divided by the time of the same program's --strict"
+echo "reader on the ascending file in the same round; \"best / best\" divides the fastest times. Shuffled: the records of"
+echo "each 64 KiB linear base in a random order, and the bases in a random order."

@@ -1,6 +1,8 @@
 // Microbenchmarks of the load path: one record line through the parser, a
-// whole file through each reader, and block assembly in both modes.
+// whole file through each reader (load() in both modes, the exact reader,
+// the full-format reader into a MemoryImage), in ascending and shuffled order.
 #include "intelhex.h"
+#include "memory_image.h"
 #include "support/hex_text.h"
 #include "support/temp_dir.h"
 #include "support/test_access.h"
@@ -60,7 +62,7 @@ void BM_ParseLine(benchmark::State& state)
 }
 BENCHMARK(BM_ParseLine);
 
-// load(): plain ascending files take the fast reader.
+// load(): records in ascending order take the fast reader's direct path.
 void BM_Load(benchmark::State& state)
 {
     static const ImageFile file(false);
@@ -74,17 +76,17 @@ void BM_Load(benchmark::State& state)
 BENCHMARK(BM_Load)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 // The exact reader: record set, then block assembly (normal and one-block).
-void BM_LoadRecords(benchmark::State& state)
+void BM_LoadExact(benchmark::State& state)
 {
     static const ImageFile file(false);
     const bool oneBlock = state.range(0) != 0;
     for (auto _ : state) {
         IntelHexFile image;
-        benchmark::DoNotOptimize(IntelHexTestAccess::loadRecords(image, file.path, oneBlock));
+        benchmark::DoNotOptimize(IntelHexTestAccess::loadExact(image, file.path, oneBlock));
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
 }
-BENCHMARK(BM_LoadRecords)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LoadExact)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 // Records out of order: load() reads them with the fast reader's windows.
 void BM_LoadShuffled(benchmark::State& state)
@@ -97,6 +99,20 @@ void BM_LoadShuffled(benchmark::State& state)
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
 }
 BENCHMARK(BM_LoadShuffled)->Unit(benchmark::kMillisecond);
+
+// The full-format reader from a file, records ascending (0) or shuffled (1).
+void BM_ReadHexFile(benchmark::State& state)
+{
+    static const ImageFile ascending(false);
+    static const ImageFile shuffled(true);
+    const ImageFile& file = state.range(0) != 0 ? shuffled : ascending;
+    for (auto _ : state) {
+        MemoryImage image;
+        benchmark::DoNotOptimize(image.readHexFile(file.path.c_str()).ok);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
+}
+BENCHMARK(BM_ReadHexFile)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 } // namespace
 
