@@ -112,6 +112,7 @@ public:
         text.copy(buffer, n);
         return static_cast<ssize_t>(n);
     }
+    bool canRewind() const override { return false; }
     bool rewind() override { return false; }
 
 private:

@@ -3,6 +3,8 @@
 #include "region_window.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <map>
 #include <utility>
 
@@ -332,7 +334,7 @@ public:
                  scanner.badLine().text);
             break;
         case scanend_t::READ_ERROR:
-            fail(fullread_t::status_t::READ_ERROR, 0, "cannot read the file", "");
+            fail(fullread_t::status_t::READ_ERROR, 0, std::string("cannot read the file: ") + std::strerror(errno), "");
             break;
         case scanend_t::STOPPED:
             break; // take() said why
@@ -457,6 +459,16 @@ template <typename Assembler> bool readWith(TextSource& source, MemoryImage& ima
 fullread_t readFullFormat(TextSource& source, MemoryImage& image, placement_t placement)
 {
     fullread_t read;
+    if (!source.canRewind()) {
+        std::vector<char> text;
+        if (!readWhole(source, text)) {
+            read.status = fullread_t::status_t::READ_ERROR;
+            read.reason = std::string("cannot read the file: ") + std::strerror(errno);
+            return read;
+        }
+        MemoryText memory(text.data(), text.size());
+        return readFullFormat(memory, image, placement);
+    }
     if (placement == placement_t::WINDOWS) {
         if (readWith<WindowAssembler>(source, image, read))
             return read;

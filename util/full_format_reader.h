@@ -46,9 +46,10 @@ struct fullread_t {
 enum class placement_t { WINDOWS, SORTING };
 
 // Reads source with the whole format. On success image is replaced by what
-// was read; otherwise it is left as it was. A source that cannot be rewound
-// must be given as a MemoryText: records that keep jumping between regions
-// make the reader start again with a slower method that takes any order.
+// was read; otherwise it is left as it was. Records that keep jumping between
+// regions make the reader start again with a slower method that takes any
+// order, so a source that cannot be rewound (a pipe) is read into memory
+// first.
 fullread_t readFullFormat(TextSource& source, MemoryImage& image, placement_t placement = placement_t::WINDOWS);
 
 // The warnings of a read, as MemoryImage reports them.

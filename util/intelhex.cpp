@@ -261,20 +261,9 @@ bool IntelHexFile::loadFullFormat(const char* fName, const fulloptions_t& option
         return false;
     }
 
-    // A stream that cannot be rewound (a pipe) is read into memory first.
     MemoryImage image;
-    fullread_t read;
     intelhex_internal::StreamBufferText file(*hexFile.rdbuf());
-    std::vector<char> text;
-    if (file.canRewind()) {
-        read = intelhex_internal::readFullFormat(file, image);
-    } else if (intelhex_internal::readWhole(file, text)) {
-        intelhex_internal::MemoryText memory(text.data(), text.size());
-        read = intelhex_internal::readFullFormat(memory, image);
-    } else {
-        read.status = fullread_t::status_t::READ_ERROR;
-        read.reason = "cannot read the file";
-    }
+    const fullread_t read = intelhex_internal::readFullFormat(file, image);
 
     for (size_t line : read.ignoredStartLines)
         std::cerr << "#WARNING: a second, different start address in line " << line << " is ignored." << std::endl;

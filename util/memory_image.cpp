@@ -191,18 +191,7 @@ MemoryImage::readresult_t MemoryImage::readHexFile(const char* path)
     if (fd < 0)
         return failedRead(std::string("cannot open the file: ") + std::strerror(errno));
     intelhex_internal::DescriptorText file(fd);
-    readresult_t result;
-    if (file.canRewind()) {
-        result = resultOf(intelhex_internal::readFullFormat(file, *this));
-    } else {
-        std::vector<char> text;
-        if (intelhex_internal::readWhole(file, text)) {
-            intelhex_internal::MemoryText memory(text.data(), text.size());
-            result = resultOf(intelhex_internal::readFullFormat(memory, *this));
-        } else {
-            result = failedRead(std::string("cannot read the file: ") + std::strerror(errno));
-        }
-    }
+    const readresult_t result = resultOf(intelhex_internal::readFullFormat(file, *this));
     ::close(fd);
     return result;
 }

@@ -59,6 +59,9 @@ public:
     // text, -1 when reading fails.
     virtual ssize_t read(char* buffer, size_t capacity) = 0;
 
+    // Whether rewind() can work.
+    virtual bool canRewind() const = 0;
+
     // Starts the text again from its beginning; false when it cannot.
     virtual bool rewind() = 0;
 };
@@ -69,6 +72,7 @@ public:
     MemoryText(const void* text, size_t size) : text_(static_cast<const char*>(text)), size_(size) {}
     const char* wholeText(size_t& size) const override;
     ssize_t read(char* buffer, size_t capacity) override;
+    bool canRewind() const override { return true; }
     bool rewind() override;
 
 private:
@@ -83,8 +87,8 @@ class DescriptorText : public TextSource {
 public:
     explicit DescriptorText(int fd);
     ssize_t read(char* buffer, size_t capacity) override;
+    bool canRewind() const override { return start_ >= 0; }
     bool rewind() override;
-    bool canRewind() const { return start_ >= 0; }
 
 private:
     int fd_;
@@ -97,8 +101,8 @@ class StreamBufferText : public TextSource {
 public:
     explicit StreamBufferText(std::streambuf& buffer);
     ssize_t read(char* buffer, size_t capacity) override;
+    bool canRewind() const override { return start_ != std::streampos(-1); }
     bool rewind() override;
-    bool canRewind() const { return start_ != std::streampos(-1); }
 
 private:
     std::streambuf& buffer_;
