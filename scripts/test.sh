@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 
 [ $# -eq 0 ] && set -- default
 
-packages="cmake make g++ libgtest-dev"
+packages="cmake make g++ libgtest-dev binutils srecord"
 for preset in "$@"; do
     [ "$preset" = clang ] && packages="$packages clang"
 done

@@ -18,9 +18,6 @@
 #include <string>
 #include <vector>
 
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -329,21 +326,9 @@ TEST_F(FastReader, RecordsJumpingBetweenManyBasesAreLeftToTheExactReader)
 
 TEST_F(FastReader, PipesAreReadByTheExactReader)
 {
-    const std::string fifo = dir.file("pipe.hex");
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    const std::string text = joinLines({dataRecord(0x10, {1}), dataRecord(0x00, {2}), EOF_RECORD});
-    const pid_t writer = fork();
-    ASSERT_GE(writer, 0);
-    if (writer == 0) {
-        FILE* f = fopen(fifo.c_str(), "w");
-        fputs(text.c_str(), f);
-        fclose(f);
-        _exit(0);
-    }
+    const FifoFile fifo(dir, "pipe.hex", joinLines({dataRecord(0x10, {1}), dataRecord(0x00, {2}), EOF_RECORD}));
     IntelHexFile image;
-    const bool ok = image.load(fifo.c_str(), false);
-    int status = 0;
-    waitpid(writer, &status, 0);
+    const bool ok = image.load(fifo.path().c_str(), false);
     ASSERT_TRUE(ok);
     ASSERT_EQ(image.getBlockCount(), 2u);
     EXPECT_EQ(image[0].getStartAddress(), 0x00);

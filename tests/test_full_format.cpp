@@ -326,6 +326,15 @@ TEST_F(FullFormat, MissingFile)
     EXPECT_EQ(image.getErrorReason(), "cannot open the file");
 }
 
+TEST_F(FullFormat, ReadsFromAPipe)
+{
+    // Out of order, so that the reader cannot take it in one pass it could
+    // not repeat.
+    const FifoFile fifo(dir, "pipe.hex", joinLines({dataRecord(0x10, {1}), dataRecord(0x00, {2}), EOF_RECORD}));
+    captureOutput([&] { EXPECT_TRUE(image.loadFullFormat(fifo.path().c_str(), false)); });
+    EXPECT_EQ(blocksOf(image), std::vector<BlockView>({{0x00, {2}}, {0x10, {1}}}));
+}
+
 TEST_F(FullFormat, AppendsToWhatTheContainerHolds)
 {
     ASSERT_TRUE(load(joinLines({dataRecord(0x10, {1}), EOF_RECORD})));

@@ -5,6 +5,7 @@
 #include "full_format_reader.h"
 #include "memory_image.h"
 #include "support/hex_text.h"
+#include "support/run_process.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -15,11 +16,9 @@
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -377,20 +376,12 @@ TEST(FullFormatReader, ReadHexFileFromAFileAPipeAndNowhere)
     EXPECT_EQ(bytesOf(fromFile), bytesOf(fromMemory));
     EXPECT_EQ(fromFile.dataSize(), 0x20000u);
 
-    const std::string fifo = dir.file("pipe.hex");
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    const pid_t writer = fork();
-    ASSERT_GE(writer, 0);
-    if (writer == 0) {
-        FILE* f = fopen(fifo.c_str(), "w");
-        fwrite(text.data(), 1, text.size(), f);
-        fclose(f);
-        _exit(0);
-    }
     MemoryImage fromPipe;
-    const MemoryImage::readresult_t piped = fromPipe.readHexFile(fifo.c_str());
-    int status = 0;
-    waitpid(writer, &status, 0);
+    MemoryImage::readresult_t piped;
+    {
+        const FifoFile fifo(dir, "pipe.hex", text);
+        piped = fromPipe.readHexFile(fifo.path().c_str());
+    }
     ASSERT_TRUE(piped) << piped.reason;
     EXPECT_EQ(bytesOf(fromPipe), bytesOf(fromMemory));
 
@@ -399,4 +390,90 @@ TEST(FullFormatReader, ReadHexFileFromAFileAPipeAndNowhere)
     EXPECT_FALSE(missing);
     EXPECT_EQ(missing.line, 0u);
     EXPECT_EQ(missing.reason, "cannot open the file: No such file or directory");
+    const MemoryImage::readresult_t directory = none.readHexFile(dir.path().c_str());
+    EXPECT_FALSE(directory);
+    EXPECT_EQ(directory.line, 0u);
+    EXPECT_EQ(directory.reason, "cannot read the file: Is a directory");
+}
+
+namespace {
+
+// A file of records that never overlap, under linear or segment bases, in
+// the order given: what objcopy and srec_cat read the same way as this
+// library (where records overlap they keep the last value, this library the
+// first).
+std::string independentToolsFile(std::mt19937& rng, const std::string& order, bool segmented)
+{
+    struct Record {
+        uint16_t base;
+        uint16_t offset;
+        std::vector<uint8_t> bytes;
+    };
+    std::vector<Record> records;
+    std::uniform_int_distribution<int> byte(0, 255);
+    std::uniform_int_distribution<int> length(1, 32);
+    std::uniform_int_distribution<int> gap(0, 40);
+    for (int b = 0; b < 3; ++b) {
+        // Segment bases are 16-byte steps; offsets stay below 0xF000 so that
+        // no record wraps.
+        const uint16_t base = static_cast<uint16_t>(segmented ? 0x1000 * (b + 1) + 0x123 : 0x0800 + 2 * b);
+        uint32_t offset = static_cast<uint32_t>(std::uniform_int_distribution<int>(0, 0x8000)(rng));
+        for (int i = std::uniform_int_distribution<int>(1, 150)(rng); i > 0 && offset < 0xF000; --i) {
+            Record r{base, static_cast<uint16_t>(offset), std::vector<uint8_t>(static_cast<size_t>(length(rng)))};
+            for (uint8_t& x : r.bytes)
+                x = static_cast<uint8_t>(byte(rng));
+            offset += static_cast<uint32_t>(r.bytes.size() + (gap(rng) < 4 ? gap(rng) : 0));
+            records.push_back(r);
+        }
+    }
+    if (order == "descending")
+        std::reverse(records.begin(), records.end());
+    else if (order == "shuffled")
+        std::shuffle(records.begin(), records.end(), rng);
+    std::vector<std::string> lines;
+    for (const Record& r : records) {
+        lines.push_back(segmented ? segmentRecord(r.base) : linearBaseRecord(r.base));
+        lines.push_back(dataRecord(r.offset, r.bytes));
+    }
+    lines.push_back(startRecord(segmented ? 0x03 : 0x05, 0x08000101));
+    lines.push_back(EOF_RECORD);
+    return joinLines(lines);
+}
+
+} // namespace
+
+TEST(FullFormatReader, ReadsAsObjcopyAndSrecCatDo)
+{
+    TempDir dir;
+    std::mt19937 rng(31);
+    int files = 0;
+    for (bool segmented : {false, true}) {
+        for (const std::string order : {"ascending", "descending", "shuffled"}) {
+            const std::string name = "f" + std::to_string(++files);
+            SCOPED_TRACE(name + (segmented ? " segmented, " : " linear, ") + order);
+            const std::string text = independentToolsFile(rng, order, segmented);
+            const std::string path = dir.write(name + ".hex", text);
+            MemoryImage image;
+            ASSERT_TRUE(image.readHexFile(path.c_str()));
+            ASSERT_FALSE(image.empty());
+
+            // objcopy writes the flat image from the lowest address, with the
+            // gap fill between.
+            const std::string objcopyOut = dir.file(name + ".objcopy.bin");
+            const ProcessResult objcopy =
+                runProcess(OBJCOPY_PATH, {"-I", "ihex", "-O", "binary", "--gap-fill", "0xFF", path, objcopyOut});
+            ASSERT_EQ(objcopy.exitCode, 0) << objcopy.err;
+            EXPECT_EQ(readFileBytes(objcopyOut),
+                      image.copyRange(image.lowestAddress(), static_cast<size_t>(image.span()), 0xFF));
+
+            // srec_cat, moved down to the lowest address, leaves the gaps 0.
+            const std::string srecOut = dir.file(name + ".srec_cat.bin");
+            const ProcessResult srecCat =
+                runProcess(SREC_CAT_PATH, {path, "-intel", "-offset", "-" + std::to_string(image.lowestAddress()), "-o",
+                                           srecOut, "-binary"});
+            ASSERT_EQ(srecCat.exitCode, 0) << srecCat.err;
+            EXPECT_EQ(readFileBytes(srecOut),
+                      image.copyRange(image.lowestAddress(), static_cast<size_t>(image.span()), 0x00));
+        }
+    }
 }

@@ -1,5 +1,6 @@
 #include "support/temp_dir.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -7,6 +8,7 @@
 
 #include <ftw.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -77,4 +79,24 @@ std::string readDescriptor(int fd)
     while ((got = read(fd, chunk, sizeof chunk)) > 0)
         text.append(chunk, static_cast<size_t>(got));
     return text;
+}
+
+FifoFile::FifoFile(const TempDir& dir, const std::string& name, const std::string& text) : path_(dir.file(name))
+{
+    if (mkfifo(path_.c_str(), 0600) != 0)
+        throw std::runtime_error("mkfifo failed");
+    writer_ = fork();
+    if (writer_ < 0)
+        throw std::runtime_error("fork failed");
+    if (writer_ == 0) {
+        FILE* f = std::fopen(path_.c_str(), "w");
+        const bool written = f != nullptr && std::fwrite(text.data(), 1, text.size(), f) == text.size();
+        _exit(f != nullptr && std::fclose(f) == 0 && written ? 0 : 1);
+    }
+}
+
+FifoFile::~FifoFile()
+{
+    int status = 0;
+    waitpid(writer_, &status, 0);
 }

@@ -27,6 +27,22 @@ private:
     std::string path_;
 };
 
+// A named pipe that a child process fills with text, for code that must read
+// what it cannot rewind. The child is waited for when the object goes.
+class FifoFile {
+public:
+    FifoFile(const TempDir& dir, const std::string& name, const std::string& text);
+    ~FifoFile();
+    FifoFile(const FifoFile&) = delete;
+    FifoFile& operator=(const FifoFile&) = delete;
+
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+    int writer_;
+};
+
 // The whole content of a file as bytes; empty when it cannot be read.
 std::vector<uint8_t> readFileBytes(const std::string& path);
 
