@@ -75,6 +75,7 @@ public:
         /// In the order they were found; those found before a failure are kept.
         std::vector<warning_t> warnings;
 
+        /// @return ok.
         explicit operator bool() const { return ok; }
     };
 
@@ -83,6 +84,7 @@ public:
         bool ok = true;     ///< It succeeded.
         std::string reason; ///< Why it failed; empty on success.
 
+        /// @return ok.
         explicit operator bool() const { return ok; }
     };
 
