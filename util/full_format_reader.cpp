@@ -108,8 +108,8 @@ void appendBytes(std::vector<uint8_t>& segment, const uint8_t* bytes, size_t len
 
 // Places records in file order into a window per 64 KiB region, which keeps
 // the first value of each byte, finds repeated record addresses and counts
-// bytes given again, as records arrive. One window is open at a time; closed
-// regions keep their runs and their record starts.
+// bytes given again, as records arrive. A few windows are open at a time;
+// closed regions keep their runs and their record starts.
 class WindowAssembler {
 public:
     uint64_t repeatedBytes = 0;

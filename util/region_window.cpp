@@ -134,10 +134,9 @@ size_t RegionWindow::placeNew(size_t position, const uint8_t* data, size_t lengt
 {
     if (length == 0)
         return 0;
-    settle();
     dataEnd_ = std::max(dataEnd_, position + length);
     touch(position / 64, (position + length - 1) / 64);
-    if (!holdsData(position, length)) {
+    if (!holdsData(position, length)) { // sets the append run's bits first
         std::memcpy(bytes_.data() + position, data, length);
         forEachWord(position, length, [&](size_t w, uint64_t mask) { data_[w] |= mask; });
         return 0;
@@ -162,28 +161,8 @@ size_t RegionWindow::placeRecordElsewhere(size_t position, const uint8_t* data, 
     const uint64_t bit = uint64_t(1) << (position % 64);
     if ((starts_[word] & bit) != 0)
         return REPEATED_START;
-    starts_[word] |= bit;
-    settle();
-    const size_t lastWord = (position + length - 1) / 64;
-    size_t repeated = 0;
-    if (length <= 64 && lastWord <= word + 1) {
-        // The usual record: its bits lie in one or two words.
-        const unsigned shift = static_cast<unsigned>(position % 64);
-        const uint64_t bits = length == 64 ? ~uint64_t(0) : (uint64_t(1) << length) - 1;
-        const uint64_t low = bits << shift;
-        const uint64_t high = shift == 0 ? 0 : bits >> (64 - shift);
-        if ((data_[word] & low) == 0 && (high == 0 || (data_[lastWord] & high) == 0)) {
-            data_[word] |= low;
-            if (high != 0)
-                data_[lastWord] |= high;
-            touch(word, lastWord);
-            copyBytes(bytes_.data() + position, data, length);
-        } else {
-            repeated = placeNew(position, data, length);
-        }
-    } else {
-        repeated = placeNew(position, data, length);
-    }
+    starts_[word] |= bit; // placeNew() marks the word as used
+    const size_t repeated = placeNew(position, data, length);
     followWith(position + length);
     return repeated;
 }
@@ -194,17 +173,14 @@ std::vector<run_t> RegionWindow::runs()
     std::vector<run_t> found;
     if (empty())
         return found;
-    size_t position = low_ * 64;
-    for (;;) {
+    // No bit is set beyond high_ (nor at or beyond positions_), and the bit
+    // map has a word more than the positions need: every run ends by then.
+    for (size_t position = low_ * 64;;) {
         const size_t start = findBit(data_, position, high_, true);
-        if (start == NO_WORD || start >= positions_)
+        if (start == NO_WORD)
             return found;
-        size_t stop = findBit(data_, start, high_, false);
-        if (stop == NO_WORD || stop > positions_)
-            stop = std::min(positions_, (high_ + 1) * 64);
+        const size_t stop = findBit(data_, start, high_ + 1, false);
         found.push_back(run_t{static_cast<uint32_t>(start), static_cast<uint32_t>(stop - start)});
-        if (stop >= std::min(positions_, (high_ + 1) * 64))
-            return found;
         position = stop;
     }
 }

@@ -60,8 +60,6 @@ public:
     // A window of the given number of positions, all empty.
     explicit RegionWindow(size_t positions);
 
-    size_t positions() const { return positions_; }
-
     // The window's bytes; positions that hold no data have any value.
     uint8_t* bytes() { return bytes_.data(); }
     const uint8_t* bytes() const { return bytes_.data(); }
@@ -146,7 +144,9 @@ private:
         high_ = lastWord > high_ ? lastWord : high_;
     }
 
-    // placeRecord() for a record that does not follow the data's end.
+    // placeRecord() for any other record: over 56 bytes, after an append run
+    // whose bits are not set yet, overlapping others, or on a big-endian
+    // machine.
     size_t placeRecordElsewhere(size_t position, const uint8_t* data, size_t length);
 
     // Copies a record's bytes; the usual record sizes as fixed-size copies.
@@ -180,7 +180,7 @@ private:
 
     size_t positions_;
     PageBytes bytes_;
-    std::vector<uint64_t> data_;   // a bit per position holding data, and a spare word
+    std::vector<uint64_t> data_;   // a bit per position holding data, and a spare zero word
     std::vector<uint64_t> starts_; // a bit per position where a record started
     size_t low_;                   // words that may be non-zero: [low_, high_]
     size_t high_;
