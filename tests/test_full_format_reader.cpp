@@ -4,6 +4,7 @@
 // against the sorting method it falls back to.
 #include "full_format_reader.h"
 #include "memory_image.h"
+#include "support/capture.h"
 #include "support/hex_text.h"
 #include "support/run_process.h"
 #include "support/temp_dir.h"
@@ -476,4 +477,35 @@ TEST(FullFormatReader, ReadsAsObjcopyAndSrecCatDo)
                       image.copyRange(image.lowestAddress(), static_cast<size_t>(image.span()), 0x00));
         }
     }
+}
+
+TEST(FullFormatReader, MemoryImageNeverPrints)
+{
+    // Failures, warnings and every other operation: nothing on either stream.
+    TempDir dir;
+    const std::string unsupported = joinLines({dataRecord(0, {1}), hexRecord(0x0A, 0, {1})});
+    const std::string warned = joinLines({dataRecord(0, countingBytes(4)), dataRecord(2, {9, 9, 9}), startRecord(0x05, 1),
+                                          startRecord(0x05, 2)});
+    const std::vector<std::string> texts = {unsupported, warned, ":0300300002337A1F\n", "x\n", std::string(300000, ' ')};
+    const CapturedOutput io = captureOutput([&] {
+        MemoryImage image;
+        for (const std::string& text : texts) {
+            image.readHex(text.data(), text.size());
+            image.readHexFile(dir.write("in.hex", text).c_str());
+        }
+        image.readHexFile(dir.file("missing.hex").c_str());
+        image.readHexFile(dir.path().c_str());
+        ASSERT_TRUE(image.readHex(warned.data(), warned.size()));
+        image.write(0xFFFFFFFF, countingBytes(2).data(), 2);
+        image.setStartAddress({4, 0});
+        IntelHexFile file;
+        MemoryImage::blockoptions_t options;
+        options.oneBlock = true;
+        options.maxImageSize = 1;
+        image.appendTo(file, options);
+        image.appendTo(file);
+        MemoryImage::fromBlocks(file);
+    });
+    EXPECT_EQ(io.out, "");
+    EXPECT_EQ(io.err, "");
 }
