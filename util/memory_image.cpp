@@ -1,15 +1,25 @@
 #include "memory_image.h"
 
+#include "elf_reader.h"
 #include "exact_reader.h"
 #include "full_format_reader.h"
+#include "image_writer.h"
+#include "output_file.h"
+#include "record_assembler.h"
 #include "record_scanner.h"
+#include "srecord_reader.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <limits>
+#include <new>
+#include <ostream>
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using intelhex_internal::fullread_t;
@@ -31,8 +41,9 @@ MemoryImage::readresult_t resultOf(const fullread_t& read)
     MemoryImage::readresult_t result;
     result.ok = read.status == fullread_t::status_t::OK;
     result.line = read.line;
-    result.reason = read.status == fullread_t::status_t::UNSUPPORTED_TYPE ? "unsupported record type " + intelhex_internal::hexByte(read.type)
-                                                                          : read.reason;
+    result.reason = read.status == fullread_t::status_t::UNSUPPORTED_TYPE && read.reason.empty()
+                        ? "unsupported record type " + intelhex_internal::hexByte(read.type)
+                        : read.reason;
     result.warnings = intelhex_internal::warningsOf(read);
     return result;
 }
@@ -43,6 +54,62 @@ MemoryImage::readresult_t failedRead(const std::string& reason)
     result.reason = reason;
     return result;
 }
+
+std::string hex32(uint64_t value)
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(value));
+    return text;
+}
+
+// Makes bytes, placed at address, the whole image.
+MemoryImage::readresult_t readBinaryBytes(MemoryImage& image, std::vector<uint8_t>&& bytes, uint32_t address)
+{
+    if (static_cast<uint64_t>(address) + bytes.size() > ADDRESS_SPACE)
+        return failedRead("binary input of " + std::to_string(bytes.size()) + " bytes at " + hex32(address) +
+                          " would run past address 0xFFFFFFFF");
+    std::vector<MemoryImage::segment_t> segments;
+    if (!bytes.empty())
+        segments.push_back(MemoryImage::segment_t{address, std::move(bytes)});
+    MemoryImageBuilder::assign(image, std::move(segments), 0, 0, std::string());
+    MemoryImage::readresult_t result;
+    result.ok = true;
+    return result;
+}
+
+const char UNKNOWN_FORMAT[] = "not Intel HEX, S-records or ELF (the format of binary input must be given)";
+
+// Reads the rest of fd; false with errno set when reading fails.
+bool readDescriptor(int fd, std::vector<uint8_t>& bytes, size_t expected)
+{
+    bytes.reserve(expected);
+    uint8_t piece[64 * 1024];
+    for (;;) {
+        const ssize_t got = ::read(fd, piece, sizeof piece);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return false;
+        if (got == 0)
+            return true;
+        bytes.insert(bytes.end(), piece, piece + got);
+    }
+}
+
+// Sends save()'s output to a stream.
+class StreamSink : public intelhex_internal::ByteSink {
+public:
+    explicit StreamSink(std::ostream& out) : out_(out) {}
+    bool put(const char* bytes, size_t size) override
+    {
+        out_.write(bytes, static_cast<std::streamsize>(size));
+        return static_cast<bool>(out_);
+    }
+    std::string failure() const override { return "cannot write to the stream"; }
+
+private:
+    std::ostream& out_;
+};
 
 } // namespace
 
@@ -119,6 +186,11 @@ MemoryImage::startaddress_t MemoryImage::startAddress() const
     return start_;
 }
 
+const std::string& MemoryImage::header() const
+{
+    return header_;
+}
+
 // ---------------------------------------------------------------------------
 // Changing the image
 
@@ -176,10 +248,23 @@ void MemoryImage::clearStartAddress()
     hasStart_ = false;
 }
 
+MemoryImage::result_t MemoryImage::setHeader(const std::string& header)
+{
+    result_t result;
+    if (header.size() > 252) {
+        result.ok = false;
+        result.reason = "a header holds at most 252 bytes, not " + std::to_string(header.size());
+        return result;
+    }
+    header_ = header;
+    return result;
+}
+
 void MemoryImage::clear()
 {
     segments_.clear();
     clearStartAddress();
+    header_.clear();
 }
 
 // ---------------------------------------------------------------------------
@@ -200,6 +285,137 @@ MemoryImage::readresult_t MemoryImage::readHex(const void* text, size_t size)
 {
     intelhex_internal::MemoryText memory(text, size);
     return resultOf(intelhex_internal::readFullFormat(memory, *this));
+}
+
+// ---------------------------------------------------------------------------
+// Reading any format
+
+bool MemoryImage::detectFormat(const void* head, size_t size, fileformat_t& format)
+{
+    const unsigned char* bytes = static_cast<const unsigned char*>(head);
+    if (size >= 4 && std::memcmp(bytes, "\x7F" "ELF", 4) == 0) {
+        format = fileformat_t::ELF;
+        return true;
+    }
+    size_t i = 0;
+    if (size >= 3 && std::memcmp(bytes, "\xEF\xBB\xBF", 3) == 0)
+        i = 3; // a UTF-8 byte order mark
+    while (i < size && (bytes[i] == ' ' || bytes[i] == '\t' || bytes[i] == '\r' || bytes[i] == '\n'))
+        ++i;
+    if (i < size && bytes[i] == ':') {
+        format = fileformat_t::INTEL_HEX;
+        return true;
+    }
+    if (i + 1 < size && bytes[i] == 'S' && bytes[i + 1] >= '0' && bytes[i + 1] <= '9') {
+        format = fileformat_t::SRECORD;
+        return true;
+    }
+    return false;
+}
+
+MemoryImage::readresult_t MemoryImage::readMemory(const void* data, size_t size, const readoptions_t& options)
+{
+    fileformat_t format = options.format;
+    if (options.detect && !detectFormat(data, size, format))
+        return failedRead(size == 0 ? "the input is empty" : UNKNOWN_FORMAT);
+    switch (format) {
+    case fileformat_t::INTEL_HEX:
+        return readHex(data, size);
+    case fileformat_t::SRECORD: {
+        intelhex_internal::MemoryText text(data, size);
+        return resultOf(intelhex_internal::readSrecords(text, *this));
+    }
+    case fileformat_t::ELF: {
+        intelhex_internal::MemoryBytes bytes(data, size);
+        return intelhex_internal::readElf(bytes, *this);
+    }
+    case fileformat_t::BINARY:
+        break;
+    }
+    const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    return readBinaryBytes(*this, std::vector<uint8_t>(bytes, bytes + size), options.address);
+}
+
+MemoryImage::readresult_t MemoryImage::readFile(const char* path, const readoptions_t& options)
+{
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return failedRead(std::string("cannot open the file: ") + std::strerror(errno));
+    struct stat status;
+    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        // A pipe or a device: read once, into memory.
+        std::vector<uint8_t> bytes;
+        const bool read = readDescriptor(fd, bytes, 0);
+        const int error = errno;
+        ::close(fd);
+        if (!read)
+            return failedRead(std::string("cannot read the file: ") + std::strerror(error));
+        return readMemory(bytes.data(), bytes.size(), options);
+    }
+    fileformat_t format = options.format;
+    if (options.detect) {
+        unsigned char head[4096];
+        const ssize_t got = ::pread(fd, head, sizeof head, 0);
+        if (got < 0 || !detectFormat(head, static_cast<size_t>(got), format)) {
+            const int error = errno;
+            ::close(fd);
+            return failedRead(got < 0 ? std::string("cannot read the file: ") + std::strerror(error)
+                                      : got == 0 ? "the file is empty" : UNKNOWN_FORMAT);
+        }
+    }
+    readresult_t result;
+    if (format == fileformat_t::INTEL_HEX || format == fileformat_t::SRECORD) {
+        intelhex_internal::DescriptorText text(fd);
+        result = resultOf(format == fileformat_t::SRECORD ? intelhex_internal::readSrecords(text, *this)
+                                                          : intelhex_internal::readFullFormat(text, *this));
+    } else if (format == fileformat_t::ELF) {
+        intelhex_internal::DescriptorBytes bytes(fd, static_cast<uint64_t>(status.st_size));
+        result = intelhex_internal::readElf(bytes, *this);
+    } else if (static_cast<uint64_t>(status.st_size) > std::numeric_limits<size_t>::max()) {
+        result = failedRead("the file is too large: " + std::to_string(status.st_size) + " bytes");
+    } else {
+        // Straight into the segment's bytes.
+        std::vector<uint8_t> bytes;
+        try {
+            if (!readDescriptor(fd, bytes, static_cast<size_t>(status.st_size)))
+                result = failedRead(std::string("cannot read the file: ") + std::strerror(errno));
+            else
+                result = readBinaryBytes(*this, std::move(bytes), options.address);
+        } catch (const std::bad_alloc&) {
+            result = failedRead("out of memory for " + std::to_string(status.st_size) + " bytes");
+        }
+    }
+    ::close(fd);
+    return result;
+}
+
+// ---------------------------------------------------------------------------
+// Saving
+
+MemoryImage::result_t MemoryImage::save(std::ostream& out, const saveoptions_t& options) const
+{
+    StreamSink sink(out);
+    return intelhex_internal::writeImage(*this, options, sink);
+}
+
+MemoryImage::result_t MemoryImage::saveFile(const char* path, const saveoptions_t& options) const
+{
+    // Bad options leave no file, not even an empty one.
+    result_t result = intelhex_internal::checkSaveOptions(*this, options);
+    if (!result)
+        return result;
+    intelhex_internal::OutputFile file;
+    if (!file.open(path)) {
+        result.ok = false;
+        result.reason = file.failure();
+        return result;
+    }
+    result = intelhex_internal::writeImage(*this, options, file);
+    if (result && !file.commit()) {
+        result.ok = false;
+        result.reason = file.failure();
+    }
+    return result;
 }
 
 // ---------------------------------------------------------------------------

@@ -15,6 +15,13 @@
 ///     std::printf("0x%08X: %zu bytes\n", s.address, s.bytes.size());
 /// // The flash page at 0x08004000, 0xFF where the file gives no data.
 /// std::vector<uint8_t> page = image.copyRange(0x08004000, 2048, 0xFF);
+///
+/// // Any format in (Intel HEX, S-records or ELF, told by the content), S-records out.
+/// MemoryImage app;
+/// if (!app.readFile("app.elf")) ...
+/// MemoryImage::saveoptions_t options;
+/// options.format = MemoryImage::fileformat_t::SRECORD;
+/// const MemoryImage::result_t saved = app.saveFile("app.s37", options);
 /// @endcode
 ///
 /// Nothing here prints: every operation that can fail reports through its
@@ -29,6 +36,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -103,6 +111,58 @@ public:
         blockoptions_t() : oneBlock(false), fill(0xFF), maxImageSize(256u << 20) {}
     };
 
+    /// The file formats an image is read from and saved in.
+    enum class fileformat_t {
+        INTEL_HEX, ///< Intel HEX (read and saved)
+        SRECORD,   ///< Motorola S-records (read and saved)
+        BINARY,    ///< raw bytes (read at a given address; saved from the lowest to the highest address)
+        ELF        ///< ELF, 32 or 64 bits, either byte order (read only)
+    };
+
+    /// How readFile() and readMemory() read their input.
+    struct readoptions_t {
+        /// Tell the format from the content (see detectFormat()) instead of
+        /// taking format. Binary input cannot be told, so it is never chosen.
+        bool detect;
+        /// The format, when detect is false.
+        fileformat_t format;
+        /// Where binary input is placed.
+        uint32_t address;
+
+        /// Detect the format; binary input at address 0.
+        readoptions_t() : detect(true), format(fileformat_t::INTEL_HEX), address(0) {}
+    };
+
+    /// Intel HEX addressing: extended linear (type 04) or extended segment
+    /// (type 02) address records.
+    enum class addressing_t { LINEAR, SEGMENT };
+
+    /// How save() and saveFile() write the image.
+    struct saveoptions_t {
+        /// INTEL_HEX, SRECORD or BINARY.
+        fileformat_t format;
+        /// Data bytes per record: 1 to 255 for Intel HEX; for S-records at
+        /// most 255 less the address size and the checksum (252, 251, 250).
+        unsigned recordSize;
+        /// Intel HEX address records; SEGMENT reaches only the first MiB.
+        addressing_t addressing;
+        /// S-record address size in bytes: 2 (S1/S9), 3 (S2/S8) or 4
+        /// (S3/S7); 0 for the smallest that holds every data address and the
+        /// start address.
+        unsigned addressSize;
+        /// End lines with CR LF instead of LF.
+        bool crlf;
+        /// Binary output: the byte for addresses without data.
+        uint8_t fill;
+
+        /// Intel HEX, 16 bytes a record, linear addressing, LF, fill 0xFF.
+        saveoptions_t()
+            : format(fileformat_t::INTEL_HEX), recordSize(16), addressing(addressing_t::LINEAR), addressSize(0),
+              crlf(false), fill(0xFF)
+        {
+        }
+    };
+
     /// An empty image without a start address.
     MemoryImage();
 
@@ -146,6 +206,10 @@ public:
     /// @return the start address; type and value 0 when none is set.
     startaddress_t startAddress() const;
 
+    /// @return the header: the bytes of an S-record file's S0 record (often
+    /// a name or a version); empty when there is none.
+    const std::string& header() const;
+
     /// @}
 
     /// @name Changing the image
@@ -164,7 +228,12 @@ public:
     /// Removes the start address.
     void clearStartAddress();
 
-    /// Removes all data and the start address.
+    /// Sets the header that S-record output carries in its S0 record.
+    /// @return a failure, with nothing changed, for more than 252 bytes, the
+    /// most an S0 record holds.
+    result_t setHeader(const std::string& header);
+
+    /// Removes all data, the start address and the header.
     void clear();
 
     /// @}
@@ -186,6 +255,67 @@ public:
     /// Reads Intel HEX text of size bytes from memory, such as firmware
     /// received over a socket.
     readresult_t readHex(const void* text, size_t size);
+
+    /// @}
+
+    /// @name Reading any format
+    /// Intel HEX as readHex() reads it. S-records: S0 gives the header (the
+    /// first one is kept), S1 to S3 the data, S5 and S6 must match the count
+    /// of data records before them, S7 to S9 give the start address (as a
+    /// linear address, type 5; 0 means none, as writers put 0 there when
+    /// there is none) and end the file; white space and records in any order
+    /// as for Intel HEX; a data record that runs past 0xFFFFFFFF and S4 are
+    /// errors. ELF: the bytes of the PT_LOAD segments at their physical
+    /// addresses (the virtual ones when every physical address is 0), the
+    /// entry point as the start address (type 5; none for 0); a segment or
+    /// entry point outside the 32-bit address space, overlapping segments
+    /// and a truncated file are errors. Binary: the bytes at
+    /// options.address. On success the image is replaced by what was read;
+    /// on failure it is left as it was.
+    /// @{
+
+    /// Reads the file at path ("-" is not special). A file that cannot be
+    /// rewound, such as a pipe, is read into memory first.
+    readresult_t readFile(const char* path, const readoptions_t& options = readoptions_t());
+
+    /// Reads size bytes of input from memory.
+    readresult_t readMemory(const void* data, size_t size, const readoptions_t& options = readoptions_t());
+
+    /// Tells the format from the first bytes of an input: ':' (after any
+    /// white space) is Intel HEX, 'S' and a digit S-records, the ELF magic
+    /// bytes ELF.
+    /// @return false when the bytes are none of them.
+    static bool detectFormat(const void* head, size_t size, fileformat_t& format);
+
+    /// @}
+
+    /// @name Saving
+    /// Intel HEX: records of options.recordSize bytes that never cross a
+    /// 64 KiB boundary; an address record (type 04, or 02 in segment
+    /// addressing) whenever the upper address bits change, none while they
+    /// are 0; the start address (type 05 or 03, as the image holds it) and
+    /// the end-of-file record last; upper-case digits. S-records: an S0
+    /// record with the header, data records of the address size chosen, an
+    /// S5 (up to 65535 records) or S6 (up to 16777215) count, and the S7,
+    /// S8 or S9 record with the start address (0 when there is none).
+    /// Binary: every byte from the lowest to the highest address, fill where
+    /// there is no data; nothing for an empty image.
+    /// @{
+
+    /// Writes the image to out.
+    /// @return a failure for options the image cannot be written with (a
+    /// record size out of range, segment addressing for an image that
+    /// reaches 1 MiB, an address size too small for an address, ELF), or
+    /// when out fails.
+    result_t save(std::ostream& out, const saveoptions_t& options = saveoptions_t()) const;
+
+    /// Writes the image to the file at path through a temporary file in
+    /// the same directory, renamed into place when every byte is written: a
+    /// failure leaves no partial file and an existing file as it was. A new
+    /// file gets mode 0666 less the umask, a replaced one keeps its mode. A
+    /// path that names something other than a regular file (a device, a
+    /// pipe) is written directly.
+    result_t saveFile(const char* path, const saveoptions_t& options = saveoptions_t()) const;
 
     /// @}
 
@@ -219,6 +349,7 @@ private:
     std::vector<segment_t> segments_;
     startaddress_t start_;
     bool hasStart_;
+    std::string header_;
 };
 
 #endif // INTELHEX_MEMORY_IMAGE_H

@@ -1,8 +1,9 @@
-// The one place that splits Intel HEX text into records: it finds and counts
-// lines, applies a reader's white-space rules, decodes hex digits through a
-// table, and checks byte counts and checksums. Both the fast reader and the
-// full-format reader use it; the exact reader keeps its own strtol-based
-// parser, which is the reference the fast reader is tested against.
+// The one place that splits text into records, Intel HEX or S-records: it
+// finds and counts lines, applies a reader's white-space rules, decodes hex
+// digits through a table, and checks byte counts and checksums. The fast
+// reader, the full-format reader and the S-record reader use it; the exact
+// reader keeps its own strtol-based parser, which is the reference the fast
+// reader is tested against.
 //
 // Internal to the library: not installed.
 #ifndef INTELHEX_RECORD_SCANNER_H
@@ -39,7 +40,8 @@ inline constexpr hexdigits_t HEX_DIGITS{};
 // Longest line the scanner takes, without its line ending.
 const size_t MAX_LINE_LENGTH = 256 * 1024 - 1;
 
-// Count, address (2), type, 255 data bytes, checksum.
+// Count, address (2), type, 255 data bytes, checksum; an S-record's count
+// and up to 255 more bytes fit too.
 const size_t MAX_RECORD_BYTES = 5 + 255;
 
 // Where the text of a HEX file comes from. A source either holds the whole
@@ -122,7 +124,10 @@ enum class linerules_t {
     // The full-format reader: white space around a record is skipped, blank
     // lines are skipped, and any type-01 record ends the file. A bad line
     // comes with its reason and its text.
-    FULL_FORMAT
+    FULL_FORMAT,
+    // S-records, with the full-format reader's white-space rules. Types 7, 8
+    // and 9 end the file after the handler has taken them.
+    SRECORD
 };
 
 // A record with a correct shape and checksum.
@@ -131,10 +136,19 @@ struct scannedrecord_t {
     const uint8_t* data; // the data bytes; valid until the next record
     const char* text;    // the record's text, without white space around it
     size_t textLength;
-    uint16_t offset; // the 16-bit load offset
-    uint8_t type;
-    uint8_t length; // number of data bytes
+    uint16_t offset; // Intel HEX: the 16-bit load offset
+    uint8_t type;    // Intel HEX: the record type; S-records: the digit after 'S'
+    uint8_t length;  // number of data bytes
+    uint32_t address = 0; // S-records: the address field
 };
+
+// The width of an S-record's address field, by type; 0 for S4, which has no
+// defined layout.
+inline unsigned srecordAddressSize(unsigned type)
+{
+    static const unsigned SIZES[10] = {2, 2, 3, 4, 0, 2, 3, 4, 3, 2};
+    return type < 10 ? SIZES[type] : 0;
+}
 
 // Why scanning ended.
 enum class scanend_t {
@@ -169,6 +183,8 @@ private:
     enum class lineaction_t { NEXT, END_RECORD, STOP, BAD };
 
     template <typename OnRecord> lineaction_t takeLine(const char* text, size_t length, OnRecord& onRecord);
+    template <typename OnRecord> lineaction_t takeSrecord(const char* text, size_t length, OnRecord& onRecord);
+    bool decodeDigits(const char* digits, size_t byteCount, unsigned& sum);
     lineaction_t badLine(const char* reason, const char* text, size_t length);
     lineaction_t badLine(const std::string& reason, const char* text, size_t length);
     static scanend_t endOf(lineaction_t action);
@@ -289,6 +305,8 @@ RecordScanner::lineaction_t RecordScanner::takeLine(const char* text, size_t len
             --length;
         if (length == 0)
             return lineaction_t::NEXT; // a blank line
+        if (rules_ == linerules_t::SRECORD)
+            return takeSrecord(text, length, onRecord);
         if (text[0] != ':')
             return badLine("a record must start with ':'", text, length);
         if ((length - 1) % 2 != 0)
@@ -297,24 +315,11 @@ RecordScanner::lineaction_t RecordScanner::takeLine(const char* text, size_t len
             return badLine("record too short", text, length);
     }
 
-    // Every digit is checked; no more than a record's bytes are kept.
     const size_t byteCount = (length - 1) / 2;
-    const unsigned char* digits = reinterpret_cast<const unsigned char*>(text + 1);
-    const size_t kept = byteCount < MAX_RECORD_BYTES ? byteCount : MAX_RECORD_BYTES;
-    unsigned invalid = 0;
     unsigned sum = 0;
-    for (size_t i = 0; i < kept; ++i) {
-        const unsigned high = HEX_DIGITS.value[digits[2 * i]];
-        const unsigned low = HEX_DIGITS.value[digits[2 * i + 1]];
-        invalid |= high | low;
-        record_[i] = static_cast<uint8_t>(high << 4 | (low & 0xF));
-        sum += record_[i];
-    }
-    for (size_t i = kept; i < byteCount; ++i)
-        invalid |= HEX_DIGITS.value[digits[2 * i]] | HEX_DIGITS.value[digits[2 * i + 1]];
-
+    const bool valid = decodeDigits(text + 1, byteCount, sum);
     const bool strict = rules_ == linerules_t::STRICT;
-    if ((invalid & 0x10) != 0)
+    if (!valid)
         return strict ? lineaction_t::BAD : badLine("character that is not a hex digit", text, length);
     if (byteCount != static_cast<size_t>(record_[0]) + 5)
         return strict ? lineaction_t::BAD
@@ -329,6 +334,64 @@ RecordScanner::lineaction_t RecordScanner::takeLine(const char* text, size_t len
     const scannedrecord_t record{line_, record_ + 4, text, length, static_cast<uint16_t>(record_[1] << 8 | record_[2]),
                                  type, record_[0]};
     return onRecord(record) ? lineaction_t::NEXT : lineaction_t::STOP;
+}
+
+// Decodes byteCount bytes of hex digits into record_ (no more than a
+// record's bytes are kept, but every digit is checked) and sums them; false
+// when a character is not a hex digit.
+inline bool RecordScanner::decodeDigits(const char* text, size_t byteCount, unsigned& sum)
+{
+    const unsigned char* digits = reinterpret_cast<const unsigned char*>(text);
+    const size_t kept = byteCount < MAX_RECORD_BYTES ? byteCount : MAX_RECORD_BYTES;
+    unsigned invalid = 0;
+    sum = 0;
+    for (size_t i = 0; i < kept; ++i) {
+        const unsigned high = HEX_DIGITS.value[digits[2 * i]];
+        const unsigned low = HEX_DIGITS.value[digits[2 * i + 1]];
+        invalid |= high | low;
+        record_[i] = static_cast<uint8_t>(high << 4 | (low & 0xF));
+        sum += record_[i];
+    }
+    for (size_t i = kept; i < byteCount; ++i)
+        invalid |= HEX_DIGITS.value[digits[2 * i]] | HEX_DIGITS.value[digits[2 * i + 1]];
+    return (invalid & 0x10) == 0;
+}
+
+// An S-record: 'S', a type digit, then hex digits: the count of the bytes
+// that follow it, the address, the data and a checksum that makes the
+// bytes from the count on sum to 0xFF.
+template <typename OnRecord>
+RecordScanner::lineaction_t RecordScanner::takeSrecord(const char* text, size_t length, OnRecord& onRecord)
+{
+    if (text[0] != 'S')
+        return badLine("an S-record must start with 'S'", text, length);
+    if (length < 2 || text[1] < '0' || text[1] > '9')
+        return badLine("'S' must be followed by the record type, a digit", text, length);
+    const unsigned type = static_cast<unsigned>(text[1] - '0');
+    if ((length - 2) % 2 != 0)
+        return badLine("odd number of hex digits", text, length);
+    const size_t byteCount = (length - 2) / 2;
+    unsigned sum = 0;
+    if (!decodeDigits(text + 2, byteCount, sum))
+        return badLine("character that is not a hex digit", text, length);
+    if (byteCount == 0 || byteCount != static_cast<size_t>(record_[0]) + 1)
+        return badLine("byte count " + std::string(byteCount == 0 ? "missing" : std::to_string(record_[0])) +
+                           (byteCount == 0 ? "" : " does not match the length of the line"),
+                       text, length);
+    const unsigned addressSize = srecordAddressSize(type);
+    if (addressSize != 0 && record_[0] < addressSize + 1)
+        return badLine("record too short for an S" + std::to_string(type) + " record", text, length);
+    if ((sum & 0xFF) != 0xFF)
+        return badLine("checksum error", text, length);
+    uint32_t address = 0;
+    for (unsigned i = 0; i < addressSize; ++i)
+        address = address << 8 | record_[1 + i];
+    scannedrecord_t record{line_, record_ + 1 + addressSize, text, length, 0, static_cast<uint8_t>(type),
+                           static_cast<uint8_t>(addressSize == 0 ? 0 : record_[0] - addressSize - 1)};
+    record.address = address;
+    if (!onRecord(record))
+        return lineaction_t::STOP;
+    return type >= 7 ? lineaction_t::END_RECORD : lineaction_t::NEXT;
 }
 
 } // namespace intelhex_internal

@@ -1,0 +1,319 @@
+#include "image_writer.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace intelhex_internal {
+
+namespace {
+
+using fileformat_t = MemoryImage::fileformat_t;
+using saveoptions_t = MemoryImage::saveoptions_t;
+using result_t = MemoryImage::result_t;
+
+// Each byte as two upper-case hex digits.
+struct hexpairs_t {
+    char digits[256][2];
+    constexpr hexpairs_t() : digits()
+    {
+        const char DIGITS[] = "0123456789ABCDEF";
+        for (int b = 0; b < 256; ++b) {
+            digits[b][0] = DIGITS[b >> 4];
+            digits[b][1] = DIGITS[b & 0xF];
+        }
+    }
+};
+constexpr hexpairs_t HEX_PAIRS{};
+
+result_t failed(const std::string& reason)
+{
+    result_t result;
+    result.ok = false;
+    result.reason = reason;
+    return result;
+}
+
+std::string hex32(uint64_t value)
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(value));
+    return text;
+}
+
+// Formats into a buffer of its own and hands it to the sink when full.
+class OutputBuffer {
+public:
+    explicit OutputBuffer(ByteSink& sink) : sink_(sink), buffer_(CAPACITY) {}
+
+    // Room for at least size bytes at the returned position.
+    char* reserve(size_t size)
+    {
+        if (used_ + size > buffer_.size())
+            flush();
+        if (size > buffer_.size())
+            buffer_.resize(size);
+        return buffer_.data() + used_;
+    }
+
+    // The bytes up to end, from the last reserve(), are written.
+    void commit(const char* end) { used_ = static_cast<size_t>(end - buffer_.data()); }
+
+    void put(const char* bytes, size_t size)
+    {
+        while (size > 0) {
+            const size_t room = buffer_.size() - used_;
+            if (room == 0) {
+                flush();
+                continue;
+            }
+            const size_t take = std::min(room, size);
+            std::memcpy(buffer_.data() + used_, bytes, take);
+            used_ += take;
+            bytes += take;
+            size -= take;
+        }
+    }
+
+    void flush()
+    {
+        if (used_ > 0 && ok_)
+            ok_ = sink_.put(buffer_.data(), used_);
+        used_ = 0;
+    }
+
+    result_t finish()
+    {
+        flush();
+        return ok_ ? result_t() : failed(sink_.failure());
+    }
+
+private:
+    static const size_t CAPACITY = 256 * 1024;
+    ByteSink& sink_;
+    std::vector<char> buffer_;
+    size_t used_ = 0;
+    bool ok_ = true;
+};
+
+inline char* putByte(char* p, uint8_t byte)
+{
+    p[0] = HEX_PAIRS.digits[byte][0];
+    p[1] = HEX_PAIRS.digits[byte][1];
+    return p + 2;
+}
+
+inline char* putLineEnd(char* p, bool crlf)
+{
+    if (crlf)
+        *p++ = '\r';
+    *p++ = '\n';
+    return p;
+}
+
+// --- Intel HEX ---------------------------------------------------------------
+
+char* putHexRecord(char* p, uint8_t type, uint16_t offset, const uint8_t* data, size_t length, bool crlf)
+{
+    unsigned sum = static_cast<unsigned>(length) + (offset >> 8) + (offset & 0xFF) + type;
+    *p++ = ':';
+    p = putByte(p, static_cast<uint8_t>(length));
+    p = putByte(p, static_cast<uint8_t>(offset >> 8));
+    p = putByte(p, static_cast<uint8_t>(offset));
+    p = putByte(p, type);
+    for (size_t i = 0; i < length; ++i) {
+        sum += data[i];
+        p = putByte(p, data[i]);
+    }
+    p = putByte(p, static_cast<uint8_t>(-sum));
+    return putLineEnd(p, crlf);
+}
+
+void writeIntelHex(const MemoryImage& image, const saveoptions_t& options, OutputBuffer& out)
+{
+    const bool segmented = options.addressing == MemoryImage::addressing_t::SEGMENT;
+    const size_t lineMax = 1 + 2 * (5 + 255) + 2;
+    uint32_t upper = 0; // the upper 16 bits the last address record gave
+    for (const MemoryImage::segment_t& segment : image.segments()) {
+        const uint8_t* bytes = segment.bytes.data();
+        uint64_t address = segment.address;
+        const uint64_t end = segment.endAddress();
+        while (address < end) {
+            const uint32_t high = static_cast<uint32_t>(address >> 16);
+            if (high != upper) {
+                // Segment addressing: a base of high * 0x1000 paragraphs.
+                const uint16_t value = static_cast<uint16_t>(segmented ? high << 12 : high);
+                const uint8_t base[2] = {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
+                out.commit(putHexRecord(out.reserve(lineMax), segmented ? 0x02 : 0x04, 0, base, 2, options.crlf));
+                upper = high;
+            }
+            // Up to the record size, and never across a 64 KiB boundary.
+            const uint64_t boundary = (address | 0xFFFF) + 1;
+            const size_t length = static_cast<size_t>(std::min<uint64_t>({options.recordSize, end - address, boundary - address}));
+            out.commit(putHexRecord(out.reserve(lineMax), 0x00, static_cast<uint16_t>(address),
+                                    bytes + (address - segment.address), length, options.crlf));
+            address += length;
+        }
+    }
+    if (image.hasStartAddress()) {
+        const MemoryImage::startaddress_t start = image.startAddress();
+        const uint8_t value[4] = {static_cast<uint8_t>(start.value >> 24), static_cast<uint8_t>(start.value >> 16),
+                                  static_cast<uint8_t>(start.value >> 8), static_cast<uint8_t>(start.value)};
+        out.commit(putHexRecord(out.reserve(lineMax), start.type, 0, value, 4, options.crlf));
+    }
+    out.commit(putHexRecord(out.reserve(lineMax), 0x01, 0, nullptr, 0, options.crlf));
+}
+
+// --- S-records -----------------------------------------------------------------
+
+// The start address an S7 to S9 record carries: a linear address, CS * 16 + IP
+// for a segment start address, 0 when there is none.
+uint64_t srecordStart(const MemoryImage& image)
+{
+    if (!image.hasStartAddress())
+        return 0;
+    const MemoryImage::startaddress_t start = image.startAddress();
+    if (start.type == 3)
+        return static_cast<uint64_t>(start.value >> 16) * 16 + (start.value & 0xFFFF);
+    return start.value;
+}
+
+unsigned addressSizeFor(uint64_t address)
+{
+    return address <= 0xFFFF ? 2 : address <= 0xFFFFFF ? 3 : 4;
+}
+
+unsigned srecordAddressSize(const MemoryImage& image, const saveoptions_t& options)
+{
+    if (options.addressSize != 0)
+        return options.addressSize;
+    return std::max(addressSizeFor(image.empty() ? 0 : image.highestAddress()), addressSizeFor(srecordStart(image)));
+}
+
+char* putSrecord(char* p, unsigned type, unsigned addressSize, uint32_t address, const uint8_t* data, size_t length,
+                 bool crlf)
+{
+    const unsigned count = addressSize + static_cast<unsigned>(length) + 1;
+    unsigned sum = count;
+    *p++ = 'S';
+    *p++ = static_cast<char>('0' + type);
+    p = putByte(p, static_cast<uint8_t>(count));
+    for (unsigned i = addressSize; i-- > 0;) {
+        const uint8_t byte = static_cast<uint8_t>(address >> (8 * i));
+        sum += byte;
+        p = putByte(p, byte);
+    }
+    for (size_t i = 0; i < length; ++i) {
+        sum += data[i];
+        p = putByte(p, data[i]);
+    }
+    p = putByte(p, static_cast<uint8_t>(~sum));
+    return putLineEnd(p, crlf);
+}
+
+void writeSrecords(const MemoryImage& image, const saveoptions_t& options, OutputBuffer& out)
+{
+    const unsigned addressSize = srecordAddressSize(image, options);
+    const unsigned dataType = addressSize - 1; // S1, S2, S3
+    const size_t lineMax = 2 + 2 * 256 + 2;
+    const std::string& header = image.header();
+    out.commit(putSrecord(out.reserve(lineMax), 0, 2, 0, reinterpret_cast<const uint8_t*>(header.data()), header.size(),
+                          options.crlf));
+    uint64_t records = 0;
+    for (const MemoryImage::segment_t& segment : image.segments()) {
+        const uint8_t* bytes = segment.bytes.data();
+        for (uint64_t at = 0; at < segment.bytes.size();) {
+            const size_t length = static_cast<size_t>(std::min<uint64_t>(options.recordSize, segment.bytes.size() - at));
+            out.commit(putSrecord(out.reserve(lineMax), dataType, addressSize, static_cast<uint32_t>(segment.address + at),
+                                  bytes + at, length, options.crlf));
+            at += length;
+            ++records;
+        }
+    }
+    if (records <= 0xFFFF)
+        out.commit(putSrecord(out.reserve(lineMax), 5, 2, static_cast<uint32_t>(records), nullptr, 0, options.crlf));
+    else if (records <= 0xFFFFFF)
+        out.commit(putSrecord(out.reserve(lineMax), 6, 3, static_cast<uint32_t>(records), nullptr, 0, options.crlf));
+    out.commit(putSrecord(out.reserve(lineMax), 11 - addressSize, addressSize, static_cast<uint32_t>(srecordStart(image)),
+                          nullptr, 0, options.crlf));
+}
+
+// --- Binary ----------------------------------------------------------------------
+
+void writeBinary(const MemoryImage& image, const saveoptions_t& options, OutputBuffer& out)
+{
+    std::vector<char> fill(64 * 1024, static_cast<char>(options.fill));
+    uint64_t next = image.lowestAddress();
+    for (const MemoryImage::segment_t& segment : image.segments()) {
+        for (uint64_t gap = segment.address - next; gap > 0;) {
+            const size_t take = static_cast<size_t>(std::min<uint64_t>(gap, fill.size()));
+            out.put(fill.data(), take);
+            gap -= take;
+        }
+        out.put(reinterpret_cast<const char*>(segment.bytes.data()), segment.bytes.size());
+        next = segment.endAddress();
+    }
+}
+
+} // namespace
+
+result_t checkSaveOptions(const MemoryImage& image, const saveoptions_t& options)
+{
+    switch (options.format) {
+    case fileformat_t::INTEL_HEX:
+        if (options.recordSize < 1 || options.recordSize > 255)
+            return failed("record size " + std::to_string(options.recordSize) + " is out of range (1 to 255)");
+        if (options.addressing == MemoryImage::addressing_t::SEGMENT && !image.empty() &&
+            image.highestAddress() > 0xFFFFF)
+            return failed("segment addressing reaches only the first MiB, and the image goes up to " +
+                          hex32(image.highestAddress()));
+        return result_t();
+    case fileformat_t::SRECORD: {
+        if (options.addressSize != 0 && (options.addressSize < 2 || options.addressSize > 4))
+            return failed("S-record address size " + std::to_string(options.addressSize) + " is not 2, 3 or 4");
+        const unsigned addressSize = srecordAddressSize(image, options);
+        const unsigned most = 255 - addressSize - 1;
+        if (options.recordSize < 1 || options.recordSize > most)
+            return failed("record size " + std::to_string(options.recordSize) + " is out of range: S-records with " +
+                          std::to_string(addressSize) + "-byte addresses hold 1 to " + std::to_string(most) +
+                          " data bytes");
+        const uint64_t limit = (1ull << (8 * addressSize)) - 1;
+        if (!image.empty() && image.highestAddress() > limit)
+            return failed("S-record address size " + std::to_string(addressSize) + " cannot hold address " +
+                          hex32(image.highestAddress()));
+        if (srecordStart(image) > limit)
+            return failed("S-record address size " + std::to_string(addressSize) + " cannot hold the start address " +
+                          hex32(srecordStart(image)));
+        return result_t();
+    }
+    case fileformat_t::BINARY:
+        return result_t();
+    case fileformat_t::ELF:
+        break;
+    }
+    return failed("images cannot be saved as ELF");
+}
+
+result_t writeImage(const MemoryImage& image, const saveoptions_t& options, ByteSink& sink)
+{
+    const result_t checked = checkSaveOptions(image, options);
+    if (!checked)
+        return checked;
+    OutputBuffer out(sink);
+    switch (options.format) {
+    case fileformat_t::INTEL_HEX:
+        writeIntelHex(image, options, out);
+        break;
+    case fileformat_t::SRECORD:
+        writeSrecords(image, options, out);
+        break;
+    default:
+        writeBinary(image, options, out);
+        break;
+    }
+    return out.finish();
+}
+
+} // namespace intelhex_internal

@@ -1,0 +1,236 @@
+// Where the records of the text formats (Intel HEX, S-records) are put
+// together into an image: each reader turns its records into pieces of bytes
+// at full addresses, and an assembler places them, keeping the first value
+// of each byte, dropping records that repeat an earlier record's address and
+// counting bytes given again.
+//
+// Internal to the library: not installed.
+#ifndef INTELHEX_RECORD_ASSEMBLER_H
+#define INTELHEX_RECORD_ASSEMBLER_H
+
+#include "memory_image.h"
+#include "record_scanner.h"
+#include "region_window.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+// Builds a MemoryImage from segments already in order, without checks.
+class MemoryImageBuilder {
+public:
+    static void assign(MemoryImage& image, std::vector<MemoryImage::segment_t>&& segments, uint8_t startType,
+                       uint32_t startValue, std::string&& header)
+    {
+        image.segments_ = std::move(segments);
+        image.header_ = std::move(header);
+        image.hasStart_ = startType != 0;
+        image.start_ = MemoryImage::startaddress_t{startType, startType != 0 ? startValue : 0};
+    }
+};
+
+namespace intelhex_internal {
+
+// What a text-format reader found.
+struct fullread_t {
+    enum class status_t {
+        OK,
+        BAD_LINE,         // a malformed record: line, reason and text say which and why
+        UNSUPPORTED_TYPE, // a record of an unknown type: line, type and text
+        READ_ERROR        // the source could not be read
+    };
+    status_t status = status_t::OK;
+    size_t line = 0;
+    std::string reason;
+    std::string text; // the offending line without surrounding white space
+    uint8_t type = 0;
+
+    // Warnings: a second, different start address, kept after a failure too;
+    // the others only after a success.
+    std::vector<size_t> ignoredStartLines;
+    bool sawEndRecord = false;
+    const char* endRecordName = "an end-of-file record"; // for the warning when there is none
+    uint64_t repeatedBytes = 0; // bytes given again by overlapping records
+    size_t firstRepeatLine = 0; // the first line that gave one
+
+    bool sorted = false; // the records were placed by sorting them
+};
+
+
+// One record's bytes at their full addresses: one piece, or two when the
+// bytes wrap (past the end of a 64 KiB segment, or past 0xFFFFFFFF).
+struct piece_t {
+    uint32_t address;
+    const uint8_t* data;
+    uint32_t length;
+};
+
+const uint64_t REGION_SIZE = 0x10000;
+
+// Where each region's data is kept once its window is closed: the window's
+// own pages when the region is mostly data, else just the runs' bytes.
+struct closedregion_t {
+    PageBytes pages;
+    std::vector<uint8_t> packed;
+    std::vector<run_t> runs;         // positions in the region
+    std::vector<uint32_t> runOffset; // where each run's bytes are kept
+    std::vector<progression_t> starts;
+
+    const uint8_t* bytesOf(size_t run) const
+    {
+        return (pages.empty() ? packed.data() : pages.data()) + runOffset[run];
+    }
+
+    void close(uint32_t, RegionWindow& window);
+
+    uint64_t reopen(RegionWindow& window) const;
+};
+
+// Places records in file order into a window per 64 KiB region, which keeps
+// the first value of each byte, finds repeated record addresses and counts
+// bytes given again, as records arrive. A few windows are open at a time;
+// closed regions keep their runs and their record starts.
+class WindowAssembler {
+public:
+    uint64_t repeatedBytes = 0;
+    size_t firstRepeatLine = 0;
+
+    // False when records jump between regions so often that reopening them
+    // would cost more than reading the whole file again another way.
+    bool addRecord(const piece_t* pieces, size_t count, size_t line)
+    {
+        const piece_t& first = pieces[0];
+        const size_t position = first.address & 0xFFFF;
+        if (count == 1 && regions_.isOpen(first.address >> 16) && position + first.length <= REGION_SIZE) {
+            // The usual record: one piece, in the open window.
+            dataBytes_ += first.length;
+            const size_t repeated = regions_.window().placeRecord(position, first.data, first.length);
+            if (repeated != RegionWindow::REPEATED_START && repeated > 0)
+                countRepeated(repeated, line);
+            return true;
+        }
+        return addPieces(pieces, count, line);
+    }
+
+    // The segments: runs of neighbouring regions that meet are joined.
+    std::vector<MemoryImage::segment_t> finish();
+
+private:
+    void countRepeated(size_t repeated, size_t line)
+    {
+        if (repeatedBytes == 0)
+            firstRepeatLine = line;
+        repeatedBytes += repeated;
+    }
+
+    // Any record: pieces that wrap, or cross into another region.
+    bool addPieces(const piece_t* pieces, size_t count, size_t line);
+
+    RegionWindows<closedregion_t> regions_{REGION_SIZE};
+    uint64_t dataBytes_ = 0;
+};
+
+// Takes records in any order by collecting every piece with its line and
+// sorting them at the end. Slower and hungrier than the windows, but its cost
+// does not depend on the order of the records.
+class SortingAssembler {
+public:
+    uint64_t repeatedBytes = 0;
+    size_t firstRepeatLine = 0;
+
+    bool addRecord(const piece_t* pieces, size_t count, size_t line)
+    {
+        for (size_t i = 0; i < count; ++i) {
+            pieces_.push_back(stored_t{pieces[i].address, pieces[i].length, store_.size(), line, i == 0});
+            store_.insert(store_.end(), pieces[i].data, pieces[i].data + pieces[i].length);
+        }
+        return true;
+    }
+
+    std::vector<MemoryImage::segment_t> finish();
+
+private:
+    struct stored_t {
+        uint32_t address;
+        uint32_t length;
+        size_t storeOffset;
+        size_t line; // of the record; also its order in the file
+        bool recordStart;
+    };
+
+    // Drops every record that starts where an earlier record started, with
+    // all its pieces; leaves the pieces sorted by address.
+    void dropRepeatedRecords();
+
+    std::vector<stored_t> pieces_;
+    std::vector<uint8_t> store_;
+};
+
+// How records are placed: in a window per region, falling back to sorting
+// when records jump between regions too often; or by sorting alone.
+enum class placement_t { WINDOWS, SORTING };
+
+// Reads source with one assembler and a reader's Interpreter<Assembler>;
+// false when the assembler gave up.
+template <template <typename> class Interpreter, typename Assembler>
+bool readWith(TextSource& source, MemoryImage& image, fullread_t& read)
+{
+    Assembler assembler;
+    Interpreter<Assembler> interpreter(assembler, read);
+    if (!interpreter.run(source))
+        return false;
+    if (read.status != fullread_t::status_t::OK)
+        return true;
+    MemoryImageBuilder::assign(image, assembler.finish(), interpreter.startType(), interpreter.startValue(),
+                               interpreter.header());
+    // Bytes given again are a warning about an image that was read; the
+    // sorting method counts them only when it finishes.
+    read.repeatedBytes = assembler.repeatedBytes;
+    read.firstRepeatLine = assembler.firstRepeatLine;
+    return true;
+}
+
+// Reads source with a reader's Interpreter. On success image is replaced by
+// what was read; otherwise it is left as it was. Records that keep jumping
+// between regions make the reader start again with the sorting assembler,
+// which takes any order, so a source that cannot be rewound (a pipe) is read
+// into memory first.
+template <template <typename> class Interpreter>
+fullread_t readRecords(TextSource& source, MemoryImage& image, placement_t placement)
+{
+    fullread_t read;
+    if (!source.canRewind()) {
+        std::vector<char> text;
+        if (!readWhole(source, text)) {
+            read.status = fullread_t::status_t::READ_ERROR;
+            read.reason = std::string("cannot read the file: ") + std::strerror(errno);
+            return read;
+        }
+        MemoryText memory(text.data(), text.size());
+        return readRecords<Interpreter>(memory, image, placement);
+    }
+    if (placement == placement_t::WINDOWS) {
+        if (readWith<Interpreter, WindowAssembler>(source, image, read))
+            return read;
+        read = fullread_t();
+        if (!source.rewind()) {
+            read.status = fullread_t::status_t::READ_ERROR;
+            read.reason = "cannot read the file again";
+            return read;
+        }
+    }
+    read.sorted = true;
+    readWith<Interpreter, SortingAssembler>(source, image, read);
+    return read;
+}
+
+// The warnings of a read, as MemoryImage reports them.
+std::vector<MemoryImage::warning_t> warningsOf(const fullread_t& read);
+
+} // namespace intelhex_internal
+
+#endif // INTELHEX_RECORD_ASSEMBLER_H
