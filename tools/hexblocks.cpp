@@ -1,6 +1,9 @@
-// hexblocks: inspect, map, dump and extract the memory blocks of an Intel HEX
-// file, built on the intelhex library's public interface.
+// hexblocks: inspect, map, dump, extract and convert firmware images (Intel
+// HEX, S-records, ELF, raw binary), built on the intelhex library's public
+// interface.
+#include "image_files.h"
 #include "intelhex.h"
+#include "memory_image.h"
 #include "memory_map.h"
 #include "text_format.h"
 
@@ -34,10 +37,12 @@ const int EXIT_USAGE = 2;  // the command line is wrong
 
 const char MAIN_USAGE[] =
     "usage: hexblocks COMMAND FILE [OPTIONS]\n"
+    "       hexblocks convert INPUT... -o OUTPUT [OPTIONS]\n"
     "       hexblocks --help | --version\n";
 
 const char MAIN_HELP[] =
-    "Inspect, map, dump and extract the memory blocks of an Intel HEX file.\n"
+    "Inspect, map, dump, extract and convert firmware images: Intel HEX,\n"
+    "Motorola S-records, ELF and raw binary.\n"
     "\n"
     "Commands:\n"
     "  info FILE [--one-block] [--json]   list the blocks with their addresses and sizes\n"
@@ -46,20 +51,28 @@ const char MAIN_HELP[] =
     "                                     write each block as a raw binary file\n"
     "  dump FILE [--block N] [--one-block]\n"
     "                                     hex and ASCII dump with full 32-bit addresses\n"
+    "  convert INPUT... -o OUTPUT         combine inputs and write them as Intel HEX,\n"
+    "                                     S-records or binary\n"
     "\n"
     "Options:\n"
     "  -h, --help      show help (after a command: that command's help)\n"
     "  -V, --version   show the version\n"
     "\n"
-    "Every command reads the whole format: record types 00 to 05, segment and\n"
-    "linear addresses, start addresses, records in any order, blocks by full\n"
-    "32-bit address. With --strict it reads only types 00, 01 and 04 instead,\n"
-    "with blocks that never cross a 64 KiB linear base, and rejects a file with\n"
-    "any other type or a missing end-of-file record. (--full-format, -F, names\n"
-    "the default and is still accepted.) After a failed load the library's own\n"
-    "diagnostics are followed by one line FILE:LINE: REASON.\n"
+    "Inputs: the format is told from the content: ':' is Intel HEX, 'S' and a\n"
+    "digit S-records, the ELF magic bytes ELF. Binary input is named\n"
+    "FILE@ADDRESS (e.g. app.bin@0x08004000), or FILE.bin (placed at 0), or\n"
+    "forced with --input-format bin. ADDRESS is decimal or 0x hexadecimal.\n"
     "\n"
-    "Exit status: 0 on success, 1 when a file cannot be loaded or written,\n"
+    "Intel HEX is read with the whole format: record types 00 to 05, segment\n"
+    "and linear addresses, start addresses, records in any order, blocks by\n"
+    "full 32-bit address. With --strict it reads only types 00, 01 and 04\n"
+    "instead, with blocks that never cross a 64 KiB linear base, and rejects a\n"
+    "file with any other type or a missing end-of-file record. (--full-format,\n"
+    "-F, names the default and is still accepted.) After a failed load of a\n"
+    "HEX file the library's own diagnostics are followed by one line\n"
+    "FILE:LINE: REASON.\n"
+    "\n"
+    "Exit status: 0 on success, 1 when a file cannot be read or written,\n"
     "2 on a usage error.\n";
 
 struct CommandSpec {
@@ -79,6 +92,8 @@ const CommandSpec COMMANDS[] = {
      "  -1, --one-block   load the whole file as one block, gaps filled with 0xFF\n"
      "      --strict      read only record types 00, 01 and 04, blocks within a linear base\n"
      "  -j, --json        print the same as JSON\n"
+     "      --input-format ihex|srec|elf|bin\n"
+     "                    read FILE in this format instead of telling it from the content\n"
      "  -h, --help        show this help\n"},
     {"map", "usage: hexblocks map FILE [--one-block] [--strict] [--width N]\n",
      "Draw the address space of FILE: a strip in which every block has a letter\n"
@@ -89,6 +104,8 @@ const CommandSpec COMMANDS[] = {
      "  -1, --one-block   load the whole file as one block\n"
      "      --strict      read only record types 00, 01 and 04, blocks within a linear base\n"
      "  -w, --width N     width of the strip in columns (16 to 1000, default 64)\n"
+     "      --input-format ihex|srec|elf|bin\n"
+     "                    read FILE in this format instead of telling it from the content\n"
      "  -h, --help        show this help\n"},
     {"bin", "usage: hexblocks bin FILE [-o DIR] [--one-block] [--strict] [--reverse]\n",
      "Write each block of FILE as a raw binary file named after FILE and the\n"
@@ -99,6 +116,8 @@ const CommandSpec COMMANDS[] = {
      "  -1, --one-block   load the whole file as one block, gaps filled with 0xFF\n"
      "      --strict      read only record types 00, 01 and 04, blocks within a linear base\n"
      "  -r, --reverse     reverse the bytes of every block before writing\n"
+     "      --input-format ihex|srec|elf|bin\n"
+     "                    read FILE in this format instead of telling it from the content\n"
      "  -h, --help        show this help\n"},
     {"dump", "usage: hexblocks dump FILE [--block N] [--one-block] [--strict]\n",
      "Print the blocks of FILE as hex and ASCII, 16 bytes a line, in the style of\n"
@@ -107,7 +126,35 @@ const CommandSpec COMMANDS[] = {
      "  -b, --block N     dump only block N (counted from 0)\n"
      "  -1, --one-block   load the whole file as one block\n"
      "      --strict      read only record types 00, 01 and 04, blocks within a linear base\n"
+     "      --input-format ihex|srec|elf|bin\n"
+     "                    read FILE in this format instead of telling it from the content\n"
      "  -h, --help        show this help\n"},
+    {"convert", "usage: hexblocks convert INPUT... -o OUTPUT [OPTIONS]\n",
+     "Read every INPUT (Intel HEX, S-records, ELF or binary; \"-\" is standard\n"
+     "input), combine them into one image and write it to OUTPUT as Intel HEX,\n"
+     "S-records or binary, through a temporary file that is renamed into place:\n"
+     "a failure leaves no OUTPUT and an existing one as it was. Inputs that give\n"
+     "data at the same address, or different start addresses, are an error.\n"
+     "\n"
+     "The output format comes from OUTPUT's extension: .hex .ihex .ihx Intel HEX,\n"
+     ".srec .s19 .s28 .s37 .mot S-records, .bin binary.\n"
+     "\n"
+     "  -o, --output OUTPUT       the file to write; \"-\" is standard output\n"
+     "  -O, --output-format ihex|srec|bin\n"
+     "                            the output format, whatever the extension says;\n"
+     "                            needed when OUTPUT is \"-\"\n"
+     "  -I, --input-format ihex|srec|elf|bin\n"
+     "                            read every INPUT in this format\n"
+     "      --record-size N       data bytes per record (Intel HEX 1 to 255, S-records\n"
+     "                            up to 250-252; default 16)\n"
+     "      --addressing linear|segment\n"
+     "                            Intel HEX address records: type 04 (default) or\n"
+     "                            type 02, which reaches only the first MiB\n"
+     "      --address-size 2|3|4  S-record address bytes (S1, S2, S3); default: the\n"
+     "                            smallest that holds every address\n"
+     "      --crlf                end lines with CR LF instead of LF\n"
+     "      --fill BYTE           binary output: the byte for gaps (default 0xFF)\n"
+     "  -h, --help                show this help\n"},
 };
 
 const CommandSpec* findCommand(const std::string& name)
@@ -128,7 +175,13 @@ int usageError(const std::string& message, const char* usage)
 // Options of every command; each command uses its own subset.
 struct Options {
     std::string file;
-    std::string outputDir = ".";
+    std::vector<std::string> inputs; // convert
+    std::string output;              // convert: the file; bin: the directory
+    bool hasOutputFormat = false;
+    fileformat_t outputFormat = fileformat_t::INTEL_HEX;
+    bool hasInputFormat = false;
+    fileformat_t inputFormat = fileformat_t::INTEL_HEX;
+    MemoryImage::saveoptions_t save;
     bool oneBlock = false;
     bool strict = false;
     bool json = false;
@@ -170,19 +223,109 @@ mode_t currentUmask()
     return mask;
 }
 
+// Checks convert's operands and output. Returns EXIT_OK, or the exit code of
+// a usage error after printing it.
+int checkConvertLine(const CommandSpec& command, const std::vector<std::string>& operands, Options& options)
+{
+    if (options.output.empty())
+        return usageError("missing -o OUTPUT", command.usage);
+    if (std::count(operands.begin(), operands.end(), "-") > 1)
+        return usageError("standard input ('-') can be read only once", command.usage);
+    if (!options.hasOutputFormat) {
+        if (options.output == "-")
+            return usageError("--output-format is needed to write to standard output", command.usage);
+        if (!formatByExtension(options.output, options.outputFormat))
+            return usageError("cannot tell the output format from '" + options.output +
+                                  "': use --output-format ihex|srec|bin",
+                              command.usage);
+    }
+    options.save.format = options.outputFormat;
+    options.inputs = operands;
+    return EXIT_OK;
+}
+
+// Long options without a short form.
+enum LongOnly {
+    OPT_STRICT = 256,
+    OPT_INPUT_FORMAT,
+    OPT_RECORD_SIZE,
+    OPT_ADDRESSING,
+    OPT_ADDRESS_SIZE,
+    OPT_CRLF,
+    OPT_FILL
+};
+
+// Parses the value of an option that sets a conversion option. Returns
+// EXIT_OK, or the exit code of a usage error after printing it.
+int parseValue(int option, const char* value, const CommandSpec& command, Options& options)
+{
+    const std::string text = value;
+    uint64_t number = 0;
+    switch (option) {
+    case 'O':
+        if (!formatByName(text, options.outputFormat) || options.outputFormat == fileformat_t::ELF)
+            return usageError("invalid output format '" + text + "' (ihex, srec or bin)", command.usage);
+        options.hasOutputFormat = true;
+        break;
+    case 'I':
+    case OPT_INPUT_FORMAT:
+        if (!formatByName(text, options.inputFormat))
+            return usageError("invalid input format '" + text + "' (ihex, srec, elf or bin)", command.usage);
+        options.hasInputFormat = true;
+        break;
+    case OPT_RECORD_SIZE:
+        if (!parseNumber(text, 1, 255, number))
+            return usageError("invalid record size '" + text + "' (1 to 255)", command.usage);
+        options.save.recordSize = static_cast<unsigned>(number);
+        break;
+    case OPT_ADDRESSING:
+        if (text != "linear" && text != "segment")
+            return usageError("invalid addressing '" + text + "' (linear or segment)", command.usage);
+        options.save.addressing =
+            text == "linear" ? MemoryImage::addressing_t::LINEAR : MemoryImage::addressing_t::SEGMENT;
+        break;
+    case OPT_ADDRESS_SIZE:
+        if (!parseNumber(text, 2, 4, number))
+            return usageError("invalid address size '" + text + "' (2, 3 or 4)", command.usage);
+        options.save.addressSize = static_cast<unsigned>(number);
+        break;
+    case OPT_FILL:
+        if (!parseNumber(text, 0, 255, number))
+            return usageError("invalid fill byte '" + text + "' (0 to 255, or 0x00 to 0xFF)", command.usage);
+        options.save.fill = static_cast<uint8_t>(number);
+        break;
+    }
+    return EXIT_OK;
+}
+
 // Parses the arguments after the command name. Returns EXIT_OK, or the exit
 // code of a usage error after printing it.
 int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options& options)
 {
     const std::string name = command.name;
+    const bool convert = name == "convert";
     // A leading ':' makes getopt report a missing value apart from an unknown
     // option; without '+' options may also follow the file name.
-    std::string shortOptions = ":h1F";
-    std::vector<option> longOptions = {{"help", no_argument, nullptr, 'h'},
-                                       {"one-block", no_argument, nullptr, '1'},
-                                       {"strict", no_argument, nullptr, 'S'},
-                                       // The whole format is the default; the option stays accepted.
-                                       {"full-format", no_argument, nullptr, 'F'}};
+    std::string shortOptions = ":h";
+    std::vector<option> longOptions = {{"help", no_argument, nullptr, 'h'}};
+    if (convert) {
+        shortOptions += "o:O:I:";
+        longOptions.insert(longOptions.end(), {{"output", required_argument, nullptr, 'o'},
+                                               {"output-format", required_argument, nullptr, 'O'},
+                                               {"input-format", required_argument, nullptr, 'I'},
+                                               {"record-size", required_argument, nullptr, OPT_RECORD_SIZE},
+                                               {"addressing", required_argument, nullptr, OPT_ADDRESSING},
+                                               {"address-size", required_argument, nullptr, OPT_ADDRESS_SIZE},
+                                               {"crlf", no_argument, nullptr, OPT_CRLF},
+                                               {"fill", required_argument, nullptr, OPT_FILL}});
+    } else {
+        shortOptions += "1F";
+        longOptions.insert(longOptions.end(), {{"one-block", no_argument, nullptr, '1'},
+                                               {"strict", no_argument, nullptr, OPT_STRICT},
+                                               {"input-format", required_argument, nullptr, OPT_INPUT_FORMAT},
+                                               // The whole format is the default; the option stays accepted.
+                                               {"full-format", no_argument, nullptr, 'F'}});
+    }
     if (name == "info") {
         shortOptions += "j";
         longOptions.push_back({"json", no_argument, nullptr, 'j'});
@@ -199,7 +342,6 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
     }
     longOptions.push_back({nullptr, 0, nullptr, 0});
 
-    std::vector<std::string> operands;
     optind = 0; // restart getopt for the command's own arguments
     opterr = 0;
     for (;;) {
@@ -209,11 +351,12 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
         switch (c) {
         case 'h': options.help = true; break;
         case '1': options.oneBlock = true; break;
-        case 'S': options.strict = true; break;
+        case OPT_STRICT: options.strict = true; break;
         case 'F': break;
         case 'j': options.json = true; break;
         case 'r': options.reverse = true; break;
-        case 'o': options.outputDir = optarg; break;
+        case 'o': options.output = optarg; break;
+        case OPT_CRLF: options.save.crlf = true; break;
         case 'w':
             if (!parseCount(optarg, 16, 1000, options.width))
                 return usageError("invalid width '" + std::string(optarg) + "' (16 to 1000)", command.usage);
@@ -223,6 +366,18 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
                 return usageError("invalid block number '" + std::string(optarg) + "'", command.usage);
             options.hasBlock = true;
             break;
+        case 'O':
+        case 'I':
+        case OPT_INPUT_FORMAT:
+        case OPT_RECORD_SIZE:
+        case OPT_ADDRESSING:
+        case OPT_ADDRESS_SIZE:
+        case OPT_FILL: {
+            const int parsed = parseValue(c, optarg, command, options);
+            if (parsed != EXIT_OK)
+                return parsed;
+            break;
+        }
         case ':':
             return usageError("option '" + offendingOption(argv) + "' needs a value", command.usage);
         default:
@@ -231,36 +386,107 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
     }
     if (options.help)
         return EXIT_OK;
-    for (int i = optind; i < argc; ++i)
-        operands.push_back(argv[i]);
+    std::vector<std::string> operands(argv + optind, argv + argc);
     if (operands.empty())
-        return usageError("missing FILE", command.usage);
+        return usageError(convert ? "missing INPUT" : "missing FILE", command.usage);
+    if (convert)
+        return checkConvertLine(command, operands, options);
     if (operands.size() > 1)
         return usageError("unexpected argument '" + operands[1] + "'", command.usage);
     options.file = operands[0];
     return EXIT_OK;
 }
 
-// Loads options.file into image: the whole format, or with --strict load(). The
-// library prints its own diagnostics; this adds one line, "FILE:LINE: reason"
-// (or "FILE: reason" when no line is to blame).
-bool loadImage(const Options& options, IntelHexFile& image)
+// Prints a failed read as "FILE:LINE: reason" (or "FILE: reason"), and the
+// warnings of a read as "FILE:LINE: warning: message".
+void printRead(const std::string& file, const MemoryImage::readresult_t& read)
+{
+    for (const MemoryImage::warning_t& w : read.warnings) {
+        std::cerr << file;
+        if (w.line > 0)
+            std::cerr << ":" << w.line;
+        std::cerr << ": warning: " << w.message << std::endl;
+    }
+    if (read.ok)
+        return;
+    std::cerr << file;
+    if (read.line > 0)
+        std::cerr << ":" << read.line;
+    std::cerr << ": " << read.reason << std::endl;
+}
+
+// The format of input as it will be read: forced or named, else told from
+// the first bytes of the file; Intel HEX when they tell nothing (the HEX
+// reader then says what is wrong).
+fileformat_t formatOf(const InputSpec& input)
+{
+    if (!input.detect)
+        return input.format;
+    char head[4096];
+    size_t size = 0;
+    if (std::FILE* file = std::fopen(input.path.c_str(), "rb")) {
+        size = std::fread(head, 1, sizeof head, file);
+        std::fclose(file);
+    }
+    fileformat_t format = fileformat_t::INTEL_HEX;
+    MemoryImage::detectFormat(head, size, format);
+    return format;
+}
+
+// Loads Intel HEX with the library's IntelHexFile readers: the whole
+// format, or with --strict load(). The library prints its own diagnostics;
+// this adds one line, "FILE:LINE: reason" (or "FILE: reason" when no line is
+// to blame).
+bool loadHex(const Options& options, const std::string& path, IntelHexFile& image)
 {
     try {
-        const bool loaded = options.strict ? image.load(options.file.c_str(), options.oneBlock)
-                                           : image.loadFullFormat(options.file.c_str(), options.oneBlock);
+        const bool loaded = options.strict ? image.load(path.c_str(), options.oneBlock)
+                                           : image.loadFullFormat(path.c_str(), options.oneBlock);
         if (loaded)
             return true;
     } catch (const std::out_of_range&) {
     } catch (const std::bad_alloc&) {
         if (image.getErrorReason().empty())
-            std::cerr << options.file << ": out of memory" << std::endl;
+            std::cerr << path << ": out of memory" << std::endl;
     }
-    std::cerr << options.file;
+    std::cerr << path;
     if (image.getErrorLine() > 0)
         std::cerr << ":" << image.getErrorLine();
     std::cerr << ": " << (image.getErrorReason().empty() ? "cannot load" : image.getErrorReason()) << std::endl;
     return false;
+}
+
+// Loads options.file into image as blocks, whatever its format: Intel HEX
+// through loadHex(), the other formats through a MemoryImage.
+bool loadImage(const Options& options, IntelHexFile& image)
+{
+    InputSpec input;
+    std::string error;
+    if (!parseInput(options.file, options.hasInputFormat ? &options.inputFormat : nullptr, input, error)) {
+        std::cerr << PROGRAM << ": " << error << std::endl;
+        return false;
+    }
+    const fileformat_t format = formatOf(input);
+    if (format == fileformat_t::INTEL_HEX)
+        return loadHex(options, input.path, image);
+    if (options.strict) {
+        std::cerr << options.file << ": --strict reads only Intel HEX, and this is " << formatName(format)
+                  << std::endl;
+        return false;
+    }
+    input.detect = false;
+    input.format = format;
+    MemoryImage read;
+    const MemoryImage::readresult_t result = readInput(input, read);
+    printRead(input.path, result);
+    if (!result)
+        return false;
+    MemoryImage::blockoptions_t blockOptions;
+    blockOptions.oneBlock = options.oneBlock;
+    const MemoryImage::result_t appended = std::move(read).appendTo(image, blockOptions);
+    if (!appended)
+        std::cerr << input.path << ": " << appended.reason << std::endl;
+    return static_cast<bool>(appended);
 }
 
 uint64_t fullStart(const IntelHexFileBlock& block)
@@ -506,7 +732,8 @@ int runBin(const Options& options)
         return EXIT_FAILED;
     if (options.reverse)
         image.reverseBuffers();
-    const std::string prefix = options.outputDir + (options.outputDir.empty() || options.outputDir.back() == '/' ? "" : "/") +
+    const std::string outputDir = options.output.empty() ? "." : options.output;
+    const std::string prefix = outputDir + (outputDir.back() == '/' ? "" : "/") +
                                baseNameOf(options.file) + "_";
     // Files get the usual mode of a new file: 0666 less the umask.
     const mode_t fileMode = 0666 & ~currentUmask();
@@ -573,6 +800,83 @@ int runDump(const Options& options)
     return EXIT_OK;
 }
 
+// Reads every input of convert and combines them; false after printing why
+// when one cannot be read, or two give the same address or different start
+// addresses.
+bool readInputs(const Options& options, MemoryImage& combined)
+{
+    std::vector<std::pair<std::string, ranges_t>> earlier; // each input read so far and where its data is
+    std::string startFrom; // the input that gave the start address
+    for (const std::string& operand : options.inputs) {
+        InputSpec input;
+        std::string error;
+        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, input, error)) {
+            std::cerr << PROGRAM << ": " << error << std::endl;
+            return false;
+        }
+        MemoryImage image;
+        const MemoryImage::readresult_t read = readInput(input, image);
+        printRead(input.path, read);
+        if (!read)
+            return false;
+        for (const auto& other : earlier) {
+            uint32_t shared = 0;
+            if (firstSharedAddress(other.second, image, shared)) {
+                std::cerr << PROGRAM << ": " << other.first << " and " << input.path << " both give data at "
+                          << hexAddress(shared) << std::endl;
+                return false;
+            }
+        }
+        if (image.hasStartAddress()) {
+            const MemoryImage::startaddress_t start = image.startAddress();
+            const MemoryImage::startaddress_t held = combined.startAddress();
+            if (combined.hasStartAddress() && (start.type != held.type || start.value != held.value)) {
+                std::cerr << PROGRAM << ": " << startFrom << " and " << input.path
+                          << " give different start addresses (" << hexAddress(held.value) << " and "
+                          << hexAddress(start.value) << ")" << std::endl;
+                return false;
+            }
+        }
+        earlier.emplace_back(input.path, rangesOf(image));
+        if (earlier.size() == 1) {
+            combined = std::move(image); // one input: no copy
+        } else {
+            if (image.hasStartAddress() && !combined.hasStartAddress())
+                combined.setStartAddress(image.startAddress());
+            if (combined.header().empty())
+                combined.setHeader(image.header());
+            addImage(combined, image);
+        }
+        if (combined.hasStartAddress() && startFrom.empty())
+            startFrom = input.path;
+    }
+    return true;
+}
+
+int runConvert(const Options& options)
+{
+    MemoryImage image;
+    if (!readInputs(options, image))
+        return EXIT_FAILED;
+    MemoryImage::result_t saved;
+    if (options.output == "-") {
+        saved = image.save(std::cout, options.save);
+        std::cout.flush();
+        if (saved && !std::cout) {
+            saved.ok = false;
+            saved.reason = "cannot write to standard output";
+        }
+    } else {
+        saved = image.saveFile(options.output.c_str(), options.save);
+    }
+    if (!saved) {
+        std::cerr << PROGRAM << ": " << (options.output == "-" ? "standard output" : options.output) << ": "
+                  << saved.reason << std::endl;
+        return EXIT_FAILED;
+    }
+    return EXIT_OK;
+}
+
 int runCommand(const CommandSpec& command, const Options& options)
 {
     const std::string name = command.name;
@@ -582,6 +886,8 @@ int runCommand(const CommandSpec& command, const Options& options)
         return runMap(options);
     if (name == "bin")
         return runBin(options);
+    if (name == "convert")
+        return runConvert(options);
     return runDump(options);
 }
 

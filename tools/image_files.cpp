@@ -1,0 +1,180 @@
+#include "image_files.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+struct namedformat_t {
+    const char* name;
+    fileformat_t format;
+};
+
+const namedformat_t FORMAT_NAMES[] = {{"ihex", fileformat_t::INTEL_HEX},
+                                      {"srec", fileformat_t::SRECORD},
+                                      {"elf", fileformat_t::ELF},
+                                      {"bin", fileformat_t::BINARY}};
+
+const namedformat_t EXTENSIONS[] = {{"hex", fileformat_t::INTEL_HEX}, {"ihex", fileformat_t::INTEL_HEX},
+                                    {"ihx", fileformat_t::INTEL_HEX}, {"srec", fileformat_t::SRECORD},
+                                    {"s19", fileformat_t::SRECORD},   {"s28", fileformat_t::SRECORD},
+                                    {"s37", fileformat_t::SRECORD},   {"mot", fileformat_t::SRECORD},
+                                    {"bin", fileformat_t::BINARY}};
+
+std::string lowerExtension(const std::string& path)
+{
+    const std::string::size_type slash = path.find_last_of('/');
+    const std::string name = path.substr(slash == std::string::npos ? 0 : slash + 1);
+    const std::string::size_type dot = name.find_last_of('.');
+    if (dot == std::string::npos || dot == 0)
+        return "";
+    std::string extension = name.substr(dot + 1);
+    for (char& c : extension)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return extension;
+}
+
+bool exists(const std::string& path)
+{
+    struct stat status;
+    return ::stat(path.c_str(), &status) == 0;
+}
+
+} // namespace
+
+bool formatByName(const std::string& name, fileformat_t& format)
+{
+    for (const namedformat_t& f : FORMAT_NAMES)
+        if (name == f.name) {
+            format = f.format;
+            return true;
+        }
+    return false;
+}
+
+const char* formatName(fileformat_t format)
+{
+    for (const namedformat_t& f : FORMAT_NAMES)
+        if (format == f.format)
+            return f.name;
+    return "?";
+}
+
+bool formatByExtension(const std::string& path, fileformat_t& format)
+{
+    const std::string extension = lowerExtension(path);
+    for (const namedformat_t& e : EXTENSIONS)
+        if (extension == e.name) {
+            format = e.format;
+            return true;
+        }
+    return false;
+}
+
+bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t& value)
+{
+    if (text.empty() || !std::isdigit(static_cast<unsigned char>(text[0])))
+        return false;
+    const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const char* digits = text.c_str() + (hex ? 2 : 0);
+    if (!std::isxdigit(static_cast<unsigned char>(*digits)))
+        return false;
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long parsed = std::strtoull(digits, &end, hex ? 16 : 10);
+    if (errno != 0 || *end != '\0' || parsed < low || parsed > high)
+        return false;
+    value = parsed;
+    return true;
+}
+
+bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpec& input, std::string& error)
+{
+    input = InputSpec();
+    input.path = operand;
+    const std::string::size_type at = operand.find_last_of('@');
+    if (at != std::string::npos && at > 0 && !exists(operand)) {
+        uint64_t address = 0;
+        if (!parseNumber(operand.substr(at + 1), 0, 0xFFFFFFFF, address)) {
+            error = "invalid address '" + operand.substr(at + 1) + "' in '" + operand + "' (0 to 0xFFFFFFFF)";
+            return false;
+        }
+        input.path = operand.substr(0, at);
+        input.detect = false;
+        input.format = fileformat_t::BINARY;
+        input.address = static_cast<uint32_t>(address);
+        return true;
+    }
+    if (forced != nullptr) {
+        input.detect = false;
+        input.format = *forced;
+    } else if (lowerExtension(operand) == "bin") {
+        input.detect = false;
+        input.format = fileformat_t::BINARY;
+    }
+    return true;
+}
+
+MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image)
+{
+    MemoryImage::readoptions_t options;
+    options.detect = input.detect;
+    options.format = input.format;
+    options.address = input.address;
+    if (input.path != "-")
+        return image.readFile(input.path.c_str(), options);
+    std::vector<char> bytes;
+    char piece[64 * 1024];
+    for (;;) {
+        const ssize_t got = ::read(STDIN_FILENO, piece, sizeof piece);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0) {
+            MemoryImage::readresult_t failed;
+            failed.reason = std::string("cannot read standard input: ") + std::strerror(errno);
+            return failed;
+        }
+        if (got == 0)
+            break;
+        bytes.insert(bytes.end(), piece, piece + got);
+    }
+    return image.readMemory(bytes.data(), bytes.size(), options);
+}
+
+ranges_t rangesOf(const MemoryImage& image)
+{
+    ranges_t ranges;
+    for (const MemoryImage::segment_t& s : image.segments())
+        ranges.emplace_back(s.address, s.endAddress());
+    return ranges;
+}
+
+bool firstSharedAddress(const ranges_t& a, const MemoryImage& b, uint32_t& address)
+{
+    const std::vector<MemoryImage::segment_t>& y = b.segments();
+    for (size_t i = 0, j = 0; i < a.size() && j < y.size();) {
+        const uint64_t start = std::max<uint64_t>(a[i].first, y[j].address);
+        if (start < std::min(a[i].second, y[j].endAddress())) {
+            address = static_cast<uint32_t>(start);
+            return true;
+        }
+        if (a[i].second < y[j].endAddress())
+            ++i;
+        else
+            ++j;
+    }
+    return false;
+}
+
+void addImage(MemoryImage& into, const MemoryImage& from)
+{
+    for (const MemoryImage::segment_t& s : from.segments())
+        into.write(s.address, s.bytes.data(), s.bytes.size());
+}

@@ -1,0 +1,56 @@
+// How hexblocks names its inputs and outputs: formats by name and by file
+// extension, binary inputs as FILE@ADDRESS, numbers in hex or decimal, and
+// the images of several inputs combined into one.
+#ifndef HEXBLOCKS_IMAGE_FILES_H
+#define HEXBLOCKS_IMAGE_FILES_H
+
+#include "memory_image.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+using fileformat_t = MemoryImage::fileformat_t;
+
+// An input as named on the command line.
+struct InputSpec {
+    std::string path;    // "-" for standard input
+    bool detect = true;  // tell the format from the content
+    fileformat_t format = fileformat_t::INTEL_HEX;
+    uint32_t address = 0; // where binary input goes
+};
+
+// "ihex", "srec", "elf", "bin": the format, false for another name.
+bool formatByName(const std::string& name, fileformat_t& format);
+
+// The name of a format, as formatByName() takes it.
+const char* formatName(fileformat_t format);
+
+// The format an output file's extension stands for (.hex .ihex .ihx, .srec
+// .s19 .s28 .s37 .mot, .bin; any case); false for another extension.
+bool formatByExtension(const std::string& path, fileformat_t& format);
+
+// A number in decimal or, after "0x", hexadecimal, from low to high.
+bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t& value);
+
+// The input an operand names: FILE@ADDRESS is binary input at ADDRESS
+// (unless a file with the whole name exists), FILE.bin binary input at 0,
+// and forced, when it is not null, the format for every input. False with
+// error set when ADDRESS is not an address.
+bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpec& input, std::string& error);
+
+// Reads input into image; standard input is read once, into memory.
+MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image);
+
+// The address ranges [first, second) an image holds data in.
+using ranges_t = std::vector<std::pair<uint64_t, uint64_t>>;
+ranges_t rangesOf(const MemoryImage& image);
+
+// The first address that holds data in both a and b; false when there is none.
+bool firstSharedAddress(const ranges_t& a, const MemoryImage& b, uint32_t& address);
+
+// Adds the data of from to into (they must not share an address).
+void addImage(MemoryImage& into, const MemoryImage& from);
+
+#endif
