@@ -5,6 +5,7 @@
 #include "support/block_view.h"
 #include "support/capture.h"
 #include "support/hex_text.h"
+#include "support/image_view.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -17,46 +18,6 @@
 namespace {
 
 using Segment = MemoryImage::segment_t;
-
-struct SegmentView {
-    uint32_t address;
-    std::vector<uint8_t> bytes;
-    bool operator==(const SegmentView& o) const { return address == o.address && bytes == o.bytes; }
-};
-
-std::ostream& operator<<(std::ostream& os, const SegmentView& s)
-{
-    return os << std::hex << "{0x" << s.address << ", " << std::dec << s.bytes.size() << " bytes}";
-}
-
-std::vector<SegmentView> segmentsOf(const MemoryImage& image)
-{
-    std::vector<SegmentView> views;
-    for (const Segment& s : image.segments())
-        views.push_back(SegmentView{s.address, s.bytes});
-    return views;
-}
-
-// Segments ascend, never touch and are never empty.
-void expectWellFormed(const MemoryImage& image)
-{
-    const std::vector<Segment>& segments = image.segments();
-    for (size_t i = 0; i < segments.size(); ++i) {
-        EXPECT_FALSE(segments[i].bytes.empty()) << i;
-        EXPECT_LE(segments[i].endAddress(), 0x100000000ull) << i;
-        if (i > 0) {
-            EXPECT_LT(segments[i - 1].endAddress(), segments[i].address) << i;
-        }
-    }
-}
-
-MemoryImage imageOf(const std::vector<SegmentView>& parts)
-{
-    MemoryImage image;
-    for (const SegmentView& p : parts)
-        EXPECT_TRUE(image.write(p.address, p.bytes.data(), p.bytes.size()));
-    return image;
-}
 
 } // namespace
 

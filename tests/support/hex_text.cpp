@@ -34,6 +34,24 @@ std::string dataRecord(uint16_t address, const std::vector<uint8_t>& data)
     return hexRecord(0x00, address, data);
 }
 
+std::string srecordLine(unsigned type, unsigned addressSize, uint32_t address, const std::vector<uint8_t>& data)
+{
+    std::string text = "S" + std::to_string(type);
+    const unsigned count = addressSize + static_cast<unsigned>(data.size()) + 1;
+    unsigned sum = count;
+    appendByte(text, count);
+    for (unsigned i = addressSize; i-- > 0;) {
+        appendByte(text, (address >> (8 * i)) & 0xFF);
+        sum += (address >> (8 * i)) & 0xFF;
+    }
+    for (uint8_t byte : data) {
+        appendByte(text, byte);
+        sum += byte;
+    }
+    appendByte(text, ~sum & 0xFF);
+    return text;
+}
+
 std::string linearBaseRecord(uint16_t linearBase)
 {
     return hexRecord(0x04, 0, {static_cast<uint8_t>(linearBase >> 8), static_cast<uint8_t>(linearBase)});

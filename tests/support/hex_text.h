@@ -1,4 +1,4 @@
-// Builds Intel HEX text for the tests.
+// Builds Intel HEX and S-record text for the tests.
 #ifndef INTELHEX_TESTS_HEX_TEXT_H
 #define INTELHEX_TESTS_HEX_TEXT_H
 
@@ -14,6 +14,10 @@ std::string dataRecord(uint16_t address, const std::vector<uint8_t>& data);
 
 // An extended linear address record (type 04) for the given upper 16 bits.
 std::string linearBaseRecord(uint16_t linearBase);
+
+// One S-record line without line ending: type, an address of addressSize
+// bytes, data and a correct checksum.
+std::string srecordLine(unsigned type, unsigned addressSize, uint32_t address, const std::vector<uint8_t>& data);
 
 // n bytes counting up from first.
 std::vector<uint8_t> countingBytes(size_t n, uint8_t first = 0);

@@ -48,6 +48,9 @@ std::vector<uint8_t> readFileBytes(const std::string& path);
 
 bool fileExists(const std::string& path);
 
+// The names in directory path, sorted, without "." and "..".
+std::vector<std::string> listFiles(const std::string& path);
+
 // A new temporary file, already unlinked, open for reading and writing.
 int openAnonymousFile();
 

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -42,21 +41,6 @@ ProcessResult runTool(const std::vector<std::string>& args, const std::string& c
 ProcessResult hexblocks(const std::vector<std::string>& args, const std::string& cwd = "")
 {
     return runTool(args, cwd, 0);
-}
-
-std::vector<std::string> listDir(const std::string& path)
-{
-    std::vector<std::string> names;
-    if (DIR* dir = opendir(path.c_str())) {
-        while (dirent* entry = readdir(dir)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..")
-                names.push_back(name);
-        }
-        closedir(dir);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 bool startsWith(const std::string& text, const std::string& prefix)
@@ -220,7 +204,7 @@ TEST_F(Hexblocks, BinWritesOneFilePerBlock)
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(r.out, dir.path() + "/app_0x08000000.bin  20 bytes\n" + dir.path() +
                          "/app_0x08000100.bin  2 bytes\n" + dir.path() + "/app_0x08010010.bin  4 bytes\n");
-    EXPECT_EQ(listDir(dir.path()), std::vector<std::string>({"app.hex", "app_0x08000000.bin",
+    EXPECT_EQ(listFiles(dir.path()), std::vector<std::string>({"app.hex", "app_0x08000000.bin",
                                                              "app_0x08000100.bin", "app_0x08010010.bin"}));
     EXPECT_EQ(readFileBytes(dir.file("app_0x08000000.bin")), countingBytes(20, 0x41));
     EXPECT_EQ(readFileBytes(dir.file("app_0x08000100.bin")), std::vector<uint8_t>({0xDE, 0xAD}));
@@ -277,7 +261,7 @@ TEST_F(Hexblocks, BinIntoAMissingDirectoryFailsAndLeavesNothing)
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "hexblocks: cannot create '" + out + "/app_0x08000000.bin': No such file or directory\n");
-    EXPECT_EQ(listDir(dir.path()), std::vector<std::string>({"app.hex"}));
+    EXPECT_EQ(listFiles(dir.path()), std::vector<std::string>({"app.hex"}));
 }
 
 TEST_F(Hexblocks, BinIntoAnUnwritableDirectoryFails)
@@ -309,7 +293,7 @@ TEST_F(Hexblocks, FailedWriteLeavesNoPartialFile)
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "hexblocks: cannot write '" + out + "/big_0x00000000.bin': File too large\n");
-    EXPECT_TRUE(listDir(out).empty());
+    EXPECT_TRUE(listFiles(out).empty());
 }
 
 TEST_F(Hexblocks, DumpInTheStyleOfXxd)
@@ -356,7 +340,7 @@ TEST_F(Hexblocks, BadChecksumInEveryCommand)
                              path + ":2: checksum error\n")
             << command;
     }
-    EXPECT_EQ(listDir(dir.path()), std::vector<std::string>({"bad.hex"}));
+    EXPECT_EQ(listFiles(dir.path()), std::vector<std::string>({"bad.hex"}));
 }
 
 TEST_F(Hexblocks, UnsupportedTypeInEveryCommand)
@@ -442,7 +426,7 @@ TEST_F(Hexblocks, MissingFileInEveryCommand)
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err, "#ERROR: failed to open \"" + path + "\"\n" + path + ": cannot open the file\n");
     }
-    EXPECT_TRUE(listDir(dir.path()).empty());
+    EXPECT_TRUE(listFiles(dir.path()).empty());
 }
 
 TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnostics)
@@ -495,7 +479,7 @@ TEST_F(Hexblocks, OneBlockBinEqualsObjcopy)
         ASSERT_EQ(runProcess("/bin/mkdir", {outDir}).exitCode, 0);
         const ProcessResult r = hexblocks({"bin", "--one-block", path, "-o", outDir});
         ASSERT_EQ(r.exitCode, 0) << r.err;
-        const std::vector<std::string> written = listDir(outDir);
+        const std::vector<std::string> written = listFiles(outDir);
         ASSERT_EQ(written.size(), 1u);
         const std::vector<uint8_t> ours = readFileBytes(outDir + "/" + written[0]);
         EXPECT_FALSE(ours.empty());
@@ -605,7 +589,7 @@ TEST_F(Hexblocks, OneBlockFullFormatEqualsObjcopyAcrossLinearBases)
         ASSERT_EQ(runProcess("/bin/mkdir", {out}).exitCode, 0);
         const ProcessResult r = hexblocks({"bin", "--full-format", "--one-block", hex, "-o", out});
         ASSERT_EQ(r.exitCode, 0) << r.err;
-        const std::vector<std::string> files = listDir(out);
+        const std::vector<std::string> files = listFiles(out);
         ASSERT_EQ(files.size(), 1u);
         EXPECT_EQ(readFileBytes(out + "/" + files[0]), data) << c.name;
 
