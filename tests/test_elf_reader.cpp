@@ -3,6 +3,7 @@
 // made by the installed compilers checked against objcopy -O binary.
 #include "memory_image.h"
 #include "support/capture.h"
+#include "support/elf_builder.h"
 #include "support/image_view.h"
 #include "support/run_process.h"
 #include "support/temp_dir.h"
@@ -15,122 +16,6 @@
 namespace {
 
 using fileformat_t = MemoryImage::fileformat_t;
-
-struct ElfSegment {
-    uint32_t type; // PT_LOAD = 1
-    uint64_t physical;
-    uint64_t virtualAddress;
-    std::vector<uint8_t> bytes;
-};
-
-// Builds an ELF file: the header, the program headers right after it, each
-// segment's bytes in turn, then the names of the sections and the section
-// header table: a null section, one section for each segment (objcopy works
-// on sections) and the table of names.
-class ElfBuilder {
-public:
-    ElfBuilder(bool is64, bool bigEndian) : is64_(is64), big_(bigEndian) {}
-
-    // Where the segments' bytes end: the sections come after them.
-    size_t dataEnd(const std::vector<ElfSegment>& segments) const
-    {
-        size_t end = headerSize() + entrySize() * segments.size();
-        for (const ElfSegment& s : segments)
-            end += s.bytes.size();
-        return end;
-    }
-
-    std::string build(uint64_t entry, const std::vector<ElfSegment>& segments) const
-    {
-        std::string names(1, '\0');
-        for (size_t i = 0; i < segments.size(); ++i)
-            names += ".s" + std::to_string(i) + '\0';
-        const size_t namesAt = names.size();
-        names += std::string(".shstrtab") + '\0';
-        const uint64_t namesOffset = dataEnd(segments);
-        const uint64_t sectionTable = namesOffset + names.size();
-
-        std::string file = std::string("\x7F" "ELF", 4);
-        file += static_cast<char>(is64_ ? 2 : 1);
-        file += static_cast<char>(big_ ? 2 : 1);
-        file += '\x01';
-        file.resize(16, '\0');
-        put(file, 2, 2);                      // e_type: executable
-        put(file, 0, 2);                      // e_machine: none
-        put(file, 1, 4);                      // e_version
-        put(file, entry, word());             // e_entry
-        put(file, headerSize(), word());      // e_phoff
-        put(file, sectionTable, word());      // e_shoff
-        put(file, 0, 4);                      // e_flags
-        put(file, headerSize(), 2);           // e_ehsize
-        put(file, entrySize(), 2);            // e_phentsize
-        put(file, segments.size(), 2);        // e_phnum
-        put(file, is64_ ? 64 : 40, 2);        // e_shentsize
-        put(file, segments.size() + 2, 2);    // e_shnum
-        put(file, segments.size() + 1, 2);    // e_shstrndx
-        uint64_t offset = headerSize() + entrySize() * segments.size();
-        for (const ElfSegment& s : segments) {
-            put(file, s.type, 4);
-            if (is64_)
-                put(file, 4, 4); // p_flags
-            put(file, offset, word());
-            put(file, s.virtualAddress, word());
-            put(file, s.physical, word());
-            put(file, s.bytes.size(), word()); // p_filesz
-            put(file, s.bytes.size(), word()); // p_memsz
-            if (!is64_)
-                put(file, 4, 4); // p_flags
-            put(file, 1, word()); // p_align
-            offset += s.bytes.size();
-        }
-        for (const ElfSegment& s : segments)
-            file.append(s.bytes.begin(), s.bytes.end());
-        file += names;
-        file.append(is64_ ? 64 : 40, '\0'); // the null section
-        offset = headerSize() + entrySize() * segments.size();
-        size_t nameAt = 1;
-        for (size_t i = 0; i < segments.size(); ++i) {
-            const ElfSegment& s = segments[i];
-            const bool loaded = s.type == 1;
-            putSection(file, nameAt, loaded ? 1 : 0, loaded ? 2 : 0, s.virtualAddress, offset, s.bytes.size());
-            nameAt += 3 + std::to_string(i).size();
-            offset += s.bytes.size();
-        }
-        putSection(file, namesAt, 3, 0, 0, namesOffset, names.size()); // SHT_STRTAB
-        return file;
-    }
-
-private:
-    size_t word() const { return is64_ ? 8 : 4; }
-    size_t headerSize() const { return is64_ ? 64 : 52; }
-    size_t entrySize() const { return is64_ ? 56 : 32; }
-
-    void putSection(std::string& file, uint64_t name, uint32_t type, uint64_t flags, uint64_t address,
-                    uint64_t offset, uint64_t size) const
-    {
-        put(file, name, 4);
-        put(file, type, 4);
-        put(file, flags, word());
-        put(file, address, word());
-        put(file, offset, word());
-        put(file, size, word());
-        put(file, 0, 4);      // sh_link
-        put(file, 0, 4);      // sh_info
-        put(file, 1, word()); // sh_addralign
-        put(file, 0, word()); // sh_entsize
-    }
-
-    void put(std::string& file, uint64_t value, size_t size) const
-    {
-        for (size_t i = 0; i < size; ++i) {
-            const size_t shift = 8 * (big_ ? size - 1 - i : i);
-            file += static_cast<char>(value >> shift & 0xFF);
-        }
-    }
-
-    bool is64_;
-    bool big_;
-};
 
 MemoryImage::readresult_t readElf(MemoryImage& image, const std::string& file)
 {
@@ -254,6 +139,12 @@ TEST(ElfReader, AddressesBeyond32BitsInA64BitFile)
               "segment 0 at 0x100000000 (1 bytes) lies outside the 32-bit address space");
     EXPECT_EQ(failureOf(builder.build(0x100000000ull, {{1, 0x1000, 0x1000, {1}}})),
               "the entry point 0x100000000 lies outside the 32-bit address space");
+}
+
+TEST(ElfReader, AnObjectFileWithoutProgramHeadersIsAnError)
+{
+    EXPECT_EQ(failureOf(ElfBuilder(false, false).build(0, {})),
+              "no program headers: a relocatable object file, not a linked program");
 }
 
 TEST(ElfReader, NotElfAndBadIdentification)

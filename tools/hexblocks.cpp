@@ -231,6 +231,12 @@ int checkConvertLine(const CommandSpec& command, const std::vector<std::string>&
         return usageError("missing -o OUTPUT", command.usage);
     if (std::count(operands.begin(), operands.end(), "-") > 1)
         return usageError("standard input ('-') can be read only once", command.usage);
+    for (const std::string& operand : operands) {
+        InputSpec input;
+        std::string error;
+        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, input, error))
+            return usageError(error, command.usage);
+    }
     if (!options.hasOutputFormat) {
         if (options.output == "-")
             return usageError("--output-format is needed to write to standard output", command.usage);

@@ -164,8 +164,10 @@ void chooseLoadAddresses(std::vector<loadsegment_t>& segments)
 
 MemoryImage::readresult_t readElf(ByteSource& source, MemoryImage& image)
 {
-    unsigned char ident[EI_NIDENT];
+    unsigned char ident[EI_NIDENT] = {};
     const bool haveIdent = source.readAt(0, ident, sizeof ident);
+    if (!haveIdent && source.size() >= SELFMAG)
+        source.readAt(0, ident, SELFMAG);
     if (source.size() < SELFMAG || std::memcmp(ident, ELFMAG, SELFMAG) != 0)
         return failure("not an ELF file: it does not start with the ELF magic bytes");
     if (!haveIdent)
@@ -189,6 +191,8 @@ MemoryImage::readresult_t readElf(ByteSource& source, MemoryImage& image)
     }
     if (!ok)
         return failure(reason);
+    if (header.phnum == 0)
+        return failure("no program headers: a relocatable object file, not a linked program");
     if (header.entry >= ADDRESS_SPACE)
         return failure("the entry point " + hex32(header.entry) + " lies outside the 32-bit address space");
 

@@ -18,4 +18,9 @@ struct ProcessResult {
 ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
                          const std::string& cwd = "", unsigned long fileSizeLimit = 0);
 
+// As runProcess, with input on the child's standard input through a pipe,
+// which cannot be rewound.
+ProcessResult runProcessWithInput(const std::string& program, const std::vector<std::string>& args,
+                                  const std::string& input, const std::string& cwd = "");
+
 #endif

@@ -3,6 +3,7 @@
 #include "support/diagnostics.h"
 #include "support/hex_text.h"
 #include "support/run_process.h"
+#include "support/run_tool.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -14,34 +15,6 @@
 #include <vector>
 
 namespace {
-
-const std::string TOOL = HEXBLOCKS_PATH;
-
-// Runs the tool, through the emulator named in HEXBLOCKS_LAUNCHER ('|'
-// between its words) when the tests run on another architecture.
-ProcessResult runTool(const std::vector<std::string>& args, const std::string& cwd, unsigned long fileSizeLimit)
-{
-    std::vector<std::string> command;
-    const std::string launcher = HEXBLOCKS_LAUNCHER;
-    for (std::string::size_type start = 0; start < launcher.size();) {
-        const std::string::size_type bar = launcher.find('|', start);
-        const std::string::size_type end = bar == std::string::npos ? launcher.size() : bar;
-        command.push_back(launcher.substr(start, end - start));
-        start = end + 1;
-    }
-    if (command.empty())
-        return runProcess(TOOL, args, cwd, fileSizeLimit);
-    command.push_back(TOOL);
-    command.insert(command.end(), args.begin(), args.end());
-    const std::string program = command.front();
-    command.erase(command.begin());
-    return runProcess(program, command, cwd, fileSizeLimit);
-}
-
-ProcessResult hexblocks(const std::vector<std::string>& args, const std::string& cwd = "")
-{
-    return runTool(args, cwd, 0);
-}
 
 bool startsWith(const std::string& text, const std::string& prefix)
 {
@@ -289,7 +262,7 @@ TEST_F(Hexblocks, FailedWriteLeavesNoPartialFile)
     const std::string out = dir.file("out");
     ASSERT_EQ(runProcess("/bin/mkdir", {out}).exitCode, 0);
     // Files may grow to 1000 bytes only: the 4096-byte block fails part way.
-    const ProcessResult r = runTool({"bin", path, "-o", out}, "", 1000);
+    const ProcessResult r = hexblocksLimited({"bin", path, "-o", out}, "", 1000);
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "hexblocks: cannot write '" + out + "/big_0x00000000.bin': File too large\n");

@@ -1,0 +1,45 @@
+#include "support/run_tool.h"
+
+namespace {
+
+// The program to run and its arguments: the tool itself, or the launcher
+// with the tool as its first argument.
+std::vector<std::string> commandFor(const std::vector<std::string>& args)
+{
+    std::vector<std::string> command;
+    const std::string launcher = HEXBLOCKS_LAUNCHER;
+    for (std::string::size_type start = 0; start < launcher.size();) {
+        const std::string::size_type bar = launcher.find('|', start);
+        const std::string::size_type end = bar == std::string::npos ? launcher.size() : bar;
+        command.push_back(launcher.substr(start, end - start));
+        start = end + 1;
+    }
+    command.push_back(HEXBLOCKS_PATH);
+    command.insert(command.end(), args.begin(), args.end());
+    return command;
+}
+
+} // namespace
+
+ProcessResult hexblocksLimited(const std::vector<std::string>& args, const std::string& cwd,
+                               unsigned long fileSizeLimit)
+{
+    std::vector<std::string> command = commandFor(args);
+    const std::string program = command.front();
+    command.erase(command.begin());
+    return runProcess(program, command, cwd, fileSizeLimit);
+}
+
+ProcessResult hexblocks(const std::vector<std::string>& args, const std::string& cwd)
+{
+    return hexblocksLimited(args, cwd, 0);
+}
+
+ProcessResult hexblocksWithInput(const std::vector<std::string>& args, const std::string& input,
+                                 const std::string& cwd)
+{
+    std::vector<std::string> command = commandFor(args);
+    const std::string program = command.front();
+    command.erase(command.begin());
+    return runProcessWithInput(program, command, input, cwd);
+}
