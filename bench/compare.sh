@@ -11,6 +11,12 @@
 #    each time is divided by --strict's on the ascending file in the same
 #    round (the median of those ratios is shown).
 #
+# 3. Writing: the 32 MiB binary image as Intel HEX (hexblocks convert against
+#    objcopy -I binary -O ihex), and the 32 MiB HEX file as S-records
+#    (hexblocks convert against srec_cat); every output is read back by
+#    objcopy and compared with the image, and each peer's time is divided by
+#    ours in the same round (the median of those ratios is shown).
+#
 # Usage: bench/compare.sh [ROUNDS]      (default 5 rounds after one warm-up)
 # Environment: BENCH_DIR (default build/bench) holds the inputs; BENCH_OUT
 # the outputs, by default a directory in /dev/shm (memory), so that the
@@ -18,7 +24,8 @@
 # file per block, and creating hundreds of files on a busy disk costs more
 # than converting them. BASELINE may name an earlier hexblocks (0.1.x, whose
 # default reader was the strict one and -F the whole format) to measure in
-# the second comparison beside this one.
+# the second comparison beside this one. BENCH_ONLY=1, 2 or 3 runs one
+# comparison.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -88,6 +95,8 @@ median() {
     sort -g | awk '{a[NR] = $1} END {print (NR % 2) ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2}'
 }
 
+only=${BENCH_ONLY:-}
+if [ -z "$only" ] || [ "$only" = 1 ]; then
 results=$work/results.txt
 : >"$results"
 echo "warm-up..." >&2
@@ -126,6 +135,7 @@ done
 echo
 echo "MB/s counts bytes of HEX text; peak RSS is the largest of the rounds, and its multiple is of the binary image."
 echo "Outputs written to $BENCH_OUT."
+fi
 
 # Reads one file with one reader ("info"), checks that it found the whole
 # image as one span of 32 MiB, and prints "seconds rss_kib".
@@ -142,6 +152,7 @@ read_image() {
     echo "$seconds $rss"
 }
 
+if [ -z "$only" ] || [ "$only" = 2 ]; then
 orders_results=$work/orders.txt
 : >"$orders_results"
 echo "warm-up (readers and orders)..." >&2
@@ -191,3 +202,58 @@ echo
 echo "\"/ strict\" is the median, over the rounds, of each time divided by the time of the same program's --strict"
 echo "reader on the ascending file in the same round; \"best / best\" divides the fastest times. Shuffled: the records of"
 echo "each 64 KiB linear base in a random order, and the bases in a random order."
+fi
+
+# Runs one writing task with one tool, checks its output with objcopy, and
+# prints "seconds rss_kib".
+write_task() {
+    local task=$1 tool=$2 out=$BENCH_OUT/write-$2
+    local image=$work/32MiB-16B.bin result format
+    case $task/$tool in
+    hex/hexblocks) format=ihex; result=$("$benchtool" run -- "$hexblocks" convert "$image" -O ihex -o "$out") ;;
+    hex/objcopy) format=ihex; result=$("$benchtool" run -- objcopy -I binary -O ihex "$image" "$out") ;;
+    srec/hexblocks) format=srec; result=$("$benchtool" run -- "$hexblocks" convert "$work/32MiB-16B.hex" -O srec -o "$out") ;;
+    srec/srec_cat) format=srec; result=$("$benchtool" run -- srec_cat "$work/32MiB-16B.hex" -intel -o "$out" -motorola) ;;
+    esac
+    read -r seconds rss code _ <<<"$result"
+    [ "$code" = 0 ] || { echo "$tool failed writing $task (exit $code)" >&2; exit 1; }
+    objcopy -I "$format" -O binary "$out" "$out.bin"
+    cmp -s "$out.bin" "$image" || { echo "$tool: $task output does not hold the image" >&2; exit 1; }
+    rm -f "$out" "$out.bin"
+    echo "$seconds $rss"
+}
+
+if [ -z "$only" ] || [ "$only" = 3 ]; then
+    writes=("hex hexblocks" "hex objcopy" "srec hexblocks" "srec srec_cat")
+    write_results=$work/writes.txt
+    : >"$write_results"
+    echo "warm-up (writing)..." >&2
+    for w in "${writes[@]}"; do write_task $w >/dev/null; done
+    for ((round = 1; round <= rounds; round++)); do
+        echo "round $round of $rounds (writing)..." >&2
+        for w in "${writes[@]}"; do echo "$round $w $(write_task $w)" >>"$write_results"; done
+    done
+    echo
+    echo "Writing: the 32 MiB image as Intel HEX from binary, and as S-records from the 16-byte-record HEX file"
+    echo
+    printf '| %-22s | %-9s | %10s | %9s | %13s | %11s |\n' task tool "median (s)" "best (s)" "peak RSS" "time / ours"
+    printf '|%s|%s|%s|%s|%s|%s|\n' ------------------------ ----------- ------------ ----------- --------------- -------------
+    data_bytes=$(stat -c %s "$work/32MiB-16B.bin")
+    for w in "${writes[@]}"; do
+        read -r task tool <<<"$w"
+        label="binary -> Intel HEX"
+        [ "$task" = srec ] && label="Intel HEX -> S-records"
+        # columns of writes.txt: round task tool seconds rss_kib
+        times=$(awk -v k="$task" -v t="$tool" '$2 == k && $3 == t {print $4}' "$write_results")
+        ratios=$(awk -v k="$task" -v t="$tool" '
+            $2 == k && $3 == "hexblocks" { ours[$1] = $4 }
+            $2 == k && $3 == t { theirs[$1] = $4 }
+            END { for (i in theirs) print theirs[i] / ours[i] }' "$write_results")
+        rss=$(awk -v k="$task" -v t="$tool" '$2 == k && $3 == t {print $5}' "$write_results" | sort -g | tail -1)
+        awk -v l="$label" -v t="$tool" -v m="$(median <<<"$times")" -v b="$(sort -g <<<"$times" | head -1)" \
+            -v q="$(median <<<"$ratios")" -v r="$rss" -v db="$data_bytes" \
+            'BEGIN { printf "| %-22s | %-9s | %10.3f | %9.3f | %6.0f MiB %4.2fx | %11.2f |\n", l, t, m, b, r / 1024, r * 1024 / db, q }'
+    done
+    echo
+    echo "\"time / ours\" is the median, over the rounds, of the tool's time divided by hexblocks' time in the same round."
+fi

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 #include <cstring>
 #include <string>
 #include <vector>
@@ -105,6 +108,71 @@ inline char* putByte(char* p, uint8_t byte)
     return p + 2;
 }
 
+// Four bytes as eight upper-case hex digits, computed in one 64-bit word:
+// each byte's nibbles are spread to a byte each, then turned into digits
+// ('0' plus the nibble, plus 7 more from 10 up) without a carry between
+// them. About half the work of two table look-ups per byte.
+inline char* putFourBytes(char* p, const uint8_t* bytes)
+{
+    const uint64_t w = static_cast<uint64_t>(bytes[0]) | static_cast<uint64_t>(bytes[1]) << 16 |
+                       static_cast<uint64_t>(bytes[2]) << 32 | static_cast<uint64_t>(bytes[3]) << 48;
+    const uint64_t NIBBLES = 0x000F000F000F000Full;
+    // In memory order: the high nibble of each byte, then the low one.
+    const uint64_t n = (w >> 4 & NIBBLES) | (w & NIBBLES) << 8;
+    const uint64_t letters = (n + 0x0606060606060606ull) >> 4 & 0x0101010101010101ull;
+    uint64_t digits = n + 0x3030303030303030ull + letters * 7;
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    digits = __builtin_bswap64(digits);
+#endif
+    std::memcpy(p, &digits, 8);
+    return p + 8;
+}
+
+#ifdef __SSE2__
+// Sixteen bytes as 32 hex digits with SSE2 (always there on x86-64); adds
+// the bytes to sum.
+inline char* putSixteenBytes(char* p, const uint8_t* bytes, unsigned& sum)
+{
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+    const __m128i low4 = _mm_set1_epi8(0x0F);
+    const __m128i high = _mm_and_si128(_mm_srli_epi16(x, 4), low4);
+    const __m128i low = _mm_and_si128(x, low4);
+    const __m128i nine = _mm_set1_epi8(9);
+    const __m128i zero = _mm_set1_epi8('0');
+    const __m128i seven = _mm_set1_epi8(7);
+    // The high nibble of each byte, then the low one.
+    __m128i first = _mm_unpacklo_epi8(high, low);
+    __m128i second = _mm_unpackhi_epi8(high, low);
+    first = _mm_add_epi8(_mm_add_epi8(first, zero), _mm_and_si128(_mm_cmpgt_epi8(first, nine), seven));
+    second = _mm_add_epi8(_mm_add_epi8(second, zero), _mm_and_si128(_mm_cmpgt_epi8(second, nine), seven));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), first);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 16), second);
+    const __m128i sums = _mm_sad_epu8(x, _mm_setzero_si128());
+    sum += static_cast<unsigned>(_mm_cvtsi128_si32(sums) + _mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+    return p + 32;
+}
+#endif
+
+// length bytes as hex digits; returns the end of the digits and adds the
+// bytes to sum.
+inline char* putBytes(char* p, const uint8_t* data, size_t length, unsigned& sum)
+{
+    size_t i = 0;
+#ifdef __SSE2__
+    for (; i + 16 <= length; i += 16)
+        p = putSixteenBytes(p, data + i, sum);
+#endif
+    for (; i + 4 <= length; i += 4) {
+        p = putFourBytes(p, data + i);
+        sum += data[i] + data[i + 1] + data[i + 2] + data[i + 3];
+    }
+    for (; i < length; ++i) {
+        sum += data[i];
+        p = putByte(p, data[i]);
+    }
+    return p;
+}
+
 inline char* putLineEnd(char* p, bool crlf)
 {
     if (crlf)
@@ -123,10 +191,7 @@ char* putHexRecord(char* p, uint8_t type, uint16_t offset, const uint8_t* data, 
     p = putByte(p, static_cast<uint8_t>(offset >> 8));
     p = putByte(p, static_cast<uint8_t>(offset));
     p = putByte(p, type);
-    for (size_t i = 0; i < length; ++i) {
-        sum += data[i];
-        p = putByte(p, data[i]);
-    }
+    p = putBytes(p, data, length, sum);
     p = putByte(p, static_cast<uint8_t>(-sum));
     return putLineEnd(p, crlf);
 }
@@ -205,10 +270,7 @@ char* putSrecord(char* p, unsigned type, unsigned addressSize, uint32_t address,
         sum += byte;
         p = putByte(p, byte);
     }
-    for (size_t i = 0; i < length; ++i) {
-        sum += data[i];
-        p = putByte(p, data[i]);
-    }
+    p = putBytes(p, data, length, sum);
     p = putByte(p, static_cast<uint8_t>(~sum));
     return putLineEnd(p, crlf);
 }
