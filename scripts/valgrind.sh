@@ -11,7 +11,7 @@ for test in build/"$preset"/tests/intelhex_tests build/"$preset"/tests/hexblocks
     echo "== valgrind $test"
     valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-kinds=definite,indirect \
         --errors-for-leak-kinds=definite,indirect --trace-children=yes \
-        --trace-children-skip='*/objcopy,*/srec_cat,*/mkdir' \
+        --trace-children-skip='*/objcopy,*/srec_cat,*/mkdir,*/python3*,*-objcopy,*/g++*,*/c++*,*/clang++*,*-g++*,*/cc1plus,*/as,*/ld,*/ld.*,*/collect2' \
         "$test" --gtest_brief=1 || status=1
 done
 exit $status
