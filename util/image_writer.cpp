@@ -1,12 +1,16 @@
 #include "image_writer.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <cstdio>
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
 #include <cstring>
+#include <mutex>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 namespace intelhex_internal {
@@ -46,10 +50,20 @@ std::string hex32(uint64_t value)
     return text;
 }
 
-// Formats into a buffer of its own and hands it to the sink when full.
+// Formats into a buffer of its own and hands it to the sink when full. Full
+// buffers go to a thread of its own, which puts them into the sink while the
+// next one is formatted: writing a large file costs the system about as much
+// as formatting it, and the two then overlap. An output that fits in one
+// buffer never starts the thread; where a thread cannot be started, buffers
+// are put from the caller's thread.
 class OutputBuffer {
 public:
     explicit OutputBuffer(ByteSink& sink) : sink_(sink), buffer_(CAPACITY) {}
+
+    OutputBuffer(const OutputBuffer&) = delete;
+    OutputBuffer& operator=(const OutputBuffer&) = delete;
+
+    ~OutputBuffer() { stopWriter(); }
 
     // Room for at least size bytes at the returned position.
     char* reserve(size_t size)
@@ -80,25 +94,93 @@ public:
         }
     }
 
-    void flush()
-    {
-        if (used_ > 0 && ok_)
-            ok_ = sink_.put(buffer_.data(), used_);
-        used_ = 0;
-    }
-
     result_t finish()
     {
-        flush();
+        if (writer_.joinable()) {
+            flush();
+            stopWriter();
+        } else if (used_ > 0 && ok_) {
+            ok_ = sink_.put(buffer_.data(), used_);
+        }
+        used_ = 0;
         return ok_ ? result_t() : failed(sink_.failure());
     }
 
 private:
-    static const size_t CAPACITY = 256 * 1024;
+    static const size_t CAPACITY = 1024 * 1024;
+
+    // Hands the buffer to the writer thread, once it has put the previous one.
+    void flush()
+    {
+        if (used_ == 0)
+            return;
+        if (!writer_.joinable() && !startWriter()) {
+            if (ok_)
+                ok_ = sink_.put(buffer_.data(), used_);
+            used_ = 0;
+            return;
+        }
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait(lock, [this] { return pendingSize_ == 0; });
+        buffer_.swap(spare_);
+        pendingSize_ = used_;
+        used_ = 0;
+        changed_.notify_all();
+    }
+
+    bool startWriter()
+    {
+        spare_.resize(buffer_.size());
+        try {
+            writer_ = std::thread([this] { writeBuffers(); });
+        } catch (const std::system_error&) {
+            return false;
+        }
+        return true;
+    }
+
+    // The writer thread: puts each buffer handed to it (spare_) into the sink.
+    void writeBuffers()
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        for (;;) {
+            changed_.wait(lock, [this] { return pendingSize_ > 0 || stopping_; });
+            if (pendingSize_ == 0)
+                return;
+            const size_t size = pendingSize_;
+            const bool ok = ok_;
+            lock.unlock();
+            const bool put = ok && sink_.put(spare_.data(), size);
+            lock.lock();
+            ok_ = ok_ && put;
+            pendingSize_ = 0;
+            changed_.notify_all();
+        }
+    }
+
+    void stopWriter()
+    {
+        if (!writer_.joinable())
+            return;
+        {
+            std::unique_lock<std::mutex> lock(mutex_);
+            changed_.wait(lock, [this] { return pendingSize_ == 0; });
+            stopping_ = true;
+            changed_.notify_all();
+        }
+        writer_.join();
+    }
+
     ByteSink& sink_;
-    std::vector<char> buffer_;
+    std::vector<char> buffer_; // being formatted
+    std::vector<char> spare_;  // being written by the writer thread
     size_t used_ = 0;
-    bool ok_ = true;
+    std::thread writer_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    size_t pendingSize_ = 0; // bytes of spare_ to write; 0 when the writer is idle
+    bool stopping_ = false;
+    bool ok_ = true; // no put has failed
 };
 
 inline char* putByte(char* p, uint8_t byte)
