@@ -1,5 +1,6 @@
 #include "elf_reader.h"
 
+#include "exact_reader.h"
 #include "record_assembler.h"
 
 #include <algorithm>
@@ -46,13 +47,6 @@ bool DescriptorBytes::readAt(uint64_t offset, void* out, size_t length)
 namespace {
 
 const uint64_t ADDRESS_SPACE = 0x100000000ull;
-
-std::string hex32(uint64_t value)
-{
-    char text[24];
-    std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(value));
-    return text;
-}
 
 // The header fields and program header fields the reader uses, in the
 // host's byte order, whatever the file's class and byte order.
@@ -194,7 +188,7 @@ MemoryImage::readresult_t readElf(ByteSource& source, MemoryImage& image)
     if (header.phnum == 0)
         return failure("no program headers: a relocatable object file, not a linked program");
     if (header.entry >= ADDRESS_SPACE)
-        return failure("the entry point " + hex32(header.entry) + " lies outside the 32-bit address space");
+        return failure("the entry point " + hexAddress(header.entry) + " lies outside the 32-bit address space");
 
     segments.erase(std::remove_if(segments.begin(), segments.end(), [](const loadsegment_t& s) { return s.fileSize == 0; }),
                    segments.end());
@@ -205,7 +199,7 @@ MemoryImage::readresult_t readElf(ByteSource& source, MemoryImage& image)
                            std::to_string(s.offset) + " to " + std::to_string(s.offset + s.fileSize) +
                            ", the file has " + std::to_string(source.size()));
         if (s.physical >= ADDRESS_SPACE || s.fileSize > ADDRESS_SPACE - s.physical)
-            return failure("segment " + std::to_string(s.index) + " at " + hex32(s.physical) + " (" +
+            return failure("segment " + std::to_string(s.index) + " at " + hexAddress(s.physical) + " (" +
                            std::to_string(s.fileSize) + " bytes) lies outside the 32-bit address space");
     }
     std::sort(segments.begin(), segments.end(),
@@ -213,7 +207,7 @@ MemoryImage::readresult_t readElf(ByteSource& source, MemoryImage& image)
     for (size_t i = 1; i < segments.size(); ++i)
         if (segments[i].physical < segments[i - 1].physical + segments[i - 1].fileSize)
             return failure("segments " + std::to_string(segments[i - 1].index) + " and " +
-                           std::to_string(segments[i].index) + " overlap at " + hex32(segments[i].physical));
+                           std::to_string(segments[i].index) + " overlap at " + hexAddress(segments[i].physical));
 
     // Segments that meet are joined; each is read straight into its place.
     std::vector<MemoryImage::segment_t> joined;
@@ -225,11 +219,11 @@ MemoryImage::readresult_t readElf(ByteSource& source, MemoryImage& image)
         MemoryImage::segment_t segment{static_cast<uint32_t>(segments[i].physical), {}};
         const uint64_t size = end - segments[i].physical;
         if (size > std::numeric_limits<size_t>::max())
-            return failure("out of memory for " + std::to_string(size) + " bytes at " + hex32(segments[i].physical));
+            return failure("out of memory for " + std::to_string(size) + " bytes at " + hexAddress(segments[i].physical));
         try {
             segment.bytes.resize(static_cast<size_t>(size));
         } catch (const std::bad_alloc&) {
-            return failure("out of memory for " + std::to_string(size) + " bytes at " + hex32(segments[i].physical));
+            return failure("out of memory for " + std::to_string(size) + " bytes at " + hexAddress(segments[i].physical));
         }
         for (size_t k = i; k < j; ++k)
             if (!source.readAt(segments[k].offset, segment.bytes.data() + (segments[k].physical - segments[i].physical),

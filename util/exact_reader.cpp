@@ -5,6 +5,7 @@
 #include "utility.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
@@ -79,6 +80,13 @@ std::string hexByte(unsigned value)
 {
     static const char DIGITS[] = "0123456789ABCDEF";
     return std::string{DIGITS[value >> 4 & 0xF], DIGITS[value & 0xF]};
+}
+
+std::string hexAddress(uint64_t value)
+{
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(value));
+    return text;
 }
 
 void printOpenFailure(const char* fName)

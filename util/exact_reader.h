@@ -22,6 +22,10 @@ void copyClipped(const uint8_t* bytes, size_t length, long long position, std::v
 // Two upper-case hex digits.
 std::string hexByte(unsigned value);
 
+// An address in messages: "0x" and at least eight upper-case hex digits
+// ("0x100000000" for a value past 32 bits).
+std::string hexAddress(uint64_t value);
+
 // Diagnostics of both loaders, each a line on its stream, flushed.
 void printOpenFailure(const char* fName);
 void printCorruptLine(const std::string& line);

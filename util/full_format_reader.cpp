@@ -18,24 +18,7 @@ public:
     // False when the assembler gave up; read_ tells the rest.
     bool run(TextSource& source)
     {
-        RecordScanner scanner(linerules_t::FULL_FORMAT);
-        const scanend_t end = scanner.scan(source, [this](const scannedrecord_t& record) { return take(record); });
-        switch (end) {
-        case scanend_t::END_RECORD:
-            read_.sawEndRecord = true;
-            break;
-        case scanend_t::END_OF_INPUT:
-            break;
-        case scanend_t::BAD_LINE:
-            fail(fullread_t::status_t::BAD_LINE, scanner.badLine().line, scanner.badLine().reason,
-                 scanner.badLine().text);
-            break;
-        case scanend_t::READ_ERROR:
-            fail(fullread_t::status_t::READ_ERROR, 0, std::string("cannot read the file: ") + std::strerror(errno), "");
-            break;
-        case scanend_t::STOPPED:
-            break; // take() said why
-        }
+        scanRecords(source, linerules_t::FULL_FORMAT, read_, [this](const scannedrecord_t& record) { return take(record); });
         return !gaveUp_;
     }
 
@@ -44,19 +27,6 @@ public:
     std::string header() const { return std::string(); }
 
 private:
-    void fail(fullread_t::status_t status, size_t line, const std::string& reason, const std::string& text)
-    {
-        read_.status = status;
-        read_.line = line;
-        read_.reason = reason;
-        read_.text = text;
-    }
-
-    bool badRecord(const scannedrecord_t& record, const std::string& reason)
-    {
-        fail(fullread_t::status_t::BAD_LINE, record.line, reason, textOf(record));
-        return false;
-    }
 
     static std::string textOf(const scannedrecord_t& record) { return std::string(record.text, record.textLength); }
 
@@ -68,7 +38,7 @@ private:
         case 0x02:
         case 0x04:
             if (record.length != 2)
-                return badRecord(record, std::string(record.type == 0x02 ? "extended segment" : "extended linear") +
+                return failRecord(read_, record, std::string(record.type == 0x02 ? "extended segment" : "extended linear") +
                                              " address record needs 2 data bytes");
             segmented_ = record.type == 0x02;
             base_ = segmented_ ? static_cast<uint32_t>(record.data[0] << 8 | record.data[1]) * 16
@@ -78,7 +48,7 @@ private:
         case 0x05:
             return takeStart(record);
         default:
-            fail(fullread_t::status_t::UNSUPPORTED_TYPE, record.line, "", textOf(record));
+            failRead(read_, fullread_t::status_t::UNSUPPORTED_TYPE, record.line, "", textOf(record));
             read_.type = record.type;
             return false;
         }
@@ -87,7 +57,7 @@ private:
     bool takeStart(const scannedrecord_t& record)
     {
         if (record.length != 4)
-            return badRecord(record, std::string(record.type == 0x03 ? "start segment" : "start linear") +
+            return failRecord(read_, record, std::string(record.type == 0x03 ? "start segment" : "start linear") +
                                          " address record needs 4 data bytes");
         const uint32_t value = static_cast<uint32_t>(record.data[0]) << 24 |
                                static_cast<uint32_t>(record.data[1]) << 16 |

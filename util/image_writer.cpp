@@ -1,5 +1,7 @@
 #include "image_writer.h"
 
+#include "exact_reader.h"
+
 #include <algorithm>
 #include <condition_variable>
 #include <cstdio>
@@ -41,13 +43,6 @@ result_t failed(const std::string& reason)
     result.ok = false;
     result.reason = reason;
     return result;
-}
-
-std::string hex32(uint64_t value)
-{
-    char text[24];
-    std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(value));
-    return text;
 }
 
 // Formats into a buffer of its own and hands it to the sink when full. Full
@@ -412,7 +407,7 @@ result_t checkSaveOptions(const MemoryImage& image, const saveoptions_t& options
         if (options.addressing == MemoryImage::addressing_t::SEGMENT && !image.empty() &&
             image.highestAddress() > 0xFFFFF)
             return failed("segment addressing reaches only the first MiB, and the image goes up to " +
-                          hex32(image.highestAddress()));
+                          hexAddress(image.highestAddress()));
         return result_t();
     case fileformat_t::SRECORD: {
         if (options.addressSize != 0 && (options.addressSize < 2 || options.addressSize > 4))
@@ -426,10 +421,10 @@ result_t checkSaveOptions(const MemoryImage& image, const saveoptions_t& options
         const uint64_t limit = (1ull << (8 * addressSize)) - 1;
         if (!image.empty() && image.highestAddress() > limit)
             return failed("S-record address size " + std::to_string(addressSize) + " cannot hold address " +
-                          hex32(image.highestAddress()));
+                          hexAddress(image.highestAddress()));
         if (srecordStart(image) > limit)
             return failed("S-record address size " + std::to_string(addressSize) + " cannot hold the start address " +
-                          hex32(srecordStart(image)));
+                          hexAddress(srecordStart(image)));
         return result_t();
     }
     case fileformat_t::BINARY:

@@ -56,18 +56,11 @@ MemoryImage::readresult_t failedRead(const std::string& reason)
     return result;
 }
 
-std::string hex32(uint64_t value)
-{
-    char text[24];
-    std::snprintf(text, sizeof text, "0x%08llX", static_cast<unsigned long long>(value));
-    return text;
-}
-
 // Makes bytes, placed at address, the whole image.
 MemoryImage::readresult_t readBinaryBytes(MemoryImage& image, std::vector<uint8_t>&& bytes, uint32_t address)
 {
     if (static_cast<uint64_t>(address) + bytes.size() > ADDRESS_SPACE)
-        return failedRead("binary input of " + std::to_string(bytes.size()) + " bytes at " + hex32(address) +
+        return failedRead("binary input of " + std::to_string(bytes.size()) + " bytes at " + intelhex_internal::hexAddress(address) +
                           " would run past address 0xFFFFFFFF");
     std::vector<MemoryImage::segment_t> segments;
     if (!bytes.empty())

@@ -199,6 +199,21 @@ void SortingAssembler::dropRepeatedRecords()
                   pieces_.end());
 }
 
+void failRead(fullread_t& read, fullread_t::status_t status, size_t line, const std::string& reason,
+              const std::string& text)
+{
+    read.status = status;
+    read.line = line;
+    read.reason = reason;
+    read.text = text;
+}
+
+bool failRecord(fullread_t& read, const scannedrecord_t& record, const std::string& reason)
+{
+    failRead(read, fullread_t::status_t::BAD_LINE, record.line, reason, std::string(record.text, record.textLength));
+    return false;
+}
+
 std::vector<MemoryImage::warning_t> warningsOf(const fullread_t& read)
 {
     std::vector<MemoryImage::warning_t> warnings;

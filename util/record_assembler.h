@@ -170,6 +170,39 @@ private:
     std::vector<uint8_t> store_;
 };
 
+// Makes read a failure: status, the line to blame (0 for none), why, and the
+// offending line's text.
+void failRead(fullread_t& read, fullread_t::status_t status, size_t line, const std::string& reason,
+              const std::string& text);
+
+// A record that breaks a reader's rules: read fails at its line. Returns
+// false, for a record handler to stop the scan.
+bool failRecord(fullread_t& read, const scannedrecord_t& record, const std::string& reason);
+
+// Scans source with a reader's line rules, handing each record to
+// take(record), and records in read how the scan ended: the end record, a
+// bad line or a read error (a handler that stops has said why itself).
+template <typename Take> void scanRecords(TextSource& source, linerules_t rules, fullread_t& read, Take&& take)
+{
+    RecordScanner scanner(rules);
+    switch (scanner.scan(source, take)) {
+    case scanend_t::END_RECORD:
+        read.sawEndRecord = true;
+        break;
+    case scanend_t::BAD_LINE:
+        failRead(read, fullread_t::status_t::BAD_LINE, scanner.badLine().line, scanner.badLine().reason,
+                 scanner.badLine().text);
+        break;
+    case scanend_t::READ_ERROR:
+        failRead(read, fullread_t::status_t::READ_ERROR, 0, std::string("cannot read the file: ") + std::strerror(errno),
+                 "");
+        break;
+    case scanend_t::END_OF_INPUT:
+    case scanend_t::STOPPED:
+        break;
+    }
+}
+
 // How records are placed: in a window per region, falling back to sorting
 // when records jump between regions too often; or by sorting alone.
 enum class placement_t { WINDOWS, SORTING };

@@ -21,23 +21,7 @@ public:
     // False when the assembler gave up; read_ tells the rest.
     bool run(TextSource& source)
     {
-        RecordScanner scanner(linerules_t::SRECORD);
-        const scanend_t end = scanner.scan(source, [this](const scannedrecord_t& record) { return take(record); });
-        switch (end) {
-        case scanend_t::END_RECORD:
-            read_.sawEndRecord = true;
-            break;
-        case scanend_t::END_OF_INPUT:
-        case scanend_t::STOPPED:
-            break;
-        case scanend_t::BAD_LINE:
-            fail(fullread_t::status_t::BAD_LINE, scanner.badLine().line, scanner.badLine().reason,
-                 scanner.badLine().text);
-            break;
-        case scanend_t::READ_ERROR:
-            fail(fullread_t::status_t::READ_ERROR, 0, std::string("cannot read the file: ") + std::strerror(errno), "");
-            break;
-        }
+        scanRecords(source, linerules_t::SRECORD, read_, [this](const scannedrecord_t& record) { return take(record); });
         return !gaveUp_;
     }
 
@@ -46,19 +30,6 @@ public:
     std::string header() const { return header_; }
 
 private:
-    void fail(fullread_t::status_t status, size_t line, const std::string& reason, const std::string& text)
-    {
-        read_.status = status;
-        read_.line = line;
-        read_.reason = reason;
-        read_.text = text;
-    }
-
-    bool badRecord(const scannedrecord_t& record, const std::string& reason)
-    {
-        fail(fullread_t::status_t::BAD_LINE, record.line, reason, std::string(record.text, record.textLength));
-        return false;
-    }
 
     bool take(const scannedrecord_t& record)
     {
@@ -79,12 +50,12 @@ private:
         case 8:
         case 9:
             if (record.length != 0)
-                return badRecord(record, "a termination record holds no data");
+                return failRecord(read_, record, "a termination record holds no data");
             // Writers put 0 here when there is no start address.
             start_ = record.address;
             return true;
         default:
-            fail(fullread_t::status_t::UNSUPPORTED_TYPE, record.line, "unsupported record type S" +
+            failRead(read_, fullread_t::status_t::UNSUPPORTED_TYPE, record.line, "unsupported record type S" +
                                                                           std::to_string(record.type),
                  std::string(record.text, record.textLength));
             read_.type = record.type;
@@ -98,7 +69,7 @@ private:
         if (record.length == 0)
             return true;
         if (static_cast<uint64_t>(record.address) + record.length > 0x100000000ull)
-            return badRecord(record, "the record's data runs past address 0xFFFFFFFF");
+            return failRecord(read_, record, "the record's data runs past address 0xFFFFFFFF");
         const piece_t piece{record.address, record.data, record.length};
         if (assembler_.addRecord(&piece, 1, record.line))
             return true;
@@ -109,9 +80,9 @@ private:
     bool checkCount(const scannedrecord_t& record)
     {
         if (record.length != 0)
-            return badRecord(record, "a count record holds no data");
+            return failRecord(read_, record, "a count record holds no data");
         if (record.address != dataRecords_)
-            return badRecord(record, "record count " + std::to_string(record.address) + " does not match the " +
+            return failRecord(read_, record, "record count " + std::to_string(record.address) + " does not match the " +
                                          std::to_string(dataRecords_) + " data records before it");
         return true;
     }
