@@ -331,3 +331,34 @@ TEST(MemoryImage, BlocksRoundTrip)
     EXPECT_EQ(back.startAddress().type, 3);
     EXPECT_EQ(back.startAddress().value, 0x10002000u);
 }
+
+TEST(MemoryImage, DetectFormatFromTheFirstBytes)
+{
+    using fileformat_t = MemoryImage::fileformat_t;
+    const std::vector<std::pair<std::string, fileformat_t>> told = {
+        {":00000001FF", fileformat_t::INTEL_HEX},       {" \t\r\n:00", fileformat_t::INTEL_HEX},
+        {"\xEF\xBB\xBF:00", fileformat_t::INTEL_HEX},    {"S00600004844521B", fileformat_t::SRECORD},
+        {"\n\nS1", fileformat_t::SRECORD},              {std::string("\x7F" "ELF\x01", 5), fileformat_t::ELF}};
+    for (const auto& t : told) {
+        fileformat_t format = fileformat_t::BINARY;
+        EXPECT_TRUE(MemoryImage::detectFormat(t.first.data(), t.first.size(), format)) << t.first;
+        EXPECT_EQ(format, t.second) << t.first;
+    }
+    for (const std::string& other : {std::string(""), std::string("S"), std::string("SX"), std::string("x:00"),
+                                     std::string("\x7F" "EL", 3), std::string("\x01\x02")}) {
+        fileformat_t format = fileformat_t::BINARY;
+        EXPECT_FALSE(MemoryImage::detectFormat(other.data(), other.size(), format)) << other;
+        EXPECT_EQ(format, fileformat_t::BINARY) << other;
+    }
+}
+
+TEST(MemoryImage, AnInputWhoseFormatCannotBeToldIsAnError)
+{
+    TempDir dir;
+    MemoryImage image = imageOf({{1, {1}}});
+    EXPECT_EQ(image.readMemory("", 0).reason, "the input is empty");
+    EXPECT_EQ(image.readFile(dir.write("empty", "").c_str()).reason, "the file is empty");
+    EXPECT_EQ(image.readMemory("hello", 5).reason,
+              "not Intel HEX, S-records or ELF (the format of binary input must be given)");
+    EXPECT_EQ(segmentsOf(image), std::vector<SegmentView>({{1, {1}}}));
+}
