@@ -1,0 +1,60 @@
+// The hexblocks command line: the commands and their help, the options of
+// every command, and the parsing of both. Exit codes and usage errors are
+// the same for every command.
+#ifndef HEXBLOCKS_COMMAND_LINE_H
+#define HEXBLOCKS_COMMAND_LINE_H
+
+#include "image_files.h"
+#include "memory_image.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+extern const char PROGRAM[];
+
+// Exit codes.
+const int EXIT_OK = 0;
+const int EXIT_FAILED = 1; // a file could not be loaded or written
+const int EXIT_USAGE = 2;  // the command line is wrong
+
+extern const char MAIN_USAGE[];
+extern const char MAIN_HELP[];
+
+struct CommandSpec {
+    const char* name;
+    const char* usage;
+    const char* help;
+};
+
+// The command called name; nullptr when there is none.
+const CommandSpec* findCommand(const std::string& name);
+
+// Prints a usage error with usage and returns EXIT_USAGE.
+int usageError(const std::string& message, const char* usage);
+
+// Options of every command; each command uses its own subset.
+struct Options {
+    std::string file;
+    std::vector<std::string> inputs; // convert
+    std::string output;              // convert: the file; bin: the directory
+    bool hasOutputFormat = false;
+    fileformat_t outputFormat = fileformat_t::INTEL_HEX;
+    bool hasInputFormat = false;
+    fileformat_t inputFormat = fileformat_t::INTEL_HEX;
+    MemoryImage::saveoptions_t save;
+    bool oneBlock = false;
+    bool strict = false;
+    bool json = false;
+    bool reverse = false;
+    bool hasBlock = false;
+    size_t block = 0;
+    size_t width = 64;
+    bool help = false;
+};
+
+// Parses the arguments after the command name. Returns EXIT_OK, or the exit
+// code of a usage error after printing it.
+int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options& options);
+
+#endif

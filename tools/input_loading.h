@@ -1,0 +1,21 @@
+// How the hexblocks commands read their inputs: one file as IntelHexFile
+// blocks, whatever its format, for info, map, bin and dump; and every input
+// of convert combined into one image. Both print what went wrong.
+#ifndef HEXBLOCKS_INPUT_LOADING_H
+#define HEXBLOCKS_INPUT_LOADING_H
+
+#include "command_line.h"
+#include "intelhex.h"
+#include "memory_image.h"
+
+// Loads options.file into image as blocks: Intel HEX through the library's
+// IntelHexFile readers (which print their own diagnostics), the other
+// formats through a MemoryImage. False after printing why.
+bool loadImage(const Options& options, IntelHexFile& image);
+
+// Reads every input of convert and combines them; false after printing why
+// when one cannot be read, or two give the same address or different start
+// addresses.
+bool readInputs(const Options& options, MemoryImage& combined);
+
+#endif
