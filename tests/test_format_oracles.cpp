@@ -76,6 +76,21 @@ void run(const std::string& program, const std::vector<std::string>& args, const
     ASSERT_EQ(result.exitCode, 0) << what << ": " << result.err;
 }
 
+// Runs a tool that reads our file and writes its own (args name both), then
+// checks the tool's file: with the plain reference reader (did the tool read
+// ours right?) and with our reader (do we read the tool's right?). Its
+// records are S-records when theirsIsSrecords, else Intel HEX.
+void expectToolAgrees(const MemoryImage& image, const std::string& program, const std::vector<std::string>& args,
+                      const std::string& theirs, bool theirsIsSrecords, const std::string& what)
+{
+    run(program, args, what);
+    const std::string text = fileText(theirs);
+    const ReferenceRecords records = theirsIsSrecords ? readSrecordReference(text) : readHexReference(text);
+    expectSameData(image, records, what + ": " + program + " read our file");
+    expectStart(records, image, what + ": " + program + " read our file");
+    expectWeRead(theirs, image, what + ": we read " + program + "'s file", true);
+}
+
 // Python intelhex reads a HEX file and prints its start address and
 // segments, then writes the file again as it writes HEX.
 const char PYTHON_INTELHEX[] = R"(
@@ -114,18 +129,11 @@ TEST_F(FormatOracles, ObjcopyReadsOurHexAndSrecordsAndWeReadItsOutput)
         const std::string what = "case " + std::to_string(i);
         const std::string hex = save(image, dir, "ours.hex", fileformat_t::INTEL_HEX, 1 + (i * 37) % 255);
         // objcopy sizes the start address by the data addresses unless told.
-        run(OBJCOPY_PATH, {"-I", "ihex", "-O", "srec", "--srec-forceS3", hex, dir.file("objcopy.srec")}, what);
-        const ReferenceRecords fromHex = readSrecordReference(fileText(dir.file("objcopy.srec")));
-        expectSameData(image, fromHex, what + ": objcopy read our HEX");
-        expectStart(fromHex, image, what + ": objcopy read our HEX");
-        expectWeRead(dir.file("objcopy.srec"), image, what + ": we read objcopy's S-records", true);
-
+        expectToolAgrees(image, OBJCOPY_PATH, {"-I", "ihex", "-O", "srec", "--srec-forceS3", hex, dir.file("objcopy.srec")},
+                         dir.file("objcopy.srec"), true, what + ", our HEX");
         const std::string srec = save(image, dir, "ours.srec", fileformat_t::SRECORD, 1 + (i * 41) % 250);
-        run(OBJCOPY_PATH, {"-I", "srec", "-O", "ihex", srec, dir.file("objcopy.hex")}, what);
-        const ReferenceRecords fromSrec = readHexReference(fileText(dir.file("objcopy.hex")));
-        expectSameData(image, fromSrec, what + ": objcopy read our S-records");
-        expectStart(fromSrec, image, what + ": objcopy read our S-records");
-        expectWeRead(dir.file("objcopy.hex"), image, what + ": we read objcopy's HEX", true);
+        expectToolAgrees(image, OBJCOPY_PATH, {"-I", "srec", "-O", "ihex", srec, dir.file("objcopy.hex")},
+                         dir.file("objcopy.hex"), false, what + ", our S-records");
     }
 }
 
@@ -136,18 +144,11 @@ TEST_F(FormatOracles, SrecCatReadsOurHexAndSrecordsAndWeReadItsOutput)
         const MemoryImage& image = images_[static_cast<size_t>(i)];
         const std::string what = "case " + std::to_string(i);
         const std::string hex = save(image, dir, "ours.hex", fileformat_t::INTEL_HEX, 1 + (i * 53) % 255);
-        run(SREC_CAT_PATH, {hex, "-intel", "-o", dir.file("srec_cat.srec"), "-motorola"}, what);
-        const ReferenceRecords fromHex = readSrecordReference(fileText(dir.file("srec_cat.srec")));
-        expectSameData(image, fromHex, what + ": srec_cat read our HEX");
-        expectStart(fromHex, image, what + ": srec_cat read our HEX");
-        expectWeRead(dir.file("srec_cat.srec"), image, what + ": we read srec_cat's S-records", true);
-
+        expectToolAgrees(image, SREC_CAT_PATH, {hex, "-intel", "-o", dir.file("srec_cat.srec"), "-motorola"},
+                         dir.file("srec_cat.srec"), true, what + ", our HEX");
         const std::string srec = save(image, dir, "ours.srec", fileformat_t::SRECORD, 1 + (i * 59) % 250);
-        run(SREC_CAT_PATH, {srec, "-motorola", "-o", dir.file("srec_cat.hex"), "-intel"}, what);
-        const ReferenceRecords fromSrec = readHexReference(fileText(dir.file("srec_cat.hex")));
-        expectSameData(image, fromSrec, what + ": srec_cat read our S-records");
-        expectStart(fromSrec, image, what + ": srec_cat read our S-records");
-        expectWeRead(dir.file("srec_cat.hex"), image, what + ": we read srec_cat's HEX", true);
+        expectToolAgrees(image, SREC_CAT_PATH, {srec, "-motorola", "-o", dir.file("srec_cat.hex"), "-intel"},
+                         dir.file("srec_cat.hex"), false, what + ", our S-records");
     }
 }
 

@@ -305,6 +305,9 @@ TEST_F(Convert, InfoMapDumpAndBinReadEveryFormat)
     EXPECT_EQ(bin.exitCode, 0) << bin.err;
     EXPECT_EQ(readFileBytes(dir.file("fw_0x08000100.bin")), std::vector<uint8_t>({0xDE, 0xAD}));
 
+    const ProcessResult named = hexblocks({"info", "--input-format", "bin", dir.file("app.bin")});
+    EXPECT_EQ(named.exitCode, 0) << named.err;
+    EXPECT_NE(named.out.find("0  0x00000000  0x00000001     2  0x0000  0x0000"), std::string::npos) << named.out;
     const ProcessResult strict = hexblocks({"info", "--strict", srec});
     EXPECT_EQ(strict.exitCode, 1);
     EXPECT_EQ(strict.err, srec + ": --strict reads only Intel HEX, and this is srec\n");
