@@ -112,4 +112,9 @@ fullread_t readFullFormat(TextSource& source, MemoryImage& image, placement_t pl
     return readRecords<RecordInterpreter>(source, image, placement);
 }
 
+size_t locateFullFormat(TextSource& source, uint32_t address)
+{
+    return locateRecord<RecordInterpreter>(source, address);
+}
+
 } // namespace intelhex_internal

@@ -25,6 +25,10 @@ namespace intelhex_internal {
 // first.
 fullread_t readFullFormat(TextSource& source, MemoryImage& image, placement_t placement = placement_t::WINDOWS);
 
+// The line of the record that gives the byte at address, as reading keeps
+// it; 0 when none does. source must be able to rewind.
+size_t locateFullFormat(TextSource& source, uint32_t address);
+
 } // namespace intelhex_internal
 
 #endif // INTELHEX_FULL_FORMAT_READER_H

@@ -415,6 +415,37 @@ MemoryImage::readresult_t MemoryImage::readFile(const char* path, const readopti
 }
 
 // ---------------------------------------------------------------------------
+// Finding the line of a byte
+
+size_t MemoryImage::findLine(const void* data, size_t size, uint32_t address, const readoptions_t& options)
+{
+    fileformat_t format = options.format;
+    if (options.detect && !detectFormat(data, size, format))
+        return 0;
+    intelhex_internal::MemoryText text(data, size);
+    if (format == fileformat_t::INTEL_HEX)
+        return intelhex_internal::locateFullFormat(text, address);
+    if (format == fileformat_t::SRECORD)
+        return intelhex_internal::locateSrecord(text, address);
+    return 0;
+}
+
+size_t MemoryImage::findLineInFile(const char* path, uint32_t address, const readoptions_t& options)
+{
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return 0;
+    std::vector<uint8_t> bytes;
+    bool read = false;
+    try {
+        read = readDescriptor(fd, bytes, 0);
+    } catch (const std::bad_alloc&) {
+    }
+    ::close(fd);
+    return read ? findLine(bytes.data(), bytes.size(), address, options) : 0;
+}
+
+// ---------------------------------------------------------------------------
 // Saving
 
 MemoryImage::result_t MemoryImage::save(std::ostream& out, const saveoptions_t& options) const

@@ -163,6 +163,60 @@ public:
         }
     };
 
+    /// The addresses from start up to, not including, end; end may be 2^32
+    /// for a range that runs to the top of the address space.
+    struct range_t {
+        uint32_t start; ///< The first address.
+        uint64_t end;   ///< One past the last address, up to 2^32.
+
+        /// @return the number of addresses (0 when end <= start).
+        uint64_t size() const { return end > start ? end - start : 0; }
+    };
+
+    /// What merge() does at an address both images give data at.
+    enum class overlappolicy_t {
+        ERROR,    ///< fail
+        FIRST,    ///< keep the image's byte
+        LAST,     ///< take the other image's byte
+        IDENTICAL ///< accept equal bytes, fail at different ones
+    };
+
+    /// What merge() does with the start addresses.
+    enum class startpolicy_t {
+        ERROR, ///< fail when both images give one and they differ
+        FIRST, ///< keep the image's, or take the other's when the image has none
+        LAST,  ///< take the other image's when it gives one
+        DROP   ///< the result has none
+    };
+
+    /// How merge() combines two images.
+    struct mergeoptions_t {
+        overlappolicy_t overlap; ///< for data at the same address
+        startpolicy_t start;     ///< for the start addresses
+
+        /// Both ERROR.
+        mergeoptions_t() : overlap(overlappolicy_t::ERROR), start(startpolicy_t::ERROR) {}
+    };
+
+    /// What merge() reports. Converts to true on success.
+    struct mergeresult_t {
+        /// What stopped the merge.
+        enum class clash_t {
+            NONE,         ///< nothing: it succeeded
+            DATA,         ///< both images give data at address
+            START_ADDRESS ///< the images give different start addresses
+        };
+        bool ok = true;               ///< It succeeded.
+        clash_t clash = clash_t::NONE;
+        std::string reason;           ///< Why it failed; empty on success.
+        uint32_t address = 0;         ///< DATA: the lowest address of the clash.
+        uint8_t imageByte = 0;        ///< DATA: the image's byte there.
+        uint8_t otherByte = 0;        ///< DATA: the other image's byte there.
+
+        /// @return ok.
+        explicit operator bool() const { return ok; }
+    };
+
     /// An empty image without a start address.
     MemoryImage();
 
@@ -235,6 +289,63 @@ public:
 
     /// Removes all data, the start address and the header.
     void clear();
+
+    /// @}
+
+    /// @name Merging and editing
+    /// Each of these changes nothing when it fails.
+    /// @{
+
+    /// Adds the data of other, which comes later, to the image. Where both
+    /// give data, options.overlap decides: fail at the lowest such address
+    /// (ERROR), keep the image's bytes (FIRST), take other's (LAST), or fail
+    /// at the lowest address where the bytes differ (IDENTICAL).
+    /// options.start decides the start address. The image keeps its header,
+    /// or takes other's when it has none.
+    mergeresult_t merge(const MemoryImage& other, const mergeoptions_t& options = mergeoptions_t());
+
+    /// As merge(), moving other's bytes instead of copying them where they
+    /// can be moved whole. other is left empty, unless it failed.
+    mergeresult_t merge(MemoryImage&& other, const mergeoptions_t& options = mergeoptions_t());
+
+    /// Moves the data by delta (negative: down). A start address moves with
+    /// it and becomes linear (type 5).
+    /// @return a failure when a data byte or the start address would leave
+    /// 0 to 0xFFFFFFFF.
+    result_t offset(int64_t delta);
+
+    /// Keeps only the data inside the ranges (their union).
+    void crop(const std::vector<range_t>& ranges);
+
+    /// Removes the data inside range.
+    void exclude(const range_t& range);
+
+    /// Gives fill to every address in range that holds no data.
+    /// @throw std::bad_alloc when the memory runs out.
+    void fillRange(const range_t& range, uint8_t fill);
+
+    /// Reverses the bytes inside each wordSize-byte word (2 or 4), words
+    /// being aligned to their size.
+    /// @return a failure, naming the first address, when some data does not
+    /// lie in whole words of data, or for another word size.
+    result_t swapBytes(unsigned wordSize);
+
+    /// @}
+
+    /// @name Finding the line of a byte
+    /// The line of the record that gives the byte at address in an Intel
+    /// HEX or S-record input, as reading it takes it (the first record that
+    /// gives the byte, ignoring records dropped for starting where an
+    /// earlier one started); 0 when no record gives it, the input cannot be
+    /// read, or the format has no lines (ELF, binary).
+    /// @{
+
+    /// The line in size bytes of input in memory.
+    static size_t findLine(const void* data, size_t size, uint32_t address,
+                           const readoptions_t& options = readoptions_t());
+
+    /// The line in the file at path.
+    static size_t findLineInFile(const char* path, uint32_t address, const readoptions_t& options = readoptions_t());
 
     /// @}
 

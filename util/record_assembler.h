@@ -12,6 +12,7 @@
 #include "record_scanner.h"
 #include "region_window.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -259,6 +260,75 @@ fullread_t readRecords(TextSource& source, MemoryImage& image, placement_t place
     read.sorted = true;
     readWith<Interpreter, SortingAssembler>(source, image, read);
     return read;
+}
+
+// Finds the records that give the byte at an address: their lines and
+// where each starts, in file order.
+class CandidateAssembler {
+public:
+    explicit CandidateAssembler(uint32_t address) : address_(address) {}
+
+    bool addRecord(const piece_t* pieces, size_t count, size_t line)
+    {
+        for (size_t i = 0; i < count; ++i)
+            if (address_ - pieces[i].address < pieces[i].length)
+                candidates.push_back(std::make_pair(line, pieces[0].address));
+        return true;
+    }
+
+    std::vector<std::pair<size_t, uint32_t>> candidates; // line, record start
+
+private:
+    uint32_t address_;
+};
+
+// Picks the first candidate that reading keeps: one that does not start
+// where an earlier record started.
+class KeptCandidateAssembler {
+public:
+    explicit KeptCandidateAssembler(const std::vector<std::pair<size_t, uint32_t>>& candidates)
+        : candidates_(candidates)
+    {
+    }
+
+    bool addRecord(const piece_t* pieces, size_t, size_t line)
+    {
+        const uint32_t start = pieces[0].address;
+        bool startsLikeCandidate = false;
+        for (const auto& c : candidates_) {
+            if (c.second != start)
+                continue;
+            startsLikeCandidate = true;
+            if (c.first == line && std::find(seen_.begin(), seen_.end(), start) == seen_.end()) {
+                found = line;
+                return false;
+            }
+        }
+        if (startsLikeCandidate)
+            seen_.push_back(start);
+        return true;
+    }
+
+    size_t found = 0;
+
+private:
+    const std::vector<std::pair<size_t, uint32_t>>& candidates_;
+    std::vector<uint32_t> seen_;
+};
+
+// The line of the record that gives the byte at address as reading keeps
+// it; 0 when none does. Reads source twice: it must be able to rewind.
+template <template <typename> class Interpreter> size_t locateRecord(TextSource& source, uint32_t address)
+{
+    CandidateAssembler candidates(address);
+    fullread_t read;
+    Interpreter<CandidateAssembler>(candidates, read).run(source);
+    if (candidates.candidates.empty() || !source.rewind())
+        return 0;
+    KeptCandidateAssembler kept(candidates.candidates);
+    read = fullread_t();
+    Interpreter<KeptCandidateAssembler>(kept, read).run(source);
+    return kept.found;
 }
 
 // The warnings of a read, as MemoryImage reports them.

@@ -103,4 +103,9 @@ fullread_t readSrecords(TextSource& source, MemoryImage& image, placement_t plac
     return readRecords<SrecordInterpreter>(source, image, placement);
 }
 
+size_t locateSrecord(TextSource& source, uint32_t address)
+{
+    return locateRecord<SrecordInterpreter>(source, address);
+}
+
 } // namespace intelhex_internal

@@ -18,6 +18,10 @@ namespace intelhex_internal {
 // otherwise it is left as it was.
 fullread_t readSrecords(TextSource& source, MemoryImage& image, placement_t placement = placement_t::WINDOWS);
 
+// The line of the record that gives the byte at address, as reading keeps
+// it; 0 when none does. source must be able to rewind.
+size_t locateSrecord(TextSource& source, uint32_t address);
+
 } // namespace intelhex_internal
 
 #endif // INTELHEX_SRECORD_READER_H
