@@ -26,8 +26,9 @@ const char MAIN_HELP[] =
     "                                     write each block as a raw binary file\n"
     "  dump FILE [--block N] [--one-block]\n"
     "                                     hex and ASCII dump with full 32-bit addresses\n"
-    "  convert INPUT... -o OUTPUT         combine inputs and write them as Intel HEX,\n"
-    "                                     S-records or binary\n"
+    "  convert INPUT... -o OUTPUT         merge inputs, edit the image, insert a CRC and\n"
+    "                                     write it as Intel HEX, S-records or binary\n"
+    "  crc FILE [--algorithm NAME]        CRC or sum of a range of the image\n"
     "\n"
     "Options:\n"
     "  -h, --help      show help (after a command: that command's help)\n"
@@ -101,10 +102,10 @@ const CommandSpec COMMANDS[] = {
      "  -h, --help        show this help\n"},
     {"convert", "usage: hexblocks convert INPUT... -o OUTPUT [OPTIONS]\n",
      "Read every INPUT (Intel HEX, S-records, ELF or binary; \"-\" is standard\n"
-     "input), combine them into one image and write it to OUTPUT as Intel HEX,\n"
-     "S-records or binary, through a temporary file that is renamed into place:\n"
-     "a failure leaves no OUTPUT and an existing one as it was. Inputs that give\n"
-     "data at the same address, or different start addresses, are an error.\n"
+     "input), merge them into one image, apply the edits in the order given, and\n"
+     "write the image to OUTPUT as Intel HEX, S-records or binary, through a\n"
+     "temporary file that is renamed into place: a failure leaves no OUTPUT and an\n"
+     "existing one as it was.\n"
      "\n"
      "The output format comes from OUTPUT's extension: .hex .ihex .ihx Intel HEX,\n"
      ".srec .s19 .s28 .s37 .mot S-records, .bin binary.\n"
@@ -123,8 +124,73 @@ const CommandSpec COMMANDS[] = {
      "      --address-size 2|3|4  S-record address bytes (S1, S2, S3); default: the\n"
      "                            smallest that holds every address\n"
      "      --crlf                end lines with CR LF instead of LF\n"
-     "      --fill BYTE           binary output: the byte for gaps (default 0xFF)\n"
+     "      --fill BYTE           the byte for addresses without data: in binary\n"
+     "                            output, --fill-range and --insert-crc (default 0xFF)\n"
+     "\n"
+     "Merging:\n"
+     "      --overlap error|first|last|identical\n"
+     "                            data that two inputs give at the same address: an\n"
+     "                            error naming both inputs and lines (default), the\n"
+     "                            earlier or the later input wins, or only equal bytes\n"
+     "      --start-address error|first|last|drop\n"
+     "                            different start addresses: an error (default), the\n"
+     "                            earlier input's, the later input's, or none at all\n"
+     "\n"
+     "Edits, in the order given (RANGE is START:END, END exclusive and at most\n"
+     "0x100000000; numbers are decimal or 0x hexadecimal):\n"
+     "      --offset N            move the image by N, which may be negative\n"
+     "      --crop RANGE          keep only the data in RANGE; --crop options that\n"
+     "                            follow each other keep the union of their ranges\n"
+     "      --exclude RANGE       remove the data in RANGE\n"
+     "      --fill-range RANGE    give every address in RANGE without data the fill byte\n"
+     "      --swap 2|4            reverse the bytes of each aligned 16- or 32-bit word\n"
+     "      --insert-crc RANGE@ADDRESS\n"
+     "                            store the checksum of RANGE (addresses without data\n"
+     "                            count as the fill byte) at ADDRESS, outside RANGE\n"
+     "      --algorithm NAME      the checksum --insert-crc stores (default crc32; the\n"
+     "                            names are listed by 'hexblocks crc --help')\n"
+     "      --crc-endian little|big\n"
+     "                            byte order of the stored checksum (default little)\n"
+     "      --width 8|16|32 --poly N [--init N] [--xorout N] [--reflect-in] [--reflect-out]\n"
+     "                            a CRC of your own instead of --algorithm\n"
      "  -h, --help                show this help\n"},
+    {"crc", "usage: hexblocks crc FILE [--algorithm NAME] [--range START:END] [--fill BYTE] [--json]\n",
+     "Compute a CRC or sum over a range of FILE (Intel HEX, S-records, ELF or\n"
+     "binary, as convert reads them; \"-\" is standard input) and print one line:\n"
+     "the algorithm, the value in hexadecimal, the range and the byte count.\n"
+     "Addresses without data count as the fill byte.\n"
+     "\n"
+     "  -a, --algorithm NAME      one of the names below (default crc32)\n"
+     "      --range START:END     the addresses to cover, END exclusive and at most\n"
+     "                            0x100000000 (default: lowest to highest address)\n"
+     "      --fill BYTE           the byte for addresses without data (default 0xFF)\n"
+     "      --width 8|16|32       a CRC of your own: its width,\n"
+     "      --poly N              polynomial (needed with --width),\n"
+     "      --init N              initial value (default 0),\n"
+     "      --xorout N            final XOR (default 0),\n"
+     "      --reflect-in          input bytes least significant bit first,\n"
+     "      --reflect-out         the result reflected before the final XOR\n"
+     "  -I, --input-format ihex|srec|elf|bin\n"
+     "                            read FILE in this format\n"
+     "  -j, --json                print {\"algorithm\", \"value\", \"start\", \"size\", \"fill\"}\n"
+     "  -h, --help                show this help\n"
+     "\n"
+     "Algorithms (the value for the nine ASCII bytes \"123456789\"):\n"
+     "  crc32              0xCBF43926   CRC-32 (zlib, Ethernet)\n"
+     "  crc32c             0xE3069283   CRC-32C (Castagnoli)\n"
+     "  crc32-mpeg2        0x0376E6E7\n"
+     "  crc32-bzip2        0xFC891918\n"
+     "  crc16-ccitt-false  0x29B1\n"
+     "  crc16-xmodem       0x31C3\n"
+     "  crc16-kermit       0x2189\n"
+     "  crc16-modbus       0x4B37\n"
+     "  crc16-arc          0xBB3D\n"
+     "  crc8               0xF4\n"
+     "  stm32              0xD9020D98   an STM32 CRC unit fed 32-bit little-endian\n"
+     "                                  words: crc32-mpeg2 of each 4 bytes in reverse\n"
+     "                                  order, the range padded with the fill byte\n"
+     "  sum8               0xDD         the sum of the bytes modulo 256\n"
+     "  sum16              0x01DD       the sum of the bytes modulo 65536\n"},
 };
 
 const CommandSpec* findCommand(const std::string& name)
@@ -203,12 +269,121 @@ enum LongOnly {
     OPT_ADDRESSING,
     OPT_ADDRESS_SIZE,
     OPT_CRLF,
-    OPT_FILL
+    OPT_FILL,
+    OPT_OVERLAP,
+    OPT_START_ADDRESS,
+    OPT_OFFSET,
+    OPT_CROP,
+    OPT_EXCLUDE,
+    OPT_FILL_RANGE,
+    OPT_SWAP,
+    OPT_INSERT_CRC,
+    OPT_CRC_ENDIAN,
+    OPT_CRC_WIDTH,
+    OPT_POLY,
+    OPT_INIT,
+    OPT_XOROUT,
+    OPT_REFLECT_IN,
+    OPT_REFLECT_OUT,
+    OPT_RANGE
 };
 
-// Parses the value of an option that sets a conversion option. Returns
-// EXIT_OK, or the exit code of a usage error after printing it.
-int parseValue(int option, const char* value, const CommandSpec& command, Options& options)
+// The checksum options as given: a named algorithm, or the parameters of a
+// CRC of the user's own.
+struct CrcChoice {
+    bool named = false;
+    bool custom = false;
+    bool hasWidth = false;
+    bool hasPoly = false;
+    Checksum::crcmodel_t model{32, 0, 0, false, false, 0};
+};
+
+// START:END, END exclusive: START up to 0xFFFFFFFF, END above START and up
+// to 0x100000000.
+bool parseRange(const std::string& text, MemoryImage::range_t& range)
+{
+    const std::string::size_type colon = text.find(':');
+    uint64_t start = 0, end = 0;
+    if (colon == std::string::npos || !parseNumber(text.substr(0, colon), 0, 0xFFFFFFFF, start) ||
+        !parseNumber(text.substr(colon + 1), 1, 0x100000000ull, end) || end <= start)
+        return false;
+    range = MemoryImage::range_t{static_cast<uint32_t>(start), end};
+    return true;
+}
+
+// A number with an optional sign, of at most 0xFFFFFFFF either way.
+bool parseSigned(const std::string& text, int64_t& value)
+{
+    const bool negative = !text.empty() && text[0] == '-';
+    const bool sign = !text.empty() && (text[0] == '-' || text[0] == '+');
+    uint64_t magnitude = 0;
+    if (!parseNumber(text.substr(sign ? 1 : 0), 0, 0xFFFFFFFF, magnitude))
+        return false;
+    value = negative ? -static_cast<int64_t>(magnitude) : static_cast<int64_t>(magnitude);
+    return true;
+}
+
+const char RANGE_FORM[] = " (START:END, END exclusive, above START and at most 0x100000000)";
+
+// Parses an edit option of convert into options.edits. Returns EXIT_OK, or
+// the exit code of a usage error after printing it.
+int parseEdit(int option, const std::string& text, bool followsCrop, const CommandSpec& command, Options& options)
+{
+    Edit edit;
+    MemoryImage::range_t range{0, 0};
+    switch (option) {
+    case OPT_OFFSET:
+        edit.kind = Edit::kind_t::OFFSET;
+        edit.option = "--offset " + text;
+        if (!parseSigned(text, edit.delta))
+            return usageError("invalid offset '" + text + "' (-0xFFFFFFFF to 0xFFFFFFFF)", command.usage);
+        break;
+    case OPT_CROP:
+    case OPT_EXCLUDE:
+    case OPT_FILL_RANGE: {
+        const char* name = option == OPT_CROP ? "--crop" : option == OPT_EXCLUDE ? "--exclude" : "--fill-range";
+        if (!parseRange(text, range))
+            return usageError("invalid range '" + text + "' for " + name + RANGE_FORM, command.usage);
+        if (option == OPT_CROP && followsCrop) {
+            options.edits.back().ranges.push_back(range);
+            options.edits.back().option += " " + std::string(name) + " " + text;
+            return EXIT_OK;
+        }
+        edit.kind = option == OPT_CROP ? Edit::kind_t::CROP
+                  : option == OPT_EXCLUDE ? Edit::kind_t::EXCLUDE : Edit::kind_t::FILL_RANGE;
+        edit.option = std::string(name) + " " + text;
+        edit.ranges.push_back(range);
+        break;
+    }
+    case OPT_SWAP:
+        edit.kind = Edit::kind_t::SWAP;
+        edit.option = "--swap " + text;
+        if (text != "2" && text != "4")
+            return usageError("invalid word size '" + text + "' for --swap (2 or 4)", command.usage);
+        edit.wordSize = text == "2" ? 2 : 4;
+        break;
+    case OPT_INSERT_CRC: {
+        edit.kind = Edit::kind_t::INSERT_CRC;
+        edit.option = "--insert-crc " + text;
+        const std::string::size_type at = text.find('@');
+        uint64_t address = 0;
+        if (at == std::string::npos || !parseRange(text.substr(0, at), range) ||
+            !parseNumber(text.substr(at + 1), 0, 0xFFFFFFFF, address))
+            return usageError("invalid --insert-crc '" + text +
+                                  "' (START:END@ADDRESS, END exclusive and at most 0x100000000)",
+                              command.usage);
+        edit.ranges.push_back(range);
+        edit.address = static_cast<uint32_t>(address);
+        break;
+    }
+    }
+    options.edits.push_back(edit);
+    return EXIT_OK;
+}
+
+// Parses the value of an option that sets a conversion or checksum option.
+// Returns EXIT_OK, or the exit code of a usage error after printing it.
+int parseValue(int option, const char* value, const CommandSpec& command, Options& options, CrcChoice& crc)
 {
     const std::string text = value;
     uint64_t number = 0;
@@ -245,7 +420,86 @@ int parseValue(int option, const char* value, const CommandSpec& command, Option
             return usageError("invalid fill byte '" + text + "' (0 to 255, or 0x00 to 0xFF)", command.usage);
         options.save.fill = static_cast<uint8_t>(number);
         break;
+    case OPT_OVERLAP: {
+        using policy_t = MemoryImage::overlappolicy_t;
+        const std::vector<std::pair<std::string, policy_t>> names = {
+            {"error", policy_t::ERROR}, {"first", policy_t::FIRST}, {"last", policy_t::LAST},
+            {"identical", policy_t::IDENTICAL}};
+        const auto found = std::find_if(names.begin(), names.end(), [&text](const auto& n) { return n.first == text; });
+        if (found == names.end())
+            return usageError("invalid overlap policy '" + text + "' (error, first, last or identical)", command.usage);
+        options.merge.overlap = found->second;
+        break;
     }
+    case OPT_START_ADDRESS: {
+        using policy_t = MemoryImage::startpolicy_t;
+        const std::vector<std::pair<std::string, policy_t>> names = {
+            {"error", policy_t::ERROR}, {"first", policy_t::FIRST}, {"last", policy_t::LAST}, {"drop", policy_t::DROP}};
+        const auto found = std::find_if(names.begin(), names.end(), [&text](const auto& n) { return n.first == text; });
+        if (found == names.end())
+            return usageError("invalid start address policy '" + text + "' (error, first, last or drop)",
+                              command.usage);
+        options.merge.start = found->second;
+        break;
+    }
+    case 'a':
+        if (!Checksum::findAlgorithm(text, options.algorithm))
+            return usageError("unknown algorithm '" + text + "' (see 'hexblocks crc --help')", command.usage);
+        crc.named = true;
+        break;
+    case OPT_CRC_ENDIAN:
+        if (text != "little" && text != "big")
+            return usageError("invalid byte order '" + text + "' for --crc-endian (little or big)", command.usage);
+        options.crcOrder = text == "little" ? Checksum::byteorder_t::LITTLE : Checksum::byteorder_t::BIG;
+        break;
+    case OPT_RANGE:
+        if (!parseRange(text, options.range))
+            return usageError("invalid range '" + text + "'" + RANGE_FORM, command.usage);
+        options.hasRange = true;
+        break;
+    case OPT_CRC_WIDTH:
+    case OPT_POLY:
+    case OPT_INIT:
+    case OPT_XOROUT: {
+        const bool width = option == OPT_CRC_WIDTH;
+        const char* name = width ? "width" : option == OPT_POLY ? "polynomial" : option == OPT_INIT ? "initial value"
+                                                                                            : "final XOR";
+        if (!parseNumber(text, width ? 8 : 0, width ? 32 : 0xFFFFFFFF, number) ||
+            (width && number != 8 && number != 16 && number != 32))
+            return usageError(std::string("invalid CRC ") + name + " '" + text + "'" + (width ? " (8, 16 or 32)" : ""),
+                              command.usage);
+        crc.custom = true;
+        const uint32_t v = static_cast<uint32_t>(number);
+        if (width) {
+            crc.model.width = v;
+            crc.hasWidth = true;
+        } else if (option == OPT_POLY) {
+            crc.model.poly = v;
+            crc.hasPoly = true;
+        } else {
+            (option == OPT_INIT ? crc.model.init : crc.model.xorOut) = v;
+        }
+        break;
+    }
+    }
+    return EXIT_OK;
+}
+
+// Settles the checksum: the named one, crc32 by default, or a CRC of the
+// user's own. Returns EXIT_OK, or the exit code of a usage error after
+// printing it.
+int chooseChecksum(const CrcChoice& crc, const CommandSpec& command, Options& options)
+{
+    if (!crc.custom)
+        return EXIT_OK;
+    if (crc.named)
+        return usageError("--algorithm and a CRC of your own (--width, --poly, ...) exclude each other", command.usage);
+    if (!crc.hasWidth || !crc.hasPoly)
+        return usageError("a CRC of your own needs --width and --poly", command.usage);
+    std::string reason;
+    if (!Checksum::checkModel(crc.model, reason))
+        return usageError(reason, command.usage);
+    options.algorithm = Checksum::algorithm_t{"custom", Checksum::kind_t::CRC, crc.model, 0};
     return EXIT_OK;
 }
 
@@ -257,10 +511,19 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
 {
     const std::string name = command.name;
     const bool convert = name == "convert";
+    const bool crcCommand = name == "crc";
     // A leading ':' makes getopt report a missing value apart from an unknown
     // option; without '+' options may also follow the file name.
     std::string shortOptions = ":h";
     std::vector<option> longOptions = {{"help", no_argument, nullptr, 'h'}};
+    const std::vector<option> checksumOptions = {{"algorithm", required_argument, nullptr, 'a'},
+                                                 {"width", required_argument, nullptr, OPT_CRC_WIDTH},
+                                                 {"poly", required_argument, nullptr, OPT_POLY},
+                                                 {"init", required_argument, nullptr, OPT_INIT},
+                                                 {"xorout", required_argument, nullptr, OPT_XOROUT},
+                                                 {"reflect-in", no_argument, nullptr, OPT_REFLECT_IN},
+                                                 {"reflect-out", no_argument, nullptr, OPT_REFLECT_OUT},
+                                                 {"fill", required_argument, nullptr, OPT_FILL}};
     if (convert) {
         shortOptions += "o:O:I:";
         longOptions.insert(longOptions.end(), {{"output", required_argument, nullptr, 'o'},
@@ -270,7 +533,22 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
                                                {"addressing", required_argument, nullptr, OPT_ADDRESSING},
                                                {"address-size", required_argument, nullptr, OPT_ADDRESS_SIZE},
                                                {"crlf", no_argument, nullptr, OPT_CRLF},
-                                               {"fill", required_argument, nullptr, OPT_FILL}});
+                                               {"overlap", required_argument, nullptr, OPT_OVERLAP},
+                                               {"start-address", required_argument, nullptr, OPT_START_ADDRESS},
+                                               {"offset", required_argument, nullptr, OPT_OFFSET},
+                                               {"crop", required_argument, nullptr, OPT_CROP},
+                                               {"exclude", required_argument, nullptr, OPT_EXCLUDE},
+                                               {"fill-range", required_argument, nullptr, OPT_FILL_RANGE},
+                                               {"swap", required_argument, nullptr, OPT_SWAP},
+                                               {"insert-crc", required_argument, nullptr, OPT_INSERT_CRC},
+                                               {"crc-endian", required_argument, nullptr, OPT_CRC_ENDIAN}});
+        longOptions.insert(longOptions.end(), checksumOptions.begin(), checksumOptions.end());
+    } else if (crcCommand) {
+        shortOptions += "I:a:j";
+        longOptions.insert(longOptions.end(), {{"input-format", required_argument, nullptr, 'I'},
+                                               {"range", required_argument, nullptr, OPT_RANGE},
+                                               {"json", no_argument, nullptr, 'j'}});
+        longOptions.insert(longOptions.end(), checksumOptions.begin(), checksumOptions.end());
     } else {
         shortOptions += "1F";
         longOptions.insert(longOptions.end(), {{"one-block", no_argument, nullptr, '1'},
@@ -295,12 +573,16 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
     }
     longOptions.push_back({nullptr, 0, nullptr, 0});
 
+    Checksum::findAlgorithm("crc32", options.algorithm);
+    CrcChoice crc;
+    int previous = 0; // the option before, to join --crop options that follow each other
     optind = 0; // restart getopt for the command's own arguments
     opterr = 0;
     for (;;) {
         const int c = getopt_long(argc, argv, shortOptions.c_str(), longOptions.data(), nullptr);
         if (c == -1)
             break;
+        int parsed = EXIT_OK;
         switch (c) {
         case 'h': options.help = true; break;
         case '1': options.oneBlock = true; break;
@@ -310,6 +592,8 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
         case 'r': options.reverse = true; break;
         case 'o': options.output = optarg; break;
         case OPT_CRLF: options.save.crlf = true; break;
+        case OPT_REFLECT_IN: crc.custom = crc.model.reflectIn = true; break;
+        case OPT_REFLECT_OUT: crc.custom = crc.model.reflectOut = true; break;
         case 'w':
             if (!parseCount(optarg, 16, 1000, options.width))
                 return usageError("invalid width '" + std::string(optarg) + "' (16 to 1000)", command.usage);
@@ -319,26 +603,46 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
                 return usageError("invalid block number '" + std::string(optarg) + "'", command.usage);
             options.hasBlock = true;
             break;
+        case OPT_OFFSET:
+        case OPT_CROP:
+        case OPT_EXCLUDE:
+        case OPT_FILL_RANGE:
+        case OPT_SWAP:
+        case OPT_INSERT_CRC:
+            parsed = parseEdit(c, optarg, previous == OPT_CROP, command, options);
+            break;
         case 'O':
         case 'I':
+        case 'a':
         case OPT_INPUT_FORMAT:
         case OPT_RECORD_SIZE:
         case OPT_ADDRESSING:
         case OPT_ADDRESS_SIZE:
-        case OPT_FILL: {
-            const int parsed = parseValue(c, optarg, command, options);
-            if (parsed != EXIT_OK)
-                return parsed;
+        case OPT_FILL:
+        case OPT_OVERLAP:
+        case OPT_START_ADDRESS:
+        case OPT_CRC_ENDIAN:
+        case OPT_RANGE:
+        case OPT_CRC_WIDTH:
+        case OPT_POLY:
+        case OPT_INIT:
+        case OPT_XOROUT:
+            parsed = parseValue(c, optarg, command, options, crc);
             break;
-        }
         case ':':
             return usageError("option '" + offendingOption(argv) + "' needs a value", command.usage);
         default:
             return usageError("unknown option '" + offendingOption(argv) + "'", command.usage);
         }
+        if (parsed != EXIT_OK)
+            return parsed;
+        previous = c;
     }
     if (options.help)
         return EXIT_OK;
+    const int chosen = chooseChecksum(crc, command, options);
+    if (chosen != EXIT_OK)
+        return chosen;
     std::vector<std::string> operands(argv + optind, argv + argc);
     if (operands.empty())
         return usageError(convert ? "missing INPUT" : "missing FILE", command.usage);
@@ -347,6 +651,7 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
     if (operands.size() > 1)
         return usageError("unexpected argument '" + operands[1] + "'", command.usage);
     options.file = operands[0];
+    options.inputs = operands;
     return EXIT_OK;
 }
 

@@ -4,6 +4,7 @@
 #ifndef HEXBLOCKS_COMMAND_LINE_H
 #define HEXBLOCKS_COMMAND_LINE_H
 
+#include "checksum.h"
 #include "image_files.h"
 #include "memory_image.h"
 
@@ -15,7 +16,7 @@ extern const char PROGRAM[];
 
 // Exit codes.
 const int EXIT_OK = 0;
-const int EXIT_FAILED = 1; // a file could not be loaded or written
+const int EXIT_FAILED = 1; // a file could not be loaded or written, or an edit failed
 const int EXIT_USAGE = 2;  // the command line is wrong
 
 extern const char MAIN_USAGE[];
@@ -33,6 +34,17 @@ const CommandSpec* findCommand(const std::string& name);
 // Prints a usage error with usage and returns EXIT_USAGE.
 int usageError(const std::string& message, const char* usage);
 
+// One edit of convert's image; edits apply in the order given.
+struct Edit {
+    enum class kind_t { OFFSET, CROP, EXCLUDE, FILL_RANGE, SWAP, INSERT_CRC };
+    kind_t kind = kind_t::OFFSET;
+    std::string option;                       // as written, for messages: "--swap 4"
+    std::vector<MemoryImage::range_t> ranges; // CROP: their union; EXCLUDE, FILL_RANGE, INSERT_CRC: one
+    int64_t delta = 0;                        // OFFSET
+    unsigned wordSize = 0;                    // SWAP
+    uint32_t address = 0;                     // INSERT_CRC: where the value goes
+};
+
 // Options of every command; each command uses its own subset.
 struct Options {
     std::string file;
@@ -42,7 +54,13 @@ struct Options {
     fileformat_t outputFormat = fileformat_t::INTEL_HEX;
     bool hasInputFormat = false;
     fileformat_t inputFormat = fileformat_t::INTEL_HEX;
-    MemoryImage::saveoptions_t save;
+    MemoryImage::saveoptions_t save; // its fill is also --fill for the edits and crc
+    MemoryImage::mergeoptions_t merge;
+    std::vector<Edit> edits;
+    Checksum::algorithm_t algorithm; // crc, and convert's --insert-crc: crc32 unless set
+    Checksum::byteorder_t crcOrder = Checksum::byteorder_t::LITTLE;
+    bool hasRange = false;           // crc --range
+    MemoryImage::range_t range{0, 0};
     bool oneBlock = false;
     bool strict = false;
     bool json = false;

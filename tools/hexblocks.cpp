@@ -2,7 +2,9 @@
 // HEX, S-records, ELF, raw binary), built on the intelhex library's public
 // interface. This file holds the commands and main(); the command line is
 // parsed in command_line.cpp and inputs are read in input_loading.cpp.
+#include "checksum.h"
 #include "command_line.h"
+#include "image_editing.h"
 #include "image_files.h"
 #include "input_loading.h"
 #include "intelhex.h"
@@ -351,7 +353,7 @@ int runDump(const Options& options)
 int runConvert(const Options& options)
 {
     MemoryImage image;
-    if (!readInputs(options, image))
+    if (!readInputs(options, image) || !applyEdits(options, image))
         return EXIT_FAILED;
     MemoryImage::result_t saved;
     if (options.output == "-") {
@@ -372,6 +374,29 @@ int runConvert(const Options& options)
     return EXIT_OK;
 }
 
+int runCrc(const Options& options)
+{
+    MemoryImage image;
+    if (!readInputs(options, image))
+        return EXIT_FAILED;
+    const uint64_t end = image.empty() ? 0 : image.lowestAddress() + image.span();
+    const MemoryImage::range_t range = options.hasRange ? options.range : MemoryImage::range_t{image.lowestAddress(), end};
+    const uint8_t fill = options.save.fill;
+    Checksum checksum(options.algorithm, fill);
+    checksum.updateImage(image, range, fill);
+    const uint32_t value = checksum.value();
+    if (options.json) {
+        std::cout << "{\"algorithm\": " << jsonString(options.algorithm.name) << ", \"value\": " << value
+                  << ", \"start\": " << range.start << ", \"size\": " << range.size()
+                  << ", \"fill\": " << static_cast<unsigned>(fill) << "}" << std::endl;
+    } else {
+        std::cout << options.algorithm.name << ": " << hexNumber(value, 2 * static_cast<int>(checksum.size()))
+                  << " over " << hexAddress(range.start) << ":" << hexAddress(range.end) << ", " << range.size()
+                  << (range.size() == 1 ? " byte" : " bytes") << std::endl;
+    }
+    return EXIT_OK;
+}
+
 int runCommand(const CommandSpec& command, const Options& options)
 {
     const std::string name = command.name;
@@ -383,6 +408,8 @@ int runCommand(const CommandSpec& command, const Options& options)
         return runBin(options);
     if (name == "convert")
         return runConvert(options);
+    if (name == "crc")
+        return runCrc(options);
     return runDump(options);
 }
 
@@ -424,5 +451,10 @@ int main(int argc, char** argv)
         std::cout << command->usage << "\n" << command->help;
         return EXIT_OK;
     }
-    return runCommand(*command, options);
+    try {
+        return runCommand(*command, options);
+    } catch (const std::bad_alloc&) {
+        std::cerr << PROGRAM << ": out of memory" << std::endl;
+        return EXIT_FAILED;
+    }
 }

@@ -122,7 +122,7 @@ bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpe
     return true;
 }
 
-MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image)
+MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image, std::string* standardInput)
 {
     MemoryImage::readoptions_t options;
     options.detect = input.detect;
@@ -130,7 +130,7 @@ MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image)
     options.address = input.address;
     if (input.path != "-")
         return image.readFile(input.path.c_str(), options);
-    std::vector<char> bytes;
+    std::string bytes;
     char piece[64 * 1024];
     for (;;) {
         const ssize_t got = ::read(STDIN_FILENO, piece, sizeof piece);
@@ -143,9 +143,12 @@ MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image)
         }
         if (got == 0)
             break;
-        bytes.insert(bytes.end(), piece, piece + got);
+        bytes.append(piece, static_cast<size_t>(got));
     }
-    return image.readMemory(bytes.data(), bytes.size(), options);
+    const MemoryImage::readresult_t read = image.readMemory(bytes.data(), bytes.size(), options);
+    if (standardInput != nullptr)
+        *standardInput = std::move(bytes);
+    return read;
 }
 
 ranges_t rangesOf(const MemoryImage& image)
@@ -154,27 +157,4 @@ ranges_t rangesOf(const MemoryImage& image)
     for (const MemoryImage::segment_t& s : image.segments())
         ranges.emplace_back(s.address, s.endAddress());
     return ranges;
-}
-
-bool firstSharedAddress(const ranges_t& a, const MemoryImage& b, uint32_t& address)
-{
-    const std::vector<MemoryImage::segment_t>& y = b.segments();
-    for (size_t i = 0, j = 0; i < a.size() && j < y.size();) {
-        const uint64_t start = std::max<uint64_t>(a[i].first, y[j].address);
-        if (start < std::min(a[i].second, y[j].endAddress())) {
-            address = static_cast<uint32_t>(start);
-            return true;
-        }
-        if (a[i].second < y[j].endAddress())
-            ++i;
-        else
-            ++j;
-    }
-    return false;
-}
-
-void addImage(MemoryImage& into, const MemoryImage& from)
-{
-    for (const MemoryImage::segment_t& s : from.segments())
-        into.write(s.address, s.bytes.data(), s.bytes.size());
 }

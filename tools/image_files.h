@@ -40,17 +40,12 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
 // error set when ADDRESS is not an address.
 bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpec& input, std::string& error);
 
-// Reads input into image; standard input is read once, into memory.
-MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image);
+// Reads input into image; standard input is read once, into memory, and
+// its bytes are kept in standardInput when that is given.
+MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image, std::string* standardInput = nullptr);
 
 // The address ranges [first, second) an image holds data in.
 using ranges_t = std::vector<std::pair<uint64_t, uint64_t>>;
 ranges_t rangesOf(const MemoryImage& image);
-
-// The first address that holds data in both a and b; false when there is none.
-bool firstSharedAddress(const ranges_t& a, const MemoryImage& b, uint32_t& address);
-
-// Adds the data of from to into (they must not share an address).
-void addImage(MemoryImage& into, const MemoryImage& from);
 
 #endif

@@ -2,6 +2,7 @@
 
 #include "text_format.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 #include <new>
@@ -106,56 +107,95 @@ bool loadImage(const Options& options, IntelHexFile& image)
     return static_cast<bool>(appended);
 }
 
-// Reads every input of convert and combines them; false after printing why
-// when one cannot be read, or two give the same address or different start
-// addresses.
+namespace {
+
+// An input merged so far: its name, where its data is, and its text when it
+// came from standard input, to find lines in.
+struct MergedInput {
+    std::string operand; // as the command line names it
+    InputSpec spec;
+    ranges_t ranges;
+    std::string standardInput;
+};
+
+bool holds(const ranges_t& ranges, uint32_t address)
+{
+    for (const auto& r : ranges)
+        if (address >= r.first && address < r.second)
+            return true;
+    return false;
+}
+
+// "FILE:LINE" for the record of input that gives the byte at address, or
+// just "FILE" when no line can be told.
+std::string placeOf(const MergedInput& input, uint32_t address)
+{
+    MemoryImage::readoptions_t options;
+    options.detect = input.spec.detect;
+    options.format = input.spec.format;
+    const size_t line = input.spec.path == "-"
+                            ? MemoryImage::findLine(input.standardInput.data(), input.standardInput.size(), address,
+                                                    options)
+                            : MemoryImage::findLineInFile(input.spec.path.c_str(), address, options);
+    return line > 0 ? input.spec.path + ":" + std::to_string(line) : input.operand;
+}
+
+// Prints why input could not be merged after the earlier ones.
+void printClash(const std::vector<MergedInput>& earlier, const MergedInput& input,
+                const MemoryImage::mergeresult_t& result, MemoryImage::overlappolicy_t overlap,
+                const std::string& startFrom)
+{
+    using clash_t = MemoryImage::mergeresult_t::clash_t;
+    if (result.clash == clash_t::START_ADDRESS) {
+        std::cerr << PROGRAM << ": " << startFrom << " and " << input.operand << " "
+                  << result.reason.substr(result.reason.find("give ")) << std::endl;
+        return;
+    }
+    // The earlier input that gave the byte: with either policy that fails,
+    // the first one that holds the address gave it, or gave the same byte.
+    const auto owner = std::find_if(earlier.begin(), earlier.end(),
+                                    [&result](const MergedInput& e) { return holds(e.ranges, result.address); });
+    const std::string first = owner == earlier.end() ? std::string("an earlier input") : placeOf(*owner, result.address);
+    std::cerr << PROGRAM << ": " << first << " and " << placeOf(input, result.address);
+    if (overlap == MemoryImage::overlappolicy_t::IDENTICAL)
+        std::cerr << " give different bytes at " << hexAddress(result.address) << " ("
+                  << hexNumber(result.imageByte, 2) << " and " << hexNumber(result.otherByte, 2) << ")" << std::endl;
+    else
+        std::cerr << " both give data at " << hexAddress(result.address) << std::endl;
+}
+
+} // namespace
+
+// Reads every input and merges them by options.merge; false after printing
+// why when one cannot be read or the policies refuse a merge.
 bool readInputs(const Options& options, MemoryImage& combined)
 {
-    std::vector<std::pair<std::string, ranges_t>> earlier; // each input read so far and where its data is
-    std::string startFrom; // the input that gave the start address
+    std::vector<MergedInput> earlier;
+    std::string startFrom; // the input that gave the start address kept so far
     for (const std::string& operand : options.inputs) {
-        InputSpec input;
+        MergedInput input;
+        input.operand = operand;
         std::string error;
-        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, input, error)) {
+        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, input.spec, error)) {
             std::cerr << PROGRAM << ": " << error << std::endl;
             return false;
         }
         MemoryImage image;
-        const MemoryImage::readresult_t read = readInput(input, image);
-        printRead(input.path, read);
+        const MemoryImage::readresult_t read = readInput(input.spec, image, &input.standardInput);
+        printRead(input.spec.path, read);
         if (!read)
             return false;
-        for (const auto& other : earlier) {
-            uint32_t shared = 0;
-            if (firstSharedAddress(other.second, image, shared)) {
-                std::cerr << PROGRAM << ": " << other.first << " and " << input.path << " both give data at "
-                          << hexAddress(shared) << std::endl;
-                return false;
-            }
+        input.ranges = rangesOf(image);
+        const bool givesStart = image.hasStartAddress() &&
+                                (!combined.hasStartAddress() || options.merge.start == MemoryImage::startpolicy_t::LAST);
+        const MemoryImage::mergeresult_t merged = combined.merge(std::move(image), options.merge);
+        if (!merged) {
+            printClash(earlier, input, merged, options.merge.overlap, startFrom);
+            return false;
         }
-        if (image.hasStartAddress()) {
-            const MemoryImage::startaddress_t start = image.startAddress();
-            const MemoryImage::startaddress_t held = combined.startAddress();
-            if (combined.hasStartAddress() && (start.type != held.type || start.value != held.value)) {
-                std::cerr << PROGRAM << ": " << startFrom << " and " << input.path
-                          << " give different start addresses (" << hexAddress(held.value) << " and "
-                          << hexAddress(start.value) << ")" << std::endl;
-                return false;
-            }
-        }
-        earlier.emplace_back(input.path, rangesOf(image));
-        if (earlier.size() == 1) {
-            combined = std::move(image); // one input: no copy
-        } else {
-            if (image.hasStartAddress() && !combined.hasStartAddress())
-                combined.setStartAddress(image.startAddress());
-            if (combined.header().empty())
-                combined.setHeader(image.header());
-            addImage(combined, image);
-        }
-        if (combined.hasStartAddress() && startFrom.empty())
-            startFrom = input.path;
+        if (givesStart)
+            startFrom = input.operand;
+        earlier.push_back(std::move(input));
     }
     return true;
 }
-

@@ -13,9 +13,10 @@
 // formats through a MemoryImage. False after printing why.
 bool loadImage(const Options& options, IntelHexFile& image);
 
-// Reads every input of convert and combines them; false after printing why
-// when one cannot be read, or two give the same address or different start
-// addresses.
+// Reads every input (convert's, or crc's one) and merges them by
+// options.merge; false after printing why when one cannot be read or the
+// policies refuse a merge, naming both inputs and, where they can be told,
+// their lines.
 bool readInputs(const Options& options, MemoryImage& combined);
 
 #endif

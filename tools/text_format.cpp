@@ -16,6 +16,13 @@ std::string hex16(uint16_t value)
     return text;
 }
 
+std::string hexNumber(uint32_t value, int digits)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%0*X", digits, static_cast<unsigned>(value));
+    return text;
+}
+
 std::string humanSize(uint64_t bytes)
 {
     static const char* const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};

@@ -12,6 +12,9 @@ std::string hexAddress(uint64_t address);
 // "0x0800": four upper-case hex digits.
 std::string hex16(uint16_t value);
 
+// "0x0F", "0x29B1", "0xCBF43926": value in at least digits upper-case hex digits.
+std::string hexNumber(uint32_t value, int digits);
+
 // A byte count for people: "64 B", "4 KiB", "1.5 KiB", "12.3 MiB", "256 MiB".
 // Whole multiples print without decimals; otherwise one decimal.
 std::string humanSize(uint64_t bytes);

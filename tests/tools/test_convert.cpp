@@ -193,7 +193,7 @@ TEST_F(Convert, OverlappingInputsAreAnErrorNamingBoth)
     const std::string existing = dir.write("out.hex", "old");
     const ProcessResult r = hexblocks({"convert", firmware, dir.file("patch.bin") + "@0x08000101", "-o", existing});
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err, "hexblocks: " + firmware + " and " + dir.file("patch.bin") + " both give data at 0x08000101\n");
+    EXPECT_EQ(r.err, "hexblocks: " + firmware + ":4 and " + dir.file("patch.bin") + "@0x08000101 both give data at 0x08000101\n");
     EXPECT_EQ(fileText(existing), "old");
 }
 

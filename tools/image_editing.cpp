@@ -1,0 +1,46 @@
+#include "image_editing.h"
+
+#include "checksum.h"
+
+#include <iostream>
+
+namespace {
+
+// Applies one edit; a failure's reason otherwise.
+MemoryImage::result_t applyEdit(const Edit& edit, const Options& options, MemoryImage& image)
+{
+    MemoryImage::result_t result;
+    switch (edit.kind) {
+    case Edit::kind_t::OFFSET:
+        return image.offset(edit.delta);
+    case Edit::kind_t::CROP:
+        image.crop(edit.ranges);
+        break;
+    case Edit::kind_t::EXCLUDE:
+        image.exclude(edit.ranges[0]);
+        break;
+    case Edit::kind_t::FILL_RANGE:
+        image.fillRange(edit.ranges[0], options.save.fill);
+        break;
+    case Edit::kind_t::SWAP:
+        return image.swapBytes(edit.wordSize);
+    case Edit::kind_t::INSERT_CRC:
+        return Checksum::insert(image, options.algorithm, edit.ranges[0], options.save.fill, edit.address,
+                                options.crcOrder);
+    }
+    return result;
+}
+
+} // namespace
+
+bool applyEdits(const Options& options, MemoryImage& image)
+{
+    for (const Edit& edit : options.edits) {
+        const MemoryImage::result_t result = applyEdit(edit, options, image);
+        if (!result) {
+            std::cerr << PROGRAM << ": " << edit.option << ": " << result.reason << std::endl;
+            return false;
+        }
+    }
+    return true;
+}

@@ -1,0 +1,13 @@
+// convert's edits: the image moved, cropped, cut, filled, byte-swapped and
+// given a checksum, in the order the command line gives.
+#ifndef HEXBLOCKS_IMAGE_EDITING_H
+#define HEXBLOCKS_IMAGE_EDITING_H
+
+#include "command_line.h"
+#include "memory_image.h"
+
+// Applies options.edits to image in order; false after printing which edit
+// failed and why.
+bool applyEdits(const Options& options, MemoryImage& image);
+
+#endif
