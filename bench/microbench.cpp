@@ -1,6 +1,8 @@
 // Microbenchmarks of the load path: one record line through the parser, a
 // whole file through each reader (load() in both modes, the exact reader,
-// the full-format reader into a MemoryImage), in ascending and shuffled order.
+// the full-format reader into a MemoryImage), in ascending and shuffled order;
+// and checksums over a 32 MiB image beside the reading of that image's file.
+#include "checksum.h"
 #include "intelhex.h"
 #include "memory_image.h"
 #include "support/hex_text.h"
@@ -14,19 +16,19 @@
 
 namespace {
 
-// A firmware-sized image: 1 MiB in 16-byte records, ascending, one gap per
-// 64 KiB, as a file in a temporary directory.
+// A firmware-sized image: 1 MiB (or size bytes) in 16-byte records,
+// ascending, one gap per 64 KiB, as a file in a temporary directory.
 struct ImageFile {
     TempDir dir;
     std::string path;
     size_t textBytes = 0;
     size_t dataBytes = 0;
 
-    explicit ImageFile(bool shuffled)
+    explicit ImageFile(bool shuffled, uint32_t size = 1u << 20)
     {
         std::mt19937 rng(1);
         std::vector<std::string> lines;
-        for (uint32_t address = 0; address < (1u << 20); address += 16) {
+        for (uint32_t address = 0; address < size; address += 16) {
             if ((address & 0xFFFF) == 0)
                 lines.push_back(linearBaseRecord(static_cast<uint16_t>(address >> 16)));
             if ((address & 0xFFFF) == 0x8000)
@@ -113,6 +115,43 @@ void BM_ReadHexFile(benchmark::State& state)
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
 }
 BENCHMARK(BM_ReadHexFile)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// The 32 MiB image read from its HEX file (about 92 MB), for the checksums
+// below to be measured against.
+const ImageFile& file32MiB()
+{
+    static const ImageFile file(false, 32u << 20);
+    return file;
+}
+
+void BM_ReadHexFile32MiB(benchmark::State& state)
+{
+    const ImageFile& file = file32MiB();
+    for (auto _ : state) {
+        MemoryImage image;
+        benchmark::DoNotOptimize(image.readHexFile(file.path.c_str()).ok);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.dataBytes));
+}
+BENCHMARK(BM_ReadHexFile32MiB)->Unit(benchmark::kMillisecond);
+
+// Each named checksum over the whole span of the 32 MiB image, gaps as fill.
+void BM_Checksum32MiB(benchmark::State& state)
+{
+    static MemoryImage image;
+    if (image.empty())
+        image.readHexFile(file32MiB().path.c_str());
+    const Checksum::algorithm_t& algorithm = Checksum::algorithms()[static_cast<size_t>(state.range(0))];
+    state.SetLabel(algorithm.name);
+    const MemoryImage::range_t range{image.lowestAddress(), image.lowestAddress() + image.span()};
+    for (auto _ : state) {
+        Checksum checksum(algorithm);
+        checksum.updateImage(image, range, 0xFF);
+        benchmark::DoNotOptimize(checksum.value());
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * range.size()));
+}
+BENCHMARK(BM_Checksum32MiB)->DenseRange(0, 12)->Unit(benchmark::kMillisecond);
 
 } // namespace
 

@@ -11,7 +11,7 @@ scripts/deps.sh cmake make g++ pkgconf dpkg-dev binutils file
 work=$(mktemp -d /tmp/intelhex-install-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 jobs=$(nproc 2>/dev/null || echo 2)
-expected=$'block 0: 0x08000000, 4096 bytes\nblock 1: 0x08004000, 12288 bytes\nblock 2: 0x0801FC00, 64 bytes\nimage: 3 segments, 16448 bytes in 130112'
+expected=$'block 0: 0x08000000, 4096 bytes\nblock 1: 0x08004000, 12288 bytes\nblock 2: 0x0801FC00, 64 bytes\nimage: 3 segments, 16448 bytes in 130112\ncrc32: 0x76FD8B13'
 
 run_consumer() { # label build-dir [env...]
     local label=$1 dir=$2
@@ -41,10 +41,10 @@ for kind in static shared; do
     if [ $kind = shared ]; then
         so=$(readlink -f "$prefix/lib/libintelhex.so")
         soname=$(objdump -p "$so" | awk '/SONAME/ {print $2}')
-        [ "$soname" = libintelhex.so.0.3 ] || { echo "unexpected SONAME $soname" >&2; exit 1; }
+        [ "$soname" = libintelhex.so.0.4 ] || { echo "unexpected SONAME $soname" >&2; exit 1; }
         # Every exported symbol belongs to the public classes.
         leaked=$(nm -D --defined-only -C "$so" | awk '{ $1=""; $2=""; print substr($0, 3) }' |
-            grep -v -E '^(IntelHexFile|IntelHexFileBlock|MemoryImage)::|^operator<\(IntelHexFile::hexfileline_t' || true)
+            grep -v -E '^(IntelHexFile|IntelHexFileBlock|MemoryImage|Checksum)::|^operator<\(IntelHexFile::hexfileline_t' || true)
         if [ -n "$leaked" ]; then
             echo "symbols exported beyond the public API:"$'\n'"$leaked" >&2
             exit 1

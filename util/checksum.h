@@ -54,8 +54,8 @@ public:
 
     /// A named algorithm.
     struct algorithm_t {
-        std::string name;
-        kind_t kind;
+        std::string name; ///< As findAlgorithm() takes it, e.g. "crc32".
+        kind_t kind;      ///< What it computes.
         crcmodel_t crc;  ///< The CRC, for CRC and STM32.
         uint32_t check;  ///< The value for the nine ASCII bytes "123456789".
     };
@@ -103,7 +103,7 @@ public:
 
     /// Computes algorithm over range of image (fill where there is no
     /// data, and as STM32's padding) and writes the value at address in
-    /// the byte order given.
+    /// order, replacing any data there.
     /// @return a failure, with the image unchanged, when the value would
     /// lie inside range or run past 0xFFFFFFFF.
     static MemoryImage::result_t insert(MemoryImage& image, const algorithm_t& algorithm,

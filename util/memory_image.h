@@ -207,7 +207,7 @@ public:
             START_ADDRESS ///< the images give different start addresses
         };
         bool ok = true;               ///< It succeeded.
-        clash_t clash = clash_t::NONE;
+        clash_t clash = clash_t::NONE; ///< What stopped it; NONE on success.
         std::string reason;           ///< Why it failed; empty on success.
         uint32_t address = 0;         ///< DATA: the lowest address of the clash.
         uint8_t imageByte = 0;        ///< DATA: the image's byte there.

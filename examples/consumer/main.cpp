@@ -1,5 +1,6 @@
 // Loads a HEX file with the installed intelhex library and prints its blocks,
-// then reads it as a memory image.
+// then reads it as a memory image and prints the CRC-32 of its span.
+#include <intelhex/checksum.h>
 #include <intelhex/intelhex.h>
 #include <intelhex/memory_image.h>
 
@@ -27,5 +28,12 @@ int main(int argc, char** argv)
     }
     std::printf("image: %zu segments, %llu bytes in %llu\n", memory.segments().size(),
                 static_cast<unsigned long long>(memory.dataSize()), static_cast<unsigned long long>(memory.span()));
+    Checksum::algorithm_t crc32;
+    if (!Checksum::findAlgorithm("crc32", crc32))
+        return 1;
+    Checksum checksum(crc32);
+    checksum.updateImage(memory, MemoryImage::range_t{memory.lowestAddress(), memory.lowestAddress() + memory.span()},
+                         0xFF);
+    std::printf("crc32: 0x%08X\n", static_cast<unsigned>(checksum.value()));
     return 0;
 }

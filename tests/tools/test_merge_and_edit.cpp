@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
@@ -298,4 +299,45 @@ TEST_F(MergeAndEdit, SrecCatAgreesOnEditsAndCrcs)
         }
     }
     EXPECT_EQ(compared, 72);
+}
+
+// The README's recipe: a bootloader, an application and a settings page,
+// the application's region filled and its STM32 CRC stored in the region's
+// last 4 bytes. srec_cat builds the same image from the same files.
+TEST_F(MergeAndEdit, ReadmeRecipeMatchesSrecCat)
+{
+    std::mt19937 random(23);
+    auto part = [&random](uint32_t address, size_t size) {
+        std::vector<uint8_t> bytes(size);
+        for (uint8_t& b : bytes)
+            b = static_cast<uint8_t>(random());
+        MemoryImage image;
+        image.write(address, bytes.data(), bytes.size());
+        return image;
+    };
+    const std::string bootHex = dir.file("boot.hex"), appHex = dir.file("app.hex"), settingsHex = dir.file("settings.hex");
+    ASSERT_TRUE(part(0x08000000, 0x3000).saveFile(bootHex.c_str()));
+    ASSERT_TRUE(part(0x08004000, 0x1235).saveFile(appHex.c_str()));
+    ASSERT_TRUE(part(0x0803F800, 0x40).saveFile(settingsHex.c_str()));
+    const std::string factory = dir.file("factory.hex");
+    ProcessResult r = hexblocks({"convert", bootHex, appHex, settingsHex, "-o", factory, "--fill-range",
+                                 "0x08004000:0x0803F7FC", "--insert-crc", "0x08004000:0x0803F7FC@0x0803F7FC",
+                                 "--algorithm", "stm32"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out + r.err, "");
+
+    const std::string appWithCrc = dir.file("app-crc.hex"), expected = dir.file("expected.hex");
+    ProcessResult s = runProcess(SREC_CAT_PATH, {appHex, "-intel", "-fill", "0xFF", "0x08004000", "0x0803F7FC",
+                                                 "-stm32-l-e", "0x0803F7FC", "-o", appWithCrc, "-intel"});
+    ASSERT_EQ(s.exitCode, 0) << s.err;
+    s = runProcess(SREC_CAT_PATH, {bootHex, "-intel", appWithCrc, "-intel", settingsHex, "-intel", "-o", expected, "-intel"});
+    ASSERT_EQ(s.exitCode, 0) << s.err;
+    EXPECT_EQ(segmentsOf(imageIn(factory)), segmentsOf(imageIn(expected)));
+
+    // What the bootloader computes over the region is the value stored.
+    r = hexblocks({"crc", factory, "--algorithm", "stm32", "--range", "0x08004000:0x0803F7FC"});
+    const std::vector<uint8_t> stored = imageIn(factory).copyRange(0x0803F7FC, 4);
+    char value[16];
+    std::snprintf(value, sizeof value, "0x%02X%02X%02X%02X", stored[3], stored[2], stored[1], stored[0]);
+    EXPECT_EQ(r.out, "stm32: " + std::string(value) + " over 0x08004000:0x0803F7FC, 243708 bytes\n");
 }
