@@ -6,6 +6,10 @@
 
 namespace {
 
+// The widest --fill-range: the largest image the tool makes in one piece
+// elsewhere too (one-block mode), so that a typing slip does not fill 4 GiB.
+const uint64_t MAX_FILL = 256u << 20;
+
 // Applies one edit; a failure's reason otherwise.
 MemoryImage::result_t applyEdit(const Edit& edit, const Options& options, MemoryImage& image)
 {
@@ -20,6 +24,12 @@ MemoryImage::result_t applyEdit(const Edit& edit, const Options& options, Memory
         image.exclude(edit.ranges[0]);
         break;
     case Edit::kind_t::FILL_RANGE:
+        if (edit.ranges[0].size() > MAX_FILL) {
+            result.ok = false;
+            result.reason = "the range spans " + std::to_string(edit.ranges[0].size()) +
+                            " bytes, more than the limit of " + std::to_string(MAX_FILL) + " bytes";
+            return result;
+        }
         image.fillRange(edit.ranges[0], options.save.fill);
         break;
     case Edit::kind_t::SWAP:

@@ -143,12 +143,12 @@ std::string placeOf(const MergedInput& input, uint32_t address)
 // Prints why input could not be merged after the earlier ones.
 void printClash(const std::vector<MergedInput>& earlier, const MergedInput& input,
                 const MemoryImage::mergeresult_t& result, MemoryImage::overlappolicy_t overlap,
-                const std::string& startFrom)
+                const std::string& startFrom, uint32_t heldStart, uint32_t offeredStart)
 {
     using clash_t = MemoryImage::mergeresult_t::clash_t;
     if (result.clash == clash_t::START_ADDRESS) {
-        std::cerr << PROGRAM << ": " << startFrom << " and " << input.operand << " "
-                  << result.reason.substr(result.reason.find("give ")) << std::endl;
+        std::cerr << PROGRAM << ": " << startFrom << " and " << input.operand << " give different start addresses ("
+                  << hexAddress(heldStart) << " and " << hexAddress(offeredStart) << ")" << std::endl;
         return;
     }
     // The earlier input that gave the byte: with either policy that fails,
@@ -188,9 +188,11 @@ bool readInputs(const Options& options, MemoryImage& combined)
         input.ranges = rangesOf(image);
         const bool givesStart = image.hasStartAddress() &&
                                 (!combined.hasStartAddress() || options.merge.start == MemoryImage::startpolicy_t::LAST);
+        const uint32_t offeredStart = image.startAddress().value;
         const MemoryImage::mergeresult_t merged = combined.merge(std::move(image), options.merge);
         if (!merged) {
-            printClash(earlier, input, merged, options.merge.overlap, startFrom);
+            printClash(earlier, input, merged, options.merge.overlap, startFrom, combined.startAddress().value,
+                       offeredStart);
             return false;
         }
         if (givesStart)

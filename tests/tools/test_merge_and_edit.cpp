@@ -210,6 +210,8 @@ TEST_F(MergeAndEdit, EditErrorsNameTheOptionAndLeaveNoOutput)
         {{"--swap", "4"}, "--swap 4: the data at 0x00000108 does not fill its 4-byte word"},
         {{"--insert-crc", "0x100:0x109@0x106"},
          "--insert-crc 0x100:0x109@0x106: the crc32 value at 0x00000106 would lie inside the range it covers, 0x00000100:0x00000109"},
+        {{"--fill-range", "0:0x10000001"},
+         "--fill-range 0:0x10000001: the range spans 268435457 bytes, more than the limit of 268435456 bytes"},
         {{"--insert-crc", "0x100:0x109@0xFFFFFFFE"},
          "--insert-crc 0x100:0x109@0xFFFFFFFE: the crc32 value at 0xFFFFFFFE would run past address 0xFFFFFFFF"},
     };
