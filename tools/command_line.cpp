@@ -48,8 +48,8 @@ const char MAIN_HELP[] =
     "HEX file the library's own diagnostics are followed by one line\n"
     "FILE:LINE: REASON.\n"
     "\n"
-    "Exit status: 0 on success, 1 when a file cannot be read or written,\n"
-    "2 on a usage error.\n";
+    "Exit status: 0 on success, 1 when a file cannot be read or written or a\n"
+    "merge or edit is refused, 2 on a usage error.\n";
 
 
 const CommandSpec COMMANDS[] = {
