@@ -113,7 +113,7 @@ namespace {
 // came from standard input, to find lines in.
 struct MergedInput {
     std::string operand; // as the command line names it
-    InputSpec spec;
+    InputSpec source;    // where and how it is read
     ranges_t ranges;
     std::string standardInput;
 };
@@ -131,13 +131,13 @@ bool holds(const ranges_t& ranges, uint32_t address)
 std::string placeOf(const MergedInput& input, uint32_t address)
 {
     MemoryImage::readoptions_t options;
-    options.detect = input.spec.detect;
-    options.format = input.spec.format;
-    const size_t line = input.spec.path == "-"
+    options.detect = input.source.detect;
+    options.format = input.source.format;
+    const size_t line = input.source.path == "-"
                             ? MemoryImage::findLine(input.standardInput.data(), input.standardInput.size(), address,
                                                     options)
-                            : MemoryImage::findLineInFile(input.spec.path.c_str(), address, options);
-    return line > 0 ? input.spec.path + ":" + std::to_string(line) : input.operand;
+                            : MemoryImage::findLineInFile(input.source.path.c_str(), address, options);
+    return line > 0 ? input.source.path + ":" + std::to_string(line) : input.operand;
 }
 
 // Prints why input could not be merged after the earlier ones.
@@ -176,13 +176,13 @@ bool readInputs(const Options& options, MemoryImage& combined)
         MergedInput input;
         input.operand = operand;
         std::string error;
-        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, input.spec, error)) {
+        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, input.source, error)) {
             std::cerr << PROGRAM << ": " << error << std::endl;
             return false;
         }
         MemoryImage image;
-        const MemoryImage::readresult_t read = readInput(input.spec, image, &input.standardInput);
-        printRead(input.spec.path, read);
+        const MemoryImage::readresult_t read = readInput(input.source, image, &input.standardInput);
+        printRead(input.source.path, read);
         if (!read)
             return false;
         input.ranges = rangesOf(image);
