@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <initializer_list>
 #include <iostream>
+#include <utility>
 
 #include <getopt.h>
 
@@ -298,6 +300,19 @@ struct CrcChoice {
     Checksum::crcmodel_t model{32, 0, 0, false, false, 0};
 };
 
+// The value text names in names; false when it names none.
+template <typename Value>
+bool valueByName(const std::string& text, std::initializer_list<std::pair<const char*, Value>> names, Value& value)
+{
+    for (const auto& n : names) {
+        if (text == n.first) {
+            value = n.second;
+            return true;
+        }
+    }
+    return false;
+}
+
 // START:END, END exclusive: START up to 0xFFFFFFFF, END above START and up
 // to 0x100000000.
 bool parseRange(const std::string& text, MemoryImage::range_t& range)
@@ -422,24 +437,19 @@ int parseValue(int option, const char* value, const CommandSpec& command, Option
         break;
     case OPT_OVERLAP: {
         using policy_t = MemoryImage::overlappolicy_t;
-        const std::vector<std::pair<std::string, policy_t>> names = {
-            {"error", policy_t::ERROR}, {"first", policy_t::FIRST}, {"last", policy_t::LAST},
-            {"identical", policy_t::IDENTICAL}};
-        const auto found = std::find_if(names.begin(), names.end(), [&text](const auto& n) { return n.first == text; });
-        if (found == names.end())
+        if (!valueByName(text, {{"error", policy_t::ERROR}, {"first", policy_t::FIRST}, {"last", policy_t::LAST},
+                                {"identical", policy_t::IDENTICAL}},
+                         options.merge.overlap))
             return usageError("invalid overlap policy '" + text + "' (error, first, last or identical)", command.usage);
-        options.merge.overlap = found->second;
         break;
     }
     case OPT_START_ADDRESS: {
         using policy_t = MemoryImage::startpolicy_t;
-        const std::vector<std::pair<std::string, policy_t>> names = {
-            {"error", policy_t::ERROR}, {"first", policy_t::FIRST}, {"last", policy_t::LAST}, {"drop", policy_t::DROP}};
-        const auto found = std::find_if(names.begin(), names.end(), [&text](const auto& n) { return n.first == text; });
-        if (found == names.end())
+        if (!valueByName(text, {{"error", policy_t::ERROR}, {"first", policy_t::FIRST}, {"last", policy_t::LAST},
+                                {"drop", policy_t::DROP}},
+                         options.merge.start))
             return usageError("invalid start address policy '" + text + "' (error, first, last or drop)",
                               command.usage);
-        options.merge.start = found->second;
         break;
     }
     case 'a':
@@ -448,9 +458,9 @@ int parseValue(int option, const char* value, const CommandSpec& command, Option
         crc.named = true;
         break;
     case OPT_CRC_ENDIAN:
-        if (text != "little" && text != "big")
+        if (!valueByName(text, {{"little", Checksum::byteorder_t::LITTLE}, {"big", Checksum::byteorder_t::BIG}},
+                         options.crcOrder))
             return usageError("invalid byte order '" + text + "' for --crc-endian (little or big)", command.usage);
-        options.crcOrder = text == "little" ? Checksum::byteorder_t::LITTLE : Checksum::byteorder_t::BIG;
         break;
     case OPT_RANGE:
         if (!parseRange(text, options.range))
