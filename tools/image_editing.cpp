@@ -6,9 +6,9 @@
 
 namespace {
 
-// The widest --fill-range: the largest image the tool makes in one piece
-// elsewhere too (one-block mode), so that a typing slip does not fill 4 GiB.
-const uint64_t MAX_FILL = 256u << 20;
+// The widest --fill-range: one-block mode's limit, the largest image the
+// tool makes in one piece elsewhere, so that a typing slip does not fill 4 GiB.
+const uint64_t MAX_FILL = MemoryImage::blockoptions_t().maxImageSize;
 
 // Applies one edit; a failure's reason otherwise.
 MemoryImage::result_t applyEdit(const Edit& edit, const Options& options, MemoryImage& image)
