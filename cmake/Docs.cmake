@@ -16,6 +16,7 @@ if(DOXYGEN_FOUND AND PROJECT_IS_TOP_LEVEL)
     set(DOXYGEN_PREDEFINED "INTELHEX_API=")
     set(DOXYGEN_FULL_PATH_NAMES NO)
     doxygen_add_docs(docs ${PROJECT_SOURCE_DIR}/util/intelhex.h ${PROJECT_SOURCE_DIR}/util/memory_image.h
-        ${PROJECT_SOURCE_DIR}/util/checksum.h ${PROJECT_SOURCE_DIR}/util/utility.h
+        ${PROJECT_SOURCE_DIR}/util/checksum.h ${PROJECT_SOURCE_DIR}/util/flash_plan.h
+        ${PROJECT_SOURCE_DIR}/util/utility.h
         COMMENT "API documentation with Doxygen")
 endif()

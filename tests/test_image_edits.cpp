@@ -21,16 +21,6 @@ using policy_t = MemoryImage::overlappolicy_t;
 using startpolicy_t = MemoryImage::startpolicy_t;
 using clash_t = MemoryImage::mergeresult_t::clash_t;
 using range_t = MemoryImage::range_t;
-using bytemap_t = std::map<uint32_t, uint8_t>;
-
-bytemap_t bytesOf(const MemoryImage& image)
-{
-    bytemap_t bytes;
-    for (const MemoryImage::segment_t& s : image.segments())
-        for (size_t i = 0; i < s.bytes.size(); ++i)
-            bytes[static_cast<uint32_t>(s.address + i)] = s.bytes[i];
-    return bytes;
-}
 
 MemoryImage::mergeoptions_t optionsOf(policy_t overlap, startpolicy_t start = startpolicy_t::ERROR)
 {

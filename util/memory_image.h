@@ -217,6 +217,68 @@ public:
         explicit operator bool() const { return ok; }
     };
 
+    /// A data byte that a read-back dump does not match.
+    struct mismatch_t {
+        uint32_t address; ///< Where.
+        uint8_t expected; ///< The image's byte.
+        uint8_t found;    ///< The dump's byte.
+    };
+
+    /// What verify() and verifyFile() report. Converts to true when every
+    /// data byte of the image lies in the dump and matches.
+    struct verifyresult_t {
+        bool ok = false;               ///< Every data byte lies in the dump and matches.
+        /// verifyFile(): why the dump could not be read (the counts are then
+        /// those up to the failure); empty when it was read.
+        std::string reason;
+        uint64_t compared = 0;         ///< Data bytes that lie in the dump, compared.
+        uint64_t mismatches = 0;       ///< Of those, the bytes that differ.
+        uint64_t notCovered = 0;       ///< Data bytes outside the dump.
+        uint32_t firstNotCovered = 0;  ///< The lowest of those, when there are any.
+        std::vector<mismatch_t> first; ///< The lowest mismatches, as many as asked for.
+
+        /// @return ok.
+        explicit operator bool() const { return ok; }
+    };
+
+    /// A range of addresses where two images differ.
+    struct difference_t {
+        /// How they differ there.
+        enum class kind_t {
+            ONLY_IMAGE, ///< only the image has data
+            ONLY_OTHER, ///< only the other image has data
+            DIFFER      ///< both have data, and some bytes differ
+        };
+        kind_t kind;    ///< How they differ.
+        uint32_t start; ///< The first address.
+        uint64_t end;   ///< One past the last address, up to 2^32.
+        /// ONLY_IMAGE, ONLY_OTHER: the size of the range; DIFFER: the bytes
+        /// that differ in it.
+        uint64_t bytes;
+    };
+
+    /// How diff() reports differing bytes.
+    struct diffoptions_t {
+        /// Differing bytes separated by at most this many equal ones share a
+        /// DIFFER range; 0 gives every run of differing bytes its own.
+        uint32_t join;
+
+        /// join 16.
+        diffoptions_t() : join(16) {}
+    };
+
+    /// What diff() reports.
+    struct diffresult_t {
+        /// Where the images differ, in address order; the ranges never overlap.
+        std::vector<difference_t> ranges;
+        /// One image has a start address and the other none, or they stand
+        /// for different addresses.
+        bool startDiffers = false;
+
+        /// @return true when the images hold the same data and start address.
+        bool equal() const { return ranges.empty() && !startDiffers; }
+    };
+
     /// An empty image without a start address.
     MemoryImage();
 
@@ -329,6 +391,29 @@ public:
     /// @return a failure, naming the first address, when some data does not
     /// lie in whole words of data, or for another word size.
     result_t swapBytes(unsigned wordSize);
+
+    /// @}
+
+    /// @name Comparing
+    /// @{
+
+    /// Compares every data byte of the image with the byte at the same
+    /// address of a dump of size bytes read back from address (a flash
+    /// read-out, say). Data bytes outside the dump are not covered, and fail
+    /// the check. The first maxListed mismatches, lowest address first, are
+    /// listed.
+    verifyresult_t verify(const void* dump, size_t size, uint32_t address, size_t maxListed = 10) const;
+
+    /// As verify(), with the dump read from the file at path, a piece at a
+    /// time; the parts of the file next to no data are skipped where the file
+    /// can seek. A pipe or device is read as it comes.
+    verifyresult_t verifyFile(const char* path, uint32_t address, size_t maxListed = 10) const;
+
+    /// Compares the image with other: the ranges where only one of them has
+    /// data, the ranges where both have data and bytes differ, and the start
+    /// addresses, compared by the address they stand for (CS * 16 + IP for
+    /// a segment start address). The headers are not compared.
+    diffresult_t diff(const MemoryImage& other, const diffoptions_t& options = diffoptions_t()) const;
 
     /// @}
 

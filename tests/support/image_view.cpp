@@ -17,6 +17,15 @@ std::vector<SegmentView> segmentsOf(const MemoryImage& image)
     return views;
 }
 
+bytemap_t bytesOf(const MemoryImage& image)
+{
+    bytemap_t bytes;
+    for (const MemoryImage::segment_t& s : image.segments())
+        for (size_t i = 0; i < s.bytes.size(); ++i)
+            bytes[static_cast<uint32_t>(s.address + i)] = s.bytes[i];
+    return bytes;
+}
+
 MemoryImage imageOf(const std::vector<SegmentView>& parts)
 {
     MemoryImage image;

@@ -7,6 +7,7 @@
 #include "memory_image.h"
 
 #include <cstdint>
+#include <map>
 #include <ostream>
 #include <random>
 #include <string>
@@ -21,6 +22,11 @@ struct SegmentView {
 std::ostream& operator<<(std::ostream& os, const SegmentView& s);
 
 std::vector<SegmentView> segmentsOf(const MemoryImage& image);
+
+// Every data byte of an image by address: the plain model that tests of
+// edits, plans and comparisons check against.
+using bytemap_t = std::map<uint32_t, uint8_t>;
+bytemap_t bytesOf(const MemoryImage& image);
 
 // An image holding parts (written in order, so later parts win).
 MemoryImage imageOf(const std::vector<SegmentView>& parts);
