@@ -15,6 +15,7 @@ const char PROGRAM[] = "hexblocks";
 const char MAIN_USAGE[] =
     "usage: hexblocks COMMAND FILE [OPTIONS]\n"
     "       hexblocks convert INPUT... -o OUTPUT [OPTIONS]\n"
+    "       hexblocks verify FILE DUMP --at ADDRESS | diff A B [OPTIONS]\n"
     "       hexblocks --help | --version\n";
 
 const char MAIN_HELP[] =
@@ -31,6 +32,9 @@ const char MAIN_HELP[] =
     "  convert INPUT... -o OUTPUT         merge inputs, edit the image, insert a CRC and\n"
     "                                     write it as Intel HEX, S-records or binary\n"
     "  crc FILE [--algorithm NAME]        CRC or sum of a range of the image\n"
+    "  plan FILE --sectors SECTORS        the sectors to erase and pages to write to flash\n"
+    "  verify FILE DUMP --at ADDRESS      compare the image with a read-back binary dump\n"
+    "  diff A B                           the address ranges where two images differ\n"
     "\n"
     "Options:\n"
     "  -h, --help      show help (after a command: that command's help)\n"
@@ -50,8 +54,10 @@ const char MAIN_HELP[] =
     "HEX file the library's own diagnostics are followed by one line\n"
     "FILE:LINE: REASON.\n"
     "\n"
-    "Exit status: 0 on success, 1 when a file cannot be read or written or a\n"
-    "merge or edit is refused, 2 on a usage error.\n";
+    "Exit status: 0 on success, 1 when a file cannot be read or written, a\n"
+    "merge or edit is refused or a plan finds data outside the flash, 2 on a\n"
+    "usage error. verify and diff, like cmp: 0 when the images match, 1 when\n"
+    "they differ, 2 on trouble (a usage error or an input that cannot be read).\n";
 
 
 const CommandSpec COMMANDS[] = {
@@ -193,6 +199,61 @@ const CommandSpec COMMANDS[] = {
      "                                  order, the range padded with the fill byte\n"
      "  sum8               0xDD         the sum of the bytes modulo 256\n"
      "  sum16              0x01DD       the sum of the bytes modulo 65536\n"},
+    {"plan", "usage: hexblocks plan FILE --sectors SECTORS [--page-size N] [--erased BYTE] [--keep-blank] [--json]\n",
+     "Plan writing FILE (Intel HEX, S-records, ELF or binary; \"-\" is standard\n"
+     "input) to flash: the sectors to erase, those that hold at least one data\n"
+     "byte, each marked partial when some of its bytes hold no data (an erase\n"
+     "loses what they held); the pages to write, those that hold at least one\n"
+     "data byte, adjacent pages on one line; and the totals. A page whose bytes\n"
+     "all equal the erased value, gaps included, is skipped. Data outside the\n"
+     "sectors is an error naming its first address.\n"
+     "\n"
+     "  -s, --sectors SECTORS     ADDRESS:COUNTxSIZE[,COUNTxSIZE...], sizes with an\n"
+     "                            optional K or M: 0x08000000:64x4K is uniform flash,\n"
+     "                            0x08000000:4x16K,1x64K,7x128K an STM32F4\n"
+     "  -p, --page-size N         the program unit in bytes, K or M allowed (default\n"
+     "                            256); every sector boundary must be a multiple of it\n"
+     "  -e, --erased BYTE         the value of erased flash (default 0xFF)\n"
+     "      --keep-blank          write blank pages too\n"
+     "  -I, --input-format ihex|srec|elf|bin\n"
+     "                            read FILE in this format\n"
+     "  -j, --json                print {\"erase\": [{\"address\", \"size\", \"partial\"}],\n"
+     "                            \"write\": [{\"address\", \"size\"}] (every page),\n"
+     "                            \"skipped_blank\", and the totals}\n"
+     "  -h, --help                show this help\n"},
+    {"verify", "usage: hexblocks verify FILE DUMP --at ADDRESS [--json]\n",
+     "Compare every data byte of FILE (any input format) with the byte at the\n"
+     "same address of DUMP, a raw binary read back from ADDRESS (\"-\" is\n"
+     "standard input). Print the first 10 mismatches, one a line, and a summary\n"
+     "line; data outside DUMP is not covered and fails the check.\n"
+     "\n"
+     "      --at ADDRESS          the address of DUMP's first byte\n"
+     "  -I, --input-format ihex|srec|elf|bin\n"
+     "                            read FILE in this format\n"
+     "  -j, --json                print {\"compared\", \"mismatches\", \"not_covered\",\n"
+     "                            \"first_not_covered\", \"first\": [{\"address\",\n"
+     "                            \"expected\", \"found\"}], \"ok\"}\n"
+     "  -h, --help                show this help\n"
+     "\n"
+     "Exit status: 0 when every byte matches, 1 when not, 2 on trouble.\n"},
+    {"diff", "usage: hexblocks diff A B [--join N] [--json]\n",
+     "Compare two images, each in any input format (FILE@ADDRESS for binary):\n"
+     "one line per address range where only A or only B has data, or where both\n"
+     "have data and bytes differ, such as\n"
+     "  0x08000400-0x080007FF  differ (17 bytes)\n"
+     "and one line for the start addresses when they differ. Equal images print\n"
+     "nothing.\n"
+     "\n"
+     "      --join N              differing bytes separated by at most N equal bytes\n"
+     "                            share a range (default 16; 0: each run of its own)\n"
+     "  -I, --input-format ihex|srec|elf|bin\n"
+     "                            read A and B in this format\n"
+     "  -j, --json                print {\"ranges\": [{\"start\", \"end\" (exclusive),\n"
+     "                            \"kind\": \"only_a\"|\"only_b\"|\"differ\", \"bytes\"}],\n"
+     "                            \"start_address\", \"equal\"}\n"
+     "  -h, --help                show this help\n"
+     "\n"
+     "Exit status: 0 when the images are equal, 1 when they differ, 2 on trouble.\n"},
 };
 
 const CommandSpec* findCommand(const std::string& name)
@@ -287,7 +348,10 @@ enum LongOnly {
     OPT_XOROUT,
     OPT_REFLECT_IN,
     OPT_REFLECT_OUT,
-    OPT_RANGE
+    OPT_RANGE,
+    OPT_KEEP_BLANK,
+    OPT_AT,
+    OPT_JOIN
 };
 
 // The checksum options as given: a named algorithm, or the parameters of a
@@ -335,6 +399,19 @@ bool parseSigned(const std::string& text, int64_t& value)
     if (!parseNumber(text.substr(sign ? 1 : 0), 0, 0xFFFFFFFF, magnitude))
         return false;
     value = negative ? -static_cast<int64_t>(magnitude) : static_cast<int64_t>(magnitude);
+    return true;
+}
+
+// A size of 1 to 0xFFFFFFFF bytes: a number with an optional K (KiB) or M
+// (MiB).
+bool parseSizeValue(const std::string& text, uint32_t& size)
+{
+    const char unit = text.empty() ? '\0' : text.back();
+    const uint64_t multiple = unit == 'K' || unit == 'k' ? 1024 : unit == 'M' || unit == 'm' ? 1024 * 1024 : 1;
+    uint64_t value = 0;
+    if (!parseNumber(multiple == 1 ? text : text.substr(0, text.size() - 1), 1, 0xFFFFFFFF / multiple, value))
+        return false;
+    size = static_cast<uint32_t>(value * multiple);
     return true;
 }
 
@@ -467,6 +544,25 @@ int parseValue(int option, const char* value, const CommandSpec& command, Option
             return usageError("invalid range '" + text + "'" + RANGE_FORM, command.usage);
         options.hasRange = true;
         break;
+    case 'p':
+        if (!parseSizeValue(text, options.geometry.pageSize))
+            return usageError("invalid page size '" + text + "' (1 to 0xFFFFFFFF, K or M allowed)", command.usage);
+        break;
+    case 'e':
+        if (!parseNumber(text, 0, 255, number))
+            return usageError("invalid erased value '" + text + "' (0 to 255, or 0x00 to 0xFF)", command.usage);
+        options.geometry.erased = static_cast<uint8_t>(number);
+        break;
+    case OPT_AT:
+        if (!parseNumber(text, 0, 0xFFFFFFFF, number))
+            return usageError("invalid address '" + text + "' for --at (0 to 0xFFFFFFFF)", command.usage);
+        options.dumpAddress = static_cast<uint32_t>(number);
+        break;
+    case OPT_JOIN:
+        if (!parseNumber(text, 0, 0xFFFFFFFF, number))
+            return usageError("invalid --join '" + text + "' (0 to 0xFFFFFFFF)", command.usage);
+        options.diff.join = static_cast<uint32_t>(number);
+        break;
     case OPT_CRC_WIDTH:
     case OPT_POLY:
     case OPT_INIT:
@@ -559,6 +655,22 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
                                                {"range", required_argument, nullptr, OPT_RANGE},
                                                {"json", no_argument, nullptr, 'j'}});
         longOptions.insert(longOptions.end(), checksumOptions.begin(), checksumOptions.end());
+    } else if (name == "plan") {
+        shortOptions += "I:js:p:e:";
+        longOptions.insert(longOptions.end(), {{"input-format", required_argument, nullptr, 'I'},
+                                               {"sectors", required_argument, nullptr, 's'},
+                                               {"page-size", required_argument, nullptr, 'p'},
+                                               {"erased", required_argument, nullptr, 'e'},
+                                               {"keep-blank", no_argument, nullptr, OPT_KEEP_BLANK},
+                                               {"json", no_argument, nullptr, 'j'}});
+    } else if (name == "verify" || name == "diff") {
+        shortOptions += "I:j";
+        longOptions.insert(longOptions.end(), {{"input-format", required_argument, nullptr, 'I'},
+                                               {"json", no_argument, nullptr, 'j'}});
+        if (name == "verify")
+            longOptions.push_back({"at", required_argument, nullptr, OPT_AT});
+        else
+            longOptions.push_back({"join", required_argument, nullptr, OPT_JOIN});
     } else {
         shortOptions += "1F";
         longOptions.insert(longOptions.end(), {{"one-block", no_argument, nullptr, '1'},
@@ -585,6 +697,8 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
 
     Checksum::findAlgorithm("crc32", options.algorithm);
     CrcChoice crc;
+    std::string sectors; // plan --sectors, read once the page size is known
+    bool hasAt = false;
     int previous = 0; // the option before, to join --crop options that follow each other
     optind = 0; // restart getopt for the command's own arguments
     opterr = 0;
@@ -602,6 +716,8 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
         case 'r': options.reverse = true; break;
         case 'o': options.output = optarg; break;
         case OPT_CRLF: options.save.crlf = true; break;
+        case OPT_KEEP_BLANK: options.keepBlank = true; break;
+        case 's': sectors = optarg; break;
         case OPT_REFLECT_IN: crc.custom = crc.model.reflectIn = true; break;
         case OPT_REFLECT_OUT: crc.custom = crc.model.reflectOut = true; break;
         case 'w':
@@ -637,6 +753,11 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
         case OPT_POLY:
         case OPT_INIT:
         case OPT_XOROUT:
+        case 'p':
+        case 'e':
+        case OPT_AT:
+        case OPT_JOIN:
+            hasAt = hasAt || c == OPT_AT;
             parsed = parseValue(c, optarg, command, options, crc);
             break;
         case ':':
@@ -655,11 +776,25 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
         return chosen;
     std::vector<std::string> operands(argv + optind, argv + argc);
     if (operands.empty())
-        return usageError(convert ? "missing INPUT" : "missing FILE", command.usage);
+        return usageError(convert ? "missing INPUT" : name == "diff" ? "missing A" : "missing FILE", command.usage);
     if (convert)
         return checkConvertLine(command, operands, options);
-    if (operands.size() > 1)
-        return usageError("unexpected argument '" + operands[1] + "'", command.usage);
+    const size_t wanted = name == "verify" || name == "diff" ? 2 : 1;
+    if (operands.size() > wanted)
+        return usageError("unexpected argument '" + operands[wanted] + "'", command.usage);
+    if (operands.size() < wanted)
+        return usageError(name == "verify" ? "missing DUMP" : "missing B", command.usage);
+    if (wanted == 2 && operands[0] == "-" && operands[1] == "-")
+        return usageError("standard input ('-') can be read only once", command.usage);
+    if (name == "verify" && !hasAt)
+        return usageError("missing --at ADDRESS", command.usage);
+    if (name == "plan") {
+        if (sectors.empty())
+            return usageError("missing --sectors", command.usage);
+        const FlashPlan::result_t parsedSectors = FlashPlan::parseSectors(sectors, options.geometry);
+        if (!parsedSectors)
+            return usageError("invalid --sectors '" + sectors + "': " + parsedSectors.reason, command.usage);
+    }
     options.file = operands[0];
     options.inputs = operands;
     return EXIT_OK;

@@ -5,6 +5,7 @@
 #define HEXBLOCKS_COMMAND_LINE_H
 
 #include "checksum.h"
+#include "flash_plan.h"
 #include "image_files.h"
 #include "memory_image.h"
 
@@ -18,6 +19,10 @@ extern const char PROGRAM[];
 const int EXIT_OK = 0;
 const int EXIT_FAILED = 1; // a file could not be loaded or written, or an edit failed
 const int EXIT_USAGE = 2;  // the command line is wrong
+// diff and verify, like cmp: 0 same, 1 different, 2 trouble (a usage error,
+// or an input that cannot be read).
+const int EXIT_DIFFERENT = 1;
+const int EXIT_TROUBLE = 2;
 
 extern const char MAIN_USAGE[];
 extern const char MAIN_HELP[];
@@ -48,7 +53,7 @@ struct Edit {
 // Options of every command; each command uses its own subset.
 struct Options {
     std::string file;
-    std::vector<std::string> inputs; // convert
+    std::vector<std::string> inputs; // convert; verify: FILE and DUMP; diff: A and B
     std::string output;              // convert: the file; bin: the directory
     bool hasOutputFormat = false;
     fileformat_t outputFormat = fileformat_t::INTEL_HEX;
@@ -61,6 +66,10 @@ struct Options {
     Checksum::byteorder_t crcOrder = Checksum::byteorder_t::LITTLE;
     bool hasRange = false;           // crc --range
     MemoryImage::range_t range{0, 0};
+    FlashPlan::geometry_t geometry; // plan: --sectors, --page-size, --erased
+    bool keepBlank = false;         // plan
+    uint32_t dumpAddress = 0;       // verify --at
+    MemoryImage::diffoptions_t diff; // diff --join
     bool oneBlock = false;
     bool strict = false;
     bool json = false;

@@ -4,6 +4,7 @@
 // parsed in command_line.cpp and inputs are read in input_loading.cpp.
 #include "checksum.h"
 #include "command_line.h"
+#include "flash_reports.h"
 #include "image_editing.h"
 #include "image_files.h"
 #include "input_loading.h"
@@ -37,26 +38,6 @@ uint64_t fullStart(const IntelHexFileBlock& block)
     return static_cast<uint64_t>(block.getLinearBase()) << 16 | block.getStartAddress();
 }
 
-// "4096 (4 KiB)" where a larger unit helps, else just the count.
-std::string sizeText(uint64_t bytes)
-{
-    std::string text = std::to_string(bytes);
-    if (bytes >= 1024)
-        text += " (" + humanSize(bytes) + ")";
-    return text;
-}
-
-// "16448 bytes (16.1 KiB)", "64 bytes", "1 byte".
-std::string bytesText(uint64_t bytes)
-{
-    std::string text = std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
-    if (bytes >= 1024)
-        text += " (" + humanSize(bytes) + ")";
-    return text;
-}
-
-
-
 struct Totals {
     uint64_t bytes = 0;
     bool hasSpan = false;
@@ -79,18 +60,6 @@ Totals totalsOf(const IntelHexFile& image)
         t.hasSpan = true;
     }
     return t;
-}
-
-// "0x08000131 (linear, type 05)" or "0000:28F5 = 0x000028F5 (segment CS:IP, type 03)".
-std::string startAddressText(const IntelHexFile& image)
-{
-    const uint32_t value = image.getStartAddressValue();
-    if (image.getStartAddressType() == 5)
-        return hexAddress(value) + " (linear, type 05)";
-    char text[64];
-    std::snprintf(text, sizeof text, "%04X:%04X = %s (segment CS:IP, type 03)", value >> 16, value & 0xFFFF,
-                  hexAddress(static_cast<uint64_t>(value >> 16) * 16 + (value & 0xFFFF)).c_str());
-    return text;
 }
 
 void printInfoTable(const IntelHexFile& image)
@@ -134,7 +103,7 @@ void printInfoTable(const IntelHexFile& image)
                   << bytesText(t.spanEnd - t.spanStart);
     std::cout << "\n";
     if (image.hasStartAddress())
-        std::cout << "start address: " << startAddressText(image) << "\n";
+        std::cout << "start address: " << startAddressText(image.getStartAddressType(), image.getStartAddressValue()) << "\n";
 }
 
 void printInfoJson(const IntelHexFile& image, const Options& options)
@@ -397,6 +366,56 @@ int runCrc(const Options& options)
     return EXIT_OK;
 }
 
+int runPlan(const Options& options)
+{
+    MemoryImage image;
+    if (!readOneInput(options, options.file, image))
+        return EXIT_FAILED;
+    FlashPlan plan;
+    const FlashPlan::result_t made = plan.make(image, options.geometry, options.keepBlank);
+    if (!made) {
+        std::cerr << PROGRAM << ": " << options.file << ": " << made.reason << std::endl;
+        return EXIT_FAILED;
+    }
+    if (options.json)
+        printPlanJson(plan, std::cout);
+    else
+        printPlan(plan, std::cout);
+    return EXIT_OK;
+}
+
+int runVerify(const Options& options)
+{
+    MemoryImage image;
+    if (!readOneInput(options, options.inputs[0], image))
+        return EXIT_TROUBLE;
+    const std::string& dump = options.inputs[1];
+    const MemoryImage::verifyresult_t result =
+        image.verifyFile(dump == "-" ? "/dev/stdin" : dump.c_str(), options.dumpAddress);
+    if (!result.reason.empty()) {
+        std::cerr << PROGRAM << ": " << dump << ": " << result.reason << std::endl;
+        return EXIT_TROUBLE;
+    }
+    if (options.json)
+        printVerifyJson(result, std::cout);
+    else
+        printVerify(result, std::cout);
+    return result.ok ? EXIT_OK : EXIT_DIFFERENT;
+}
+
+int runDiff(const Options& options)
+{
+    MemoryImage a, b;
+    if (!readOneInput(options, options.inputs[0], a) || !readOneInput(options, options.inputs[1], b))
+        return EXIT_TROUBLE;
+    const MemoryImage::diffresult_t result = a.diff(b, options.diff);
+    if (options.json)
+        printDiffJson(result, a, b, std::cout);
+    else
+        printDiff(result, a, b, std::cout);
+    return result.equal() ? EXIT_OK : EXIT_DIFFERENT;
+}
+
 int runCommand(const CommandSpec& command, const Options& options)
 {
     const std::string name = command.name;
@@ -410,6 +429,12 @@ int runCommand(const CommandSpec& command, const Options& options)
         return runConvert(options);
     if (name == "crc")
         return runCrc(options);
+    if (name == "plan")
+        return runPlan(options);
+    if (name == "verify")
+        return runVerify(options);
+    if (name == "diff")
+        return runDiff(options);
     return runDump(options);
 }
 

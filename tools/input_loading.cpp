@@ -164,7 +164,28 @@ void printClash(const std::vector<MergedInput>& earlier, const MergedInput& inpu
         std::cerr << " both give data at " << hexAddress(result.address) << std::endl;
 }
 
+// Reads the input operand names into image, keeping standard input's bytes
+// in standardInput when that is given; false after printing why it cannot.
+bool readOperand(const Options& options, const std::string& operand, InputSpec& source, MemoryImage& image,
+                 std::string* standardInput)
+{
+    std::string error;
+    if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, source, error)) {
+        std::cerr << PROGRAM << ": " << error << std::endl;
+        return false;
+    }
+    const MemoryImage::readresult_t read = readInput(source, image, standardInput);
+    printRead(source.path, read);
+    return read.ok;
+}
+
 } // namespace
+
+bool readOneInput(const Options& options, const std::string& operand, MemoryImage& image)
+{
+    InputSpec source;
+    return readOperand(options, operand, source, image, nullptr);
+}
 
 // Reads every input and merges them by options.merge; false after printing
 // why when one cannot be read or the policies refuse a merge.
@@ -175,15 +196,8 @@ bool readInputs(const Options& options, MemoryImage& combined)
     for (const std::string& operand : options.inputs) {
         MergedInput input;
         input.operand = operand;
-        std::string error;
-        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, input.source, error)) {
-            std::cerr << PROGRAM << ": " << error << std::endl;
-            return false;
-        }
         MemoryImage image;
-        const MemoryImage::readresult_t read = readInput(input.source, image, &input.standardInput);
-        printRead(input.source.path, read);
-        if (!read)
+        if (!readOperand(options, operand, input.source, image, &input.standardInput))
             return false;
         input.ranges = rangesOf(image);
         const bool givesStart = image.hasStartAddress() &&

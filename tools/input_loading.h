@@ -1,6 +1,7 @@
 // How the hexblocks commands read their inputs: one file as IntelHexFile
-// blocks, whatever its format, for info, map, bin and dump; and every input
-// of convert combined into one image. Both print what went wrong.
+// blocks, whatever its format, for info, map, bin and dump; every input of
+// convert combined into one image; and one input as an image. Each prints
+// what went wrong.
 #ifndef HEXBLOCKS_INPUT_LOADING_H
 #define HEXBLOCKS_INPUT_LOADING_H
 
@@ -18,5 +19,9 @@ bool loadImage(const Options& options, IntelHexFile& image);
 // policies refuse a merge, naming both inputs and, where they can be told,
 // their lines.
 bool readInputs(const Options& options, MemoryImage& combined);
+
+// Reads the one input operand names (a file, FILE@ADDRESS or "-") into
+// image; false after printing why it cannot.
+bool readOneInput(const Options& options, const std::string& operand, MemoryImage& image);
 
 #endif

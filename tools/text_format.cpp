@@ -76,3 +76,29 @@ std::string padRight(const std::string& text, size_t width)
 {
     return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
 }
+
+std::string sizeText(uint64_t bytes)
+{
+    std::string text = std::to_string(bytes);
+    if (bytes >= 1024)
+        text += " (" + humanSize(bytes) + ")";
+    return text;
+}
+
+std::string bytesText(uint64_t bytes)
+{
+    std::string text = std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+    if (bytes >= 1024)
+        text += " (" + humanSize(bytes) + ")";
+    return text;
+}
+
+std::string startAddressText(uint8_t type, uint32_t value)
+{
+    if (type == 5)
+        return hexAddress(value) + " (linear, type 05)";
+    char text[64];
+    std::snprintf(text, sizeof text, "%04X:%04X = %s (segment CS:IP, type 03)", value >> 16, value & 0xFFFF,
+                  hexAddress(static_cast<uint64_t>(value >> 16) * 16 + (value & 0xFFFF)).c_str());
+    return text;
+}

@@ -24,6 +24,16 @@ std::string humanSize(uint64_t bytes);
 std::string padLeft(const std::string& text, size_t width);
 std::string padRight(const std::string& text, size_t width);
 
+// "4096 (4 KiB)" where a larger unit helps, else just the count.
+std::string sizeText(uint64_t bytes);
+
+// "16448 bytes (16.1 KiB)", "64 bytes", "1 byte".
+std::string bytesText(uint64_t bytes);
+
+// A start address of the given type (5 linear, 3 segment CS:IP):
+// "0x08000131 (linear, type 05)" or "0000:28F5 = 0x000028F5 (segment CS:IP, type 03)".
+std::string startAddressText(uint8_t type, uint32_t value);
+
 // value as a JSON string literal, quotes included.
 std::string jsonString(const std::string& value);
 
