@@ -2,9 +2,9 @@
 
 namespace {
 
-// The program to run and its arguments: the tool itself, or the launcher
-// with the tool as its first argument.
-std::vector<std::string> commandFor(const std::vector<std::string>& args)
+// The program to run and its arguments: program itself, or the launcher
+// with program as its first argument.
+std::vector<std::string> commandFor(const std::string& program, const std::vector<std::string>& args)
 {
     std::vector<std::string> command;
     const std::string launcher = HEXBLOCKS_LAUNCHER;
@@ -14,7 +14,7 @@ std::vector<std::string> commandFor(const std::vector<std::string>& args)
         command.push_back(launcher.substr(start, end - start));
         start = end + 1;
     }
-    command.push_back(HEXBLOCKS_PATH);
+    command.push_back(program);
     command.insert(command.end(), args.begin(), args.end());
     return command;
 }
@@ -24,7 +24,7 @@ std::vector<std::string> commandFor(const std::vector<std::string>& args)
 ProcessResult hexblocksLimited(const std::vector<std::string>& args, const std::string& cwd,
                                unsigned long fileSizeLimit)
 {
-    std::vector<std::string> command = commandFor(args);
+    std::vector<std::string> command = commandFor(HEXBLOCKS_PATH, args);
     const std::string program = command.front();
     command.erase(command.begin());
     return runProcess(program, command, cwd, fileSizeLimit);
@@ -38,8 +38,16 @@ ProcessResult hexblocks(const std::vector<std::string>& args, const std::string&
 ProcessResult hexblocksWithInput(const std::vector<std::string>& args, const std::string& input,
                                  const std::string& cwd)
 {
-    std::vector<std::string> command = commandFor(args);
+    std::vector<std::string> command = commandFor(HEXBLOCKS_PATH, args);
     const std::string program = command.front();
     command.erase(command.begin());
     return runProcessWithInput(program, command, input, cwd);
+}
+
+ProcessResult runBuilt(const std::string& program, const std::vector<std::string>& args)
+{
+    std::vector<std::string> command = commandFor(program, args);
+    const std::string launcher = command.front();
+    command.erase(command.begin());
+    return runProcess(launcher, command);
 }

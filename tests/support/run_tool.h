@@ -19,4 +19,7 @@ ProcessResult hexblocksLimited(const std::vector<std::string>& args, const std::
 ProcessResult hexblocksWithInput(const std::vector<std::string>& args, const std::string& input,
                                  const std::string& cwd = "");
 
+// Another program of this build (an example), through the same emulator.
+ProcessResult runBuilt(const std::string& program, const std::vector<std::string>& args);
+
 #endif

@@ -425,6 +425,48 @@ TEST_F(FlashCommands, DiffTroubleExitsTwo)
     expectUsageError({"diff", a, a, "--at", "0"}, "unknown option '--at'");
 }
 
+#ifdef FLASH_PROGRAM_PATH
+// The README's recipe: plan, program page by page (the example flasher, on a
+// simulated NOR flash that holds an old firmware), verify the read-back.
+TEST_F(FlashCommands, RecipePlanProgramVerify)
+{
+    const std::string hex = save("fw.hex", firmware());
+    ProcessResult r = hexblocks({"plan", hex, "--sectors", MIXED});
+    EXPECT_EQ(r.out, MIXED_PLAN);
+
+    const std::string readback = dir.file("readback.bin");
+    r = runBuilt(FLASH_PROGRAM_PATH, {hex, MIXED, readback});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, "sector 0x08000000 is partial: its bytes without data are erased\n"
+                     "sector 0x08010000 is partial: its bytes without data are erased\n"
+                     "sector 0x08020000 is partial: its bytes without data are erased\n"
+                     "programmed 259 pages, 66080 bytes compared, 0 mismatches: OK\n");
+
+    r = hexblocks({"verify", hex, readback, "--at", "0x08000000"});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, "66080 bytes compared, 0 mismatches, 0 not covered: OK\n");
+
+    // Erased sectors read 0xFF where the image has no data; the sectors left
+    // alone still hold the old firmware.
+    MemoryImage flash;
+    MemoryImage::readoptions_t binary;
+    binary.detect = false;
+    binary.format = MemoryImage::fileformat_t::BINARY;
+    binary.address = 0x08000000;
+    ASSERT_TRUE(flash.readFile(readback.c_str(), binary));
+    EXPECT_EQ(flash.span(), 0x100000u);
+    EXPECT_EQ(flash.copyRange(0x08000200, 4), (std::vector<uint8_t>{0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(flash.copyRange(0x0803FFDF, 2), (std::vector<uint8_t>{0xFF, 0x33}));
+    EXPECT_EQ(flash.copyRange(0x08040000, 2), (std::vector<uint8_t>{0xA5, 0xA5}));
+    r = hexblocks({"diff", hex, readback + "@0x08000000"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.out, "0x08000200-0x08003FFF  only in B (15872 bytes)\n"
+                     "0x08014000-0x0803FFDF  only in B (180192 bytes)\n"
+                     "0x08040000-0x080FFFFF  only in B (786432 bytes)\n"
+                     "start address: 0x08004101 (linear, type 05) in A, none in B\n");
+}
+#endif
+
 TEST_F(FlashCommands, HelpNamesTheCommandsAndExitCodes)
 {
     const ProcessResult r = hexblocks({"--help"});
