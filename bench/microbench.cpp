@@ -3,6 +3,7 @@
 // the full-format reader into a MemoryImage), in ascending and shuffled order;
 // and checksums over a 32 MiB image beside the reading of that image's file.
 #include "checksum.h"
+#include "flash_plan.h"
 #include "intelhex.h"
 #include "memory_image.h"
 #include "support/hex_text.h"
@@ -136,11 +137,18 @@ void BM_ReadHexFile32MiB(benchmark::State& state)
 BENCHMARK(BM_ReadHexFile32MiB)->Unit(benchmark::kMillisecond);
 
 // Each named checksum over the whole span of the 32 MiB image, gaps as fill.
-void BM_Checksum32MiB(benchmark::State& state)
+// The image of the 32 MiB HEX file, read once.
+const MemoryImage& image32MiB()
 {
     static MemoryImage image;
     if (image.empty())
         image.readHexFile(file32MiB().path.c_str());
+    return image;
+}
+
+void BM_Checksum32MiB(benchmark::State& state)
+{
+    const MemoryImage& image = image32MiB();
     const Checksum::algorithm_t& algorithm = Checksum::algorithms()[static_cast<size_t>(state.range(0))];
     state.SetLabel(algorithm.name);
     const MemoryImage::range_t range{image.lowestAddress(), image.lowestAddress() + image.span()};
@@ -152,6 +160,54 @@ void BM_Checksum32MiB(benchmark::State& state)
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * range.size()));
 }
 BENCHMARK(BM_Checksum32MiB)->DenseRange(0, 12)->Unit(benchmark::kMillisecond);
+
+// Planning the 32 MiB image onto 4 KiB sectors and 256-byte pages (Arg 0),
+// and walking every page of the plan as a flasher does (Arg 1).
+void BM_Plan32MiB(benchmark::State& state)
+{
+    const MemoryImage& image = image32MiB();
+    FlashPlan::geometry_t geometry;
+    geometry.start = image.lowestAddress() & ~0xFFFu;
+    geometry.sectors.push_back({static_cast<uint32_t>((image.span() + 0x2000) / 0x1000), 0x1000});
+    for (auto _ : state) {
+        FlashPlan plan;
+        plan.make(image, geometry);
+        if (state.range(0) == 1) {
+            FlashPlan::PageWalker pages(image, plan);
+            uint64_t sum = 0;
+            while (pages.next())
+                sum += pages.data()[0];
+            benchmark::DoNotOptimize(sum);
+        }
+        benchmark::DoNotOptimize(plan.writePages());
+    }
+    state.SetLabel(state.range(0) == 1 ? "plan+walk" : "plan");
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * image.dataSize()));
+}
+BENCHMARK(BM_Plan32MiB)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// Verifying the 32 MiB image against its own flat dump in memory, and
+// diffing it against a copy with one byte changed.
+void BM_Compare32MiB(benchmark::State& state)
+{
+    const MemoryImage& image = image32MiB();
+    static const std::vector<uint8_t> dump = image.copyRange(image.lowestAddress(), image.span(), 0xFF);
+    static MemoryImage other;
+    if (other.empty()) {
+        other = image;
+        const uint8_t byte = static_cast<uint8_t>(~image.copyRange(image.highestAddress(), 1)[0]);
+        other.write(image.highestAddress(), &byte, 1);
+    }
+    for (auto _ : state) {
+        if (state.range(0) == 0)
+            benchmark::DoNotOptimize(image.verify(dump.data(), dump.size(), image.lowestAddress()).compared);
+        else
+            benchmark::DoNotOptimize(image.diff(other).ranges.size());
+    }
+    state.SetLabel(state.range(0) == 0 ? "verify" : "diff");
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * image.dataSize()));
+}
+BENCHMARK(BM_Compare32MiB)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 } // namespace
 

@@ -14,7 +14,7 @@ cmake --build --preset fuzz -j "$(nproc 2>/dev/null || echo 2)" >/dev/null
 mkdir -p build/fuzz/artifacts
 
 status=0
-for target in fuzz_load fuzz_roundtrip fuzz_image fuzz_formats fuzz_edits; do
+for target in fuzz_load fuzz_roundtrip fuzz_image fuzz_formats fuzz_edits fuzz_plan; do
     corpus=build/fuzz/corpus/$target
     mkdir -p "$corpus"
     echo "== $target for $seconds s"
