@@ -19,8 +19,9 @@ const char MAIN_USAGE[] =
     "       hexblocks --help | --version\n";
 
 const char MAIN_HELP[] =
-    "Inspect, map, dump, extract and convert firmware images: Intel HEX,\n"
-    "Motorola S-records, ELF and raw binary.\n"
+    "Inspect, map, dump, extract, convert and check firmware images (Intel HEX,\n"
+    "Motorola S-records, ELF and raw binary), plan flashing, verify read-backs\n"
+    "and diff images.\n"
     "\n"
     "Commands:\n"
     "  info FILE [--one-block] [--json]   list the blocks with their addresses and sizes\n"
