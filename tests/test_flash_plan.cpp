@@ -97,6 +97,25 @@ TEST(FlashGeometry, ParsesUniformAndMixedSectors)
     EXPECT_EQ(groupsText(parsed("4096:2x2m", 4096)), "4096:2x2097152;");
 }
 
+TEST(FlashGeometry, ParsesSizes)
+{
+    const std::vector<std::pair<const char*, uint32_t>> good = {
+        {"1", 1},       {"256", 256},         {"528", 528},       {"4K", 4096},           {"4k", 4096},
+        {"2M", 2097152}, {"2m", 2097152},     {"0x800", 0x800},   {"0x10K", 0x4000},      {"4095M", 4095u << 20},
+        {"4194303K", 0xFFFFFC00u},            {"4294967295", 0xFFFFFFFFu}, {"0xFFFFFFFF", 0xFFFFFFFFu}};
+    for (const auto& g : good) {
+        uint32_t size = 0;
+        EXPECT_TRUE(FlashPlan::parseSize(g.first, size)) << g.first;
+        EXPECT_EQ(size, g.second) << g.first;
+    }
+    for (const char* bad : {"", "0", "0K", "K", "4KB", "4G", "4096M", "4194304K", "4294967296", "0x100000000",
+                            "-1", "+1", " 1", "1 ", "0x", "1.5K", "010x", "4KK"}) {
+        uint32_t size = 7;
+        EXPECT_FALSE(FlashPlan::parseSize(bad, size)) << bad;
+        EXPECT_EQ(size, 7u) << bad;
+    }
+}
+
 TEST(FlashGeometry, ParsingLeavesPageSizeAndErasedValueAlone)
 {
     geometry_t g;

@@ -15,7 +15,8 @@ const char PROGRAM[] = "hexblocks";
 const char MAIN_USAGE[] =
     "usage: hexblocks COMMAND FILE [OPTIONS]\n"
     "       hexblocks convert INPUT... -o OUTPUT [OPTIONS]\n"
-    "       hexblocks verify FILE DUMP --at ADDRESS | diff A B [OPTIONS]\n"
+    "       hexblocks verify FILE DUMP --at ADDRESS [OPTIONS]\n"
+    "       hexblocks diff A B [OPTIONS]\n"
     "       hexblocks --help | --version\n";
 
 const char MAIN_HELP[] =
@@ -403,19 +404,6 @@ bool parseSigned(const std::string& text, int64_t& value)
     return true;
 }
 
-// A size of 1 to 0xFFFFFFFF bytes: a number with an optional K (KiB) or M
-// (MiB).
-bool parseSizeValue(const std::string& text, uint32_t& size)
-{
-    const char unit = text.empty() ? '\0' : text.back();
-    const uint64_t multiple = unit == 'K' || unit == 'k' ? 1024 : unit == 'M' || unit == 'm' ? 1024 * 1024 : 1;
-    uint64_t value = 0;
-    if (!parseNumber(multiple == 1 ? text : text.substr(0, text.size() - 1), 1, 0xFFFFFFFF / multiple, value))
-        return false;
-    size = static_cast<uint32_t>(value * multiple);
-    return true;
-}
-
 const char RANGE_FORM[] = " (START:END, END exclusive, above START and at most 0x100000000)";
 
 // Parses an edit option of convert into options.edits. Returns EXIT_OK, or
@@ -546,7 +534,7 @@ int parseValue(int option, const char* value, const CommandSpec& command, Option
         options.hasRange = true;
         break;
     case 'p':
-        if (!parseSizeValue(text, options.geometry.pageSize))
+        if (!FlashPlan::parseSize(text, options.geometry.pageSize))
             return usageError("invalid page size '" + text + "' (1 to 0xFFFFFFFF, K or M allowed)", command.usage);
         break;
     case 'e':

@@ -51,25 +51,6 @@ bool parseUnsigned(const std::string& text, uint64_t max, uint64_t& value)
     return true;
 }
 
-// A size: a number with an optional K (KiB) or M (MiB) suffix, 1 to
-// 0xFFFFFFFF.
-bool parseSize(const std::string& text, uint32_t& size)
-{
-    uint64_t unit = 1;
-    std::string digits = text;
-    if (!digits.empty() && (digits.back() == 'K' || digits.back() == 'k'))
-        unit = 1024;
-    else if (!digits.empty() && (digits.back() == 'M' || digits.back() == 'm'))
-        unit = 1024 * 1024;
-    if (unit != 1)
-        digits.pop_back();
-    uint64_t value = 0;
-    if (!parseUnsigned(digits, 0xFFFFFFFFull / unit, value) || value == 0)
-        return false;
-    size = static_cast<uint32_t>(value * unit);
-    return true;
-}
-
 // COUNTxSIZE, the count decimal.
 bool parseGroup(const std::string& text, FlashPlan::sectorgroup_t& group)
 {
@@ -79,7 +60,7 @@ bool parseGroup(const std::string& text, FlashPlan::sectorgroup_t& group)
         !parseUnsigned(text.substr(0, x), 0xFFFFFFFF, count) || count == 0)
         return false;
     group.count = static_cast<uint32_t>(count);
-    return parseSize(text.substr(x + 1), group.size);
+    return FlashPlan::parseSize(text.substr(x + 1), group.size);
 }
 
 // Walks the segments of an image forwards: the data addresses and the data
@@ -188,6 +169,23 @@ uint64_t FlashPlan::geometry_t::end() const
     for (const sectorgroup_t& g : sectors)
         end += static_cast<uint64_t>(g.count) * g.size;
     return end;
+}
+
+bool FlashPlan::parseSize(const std::string& text, uint32_t& size)
+{
+    uint64_t unit = 1;
+    std::string digits = text;
+    if (!digits.empty() && (digits.back() == 'K' || digits.back() == 'k'))
+        unit = 1024;
+    else if (!digits.empty() && (digits.back() == 'M' || digits.back() == 'm'))
+        unit = 1024 * 1024;
+    if (unit != 1)
+        digits.pop_back();
+    uint64_t value = 0;
+    if (!parseUnsigned(digits, 0xFFFFFFFFull / unit, value) || value == 0)
+        return false;
+    size = static_cast<uint32_t>(value * unit);
+    return true;
 }
 
 FlashPlan::result_t FlashPlan::parseSectors(const std::string& text, geometry_t& geometry)

@@ -93,6 +93,12 @@ public:
     /// or a geometry that checkGeometry() refuses.
     static result_t parseSectors(const std::string& text, geometry_t& geometry);
 
+    /// Reads a size as parseSectors() does: a decimal number, or a
+    /// hexadecimal one after "0x", with an optional K (KiB) or M (MiB), from
+    /// 1 to 0xFFFFFFFF bytes.
+    /// @return false, with size unchanged, for text of another form.
+    static bool parseSize(const std::string& text, uint32_t& size);
+
     /// Checks that geometry has sectors and a page size of at least 1, that
     /// every sector boundary is a multiple of the page size, and that the
     /// sectors end at 2^32 at the latest.
