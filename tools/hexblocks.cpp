@@ -103,7 +103,8 @@ void printInfoTable(const IntelHexFile& image)
                   << bytesText(t.spanEnd - t.spanStart);
     std::cout << "\n";
     if (image.hasStartAddress())
-        std::cout << "start address: " << startAddressText(image.getStartAddressType(), image.getStartAddressValue()) << "\n";
+        std::cout << "start address: "
+                  << startAddressText(image.getStartAddressType(), image.getStartAddressValue()) << "\n";
 }
 
 void printInfoJson(const IntelHexFile& image, const Options& options)
