@@ -190,7 +190,7 @@ std::string baseNameOf(const std::string& path)
     const std::string::size_type dot = name.find_last_of('.');
     if (dot != std::string::npos && dot > 0)
         name.erase(dot);
-    return name.empty() ? "image" : name;
+    return name == "-" ? "stdin" : name.empty() ? "image" : name;
 }
 
 // Writes all of bytes to fd in large pieces (the library's own writer goes in
@@ -212,10 +212,10 @@ bool writeAll(int fd, const uint8_t* bytes, size_t size)
     return true;
 }
 
-// Writes one block to path through a temporary file in the same directory,
+// Writes size bytes to path through a temporary file in the same directory,
 // renamed into place only when every byte is written, so that a failure
 // leaves no partial file behind.
-bool writeBlockFile(const IntelHexFileBlock& block, const std::string& path, mode_t fileMode)
+bool writeBinaryFile(const uint8_t* bytes, size_t size, const std::string& path, mode_t fileMode)
 {
     const std::string::size_type slash = path.find_last_of('/');
     const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash);
@@ -228,7 +228,7 @@ bool writeBlockFile(const IntelHexFileBlock& block, const std::string& path, mod
         return false;
     }
     temp = tempName.data();
-    bool ok = writeAll(fd, block.getBuffer(), block.getSize()) && fchmod(fd, fileMode) == 0;
+    bool ok = writeAll(fd, bytes, size) && fchmod(fd, fileMode) == 0;
     int error = ok ? 0 : errno;
     if (::close(fd) != 0 && ok) {
         ok = false;
@@ -245,6 +245,39 @@ bool writeBlockFile(const IntelHexFileBlock& block, const std::string& path, mod
     return ok;
 }
 
+// True when bin's -o names a directory for one file per block: none given,
+// one ending in '/', or an existing directory.
+bool namesDirectory(const std::string& output)
+{
+    struct stat info;
+    return output.empty() || output.back() == '/' || (stat(output.c_str(), &info) == 0 && S_ISDIR(info.st_mode));
+}
+
+// Writes the image's one block (nothing for an image without data) to the
+// file output names, or to standard output for "-".
+int writeSingleBinary(const IntelHexFile& image, const Options& options)
+{
+    const size_t count = image.getBlockCount();
+    if (count > 1) {
+        std::cerr << PROGRAM << ": " << options.file << " has " << count << " blocks: give -o a directory for one"
+                  << " file per block, or use --one-block for one file" << std::endl;
+        return EXIT_FAILED;
+    }
+    const uint8_t* bytes = count == 0 ? nullptr : image[0].getBuffer();
+    const size_t size = count == 0 ? 0 : image[0].getSize();
+    if (options.output == "-") {
+        if (!writeAll(STDOUT_FILENO, bytes, size)) {
+            std::cerr << PROGRAM << ": cannot write to standard output: " << std::strerror(errno) << std::endl;
+            return EXIT_FAILED;
+        }
+        return EXIT_OK;
+    }
+    if (!writeBinaryFile(bytes, size, options.output, 0666 & ~currentUmask()))
+        return EXIT_FAILED;
+    std::cout << options.output << "  " << bytesText(size) << std::endl;
+    return EXIT_OK;
+}
+
 int runBin(const Options& options)
 {
     IntelHexFile image;
@@ -252,6 +285,8 @@ int runBin(const Options& options)
         return EXIT_FAILED;
     if (options.reverse)
         image.reverseBuffers();
+    if (!namesDirectory(options.output))
+        return writeSingleBinary(image, options);
     const std::string outputDir = options.output.empty() ? "." : options.output;
     const std::string prefix = outputDir + (outputDir.back() == '/' ? "" : "/") +
                                baseNameOf(options.file) + "_";
@@ -260,7 +295,7 @@ int runBin(const Options& options)
     for (size_t i = 0; i < image.getBlockCount(); ++i) {
         const IntelHexFileBlock& b = image[i];
         const std::string path = prefix + hexAddress(fullStart(b)) + ".bin";
-        if (!writeBlockFile(b, path, fileMode))
+        if (!writeBinaryFile(b.getBuffer(), b.getSize(), path, fileMode))
             return EXIT_FAILED;
         std::cout << path << "  " << bytesText(b.getSize()) << std::endl;
     }

@@ -122,6 +122,23 @@ bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpe
     return true;
 }
 
+bool readStandardInput(std::string& bytes, std::string& error)
+{
+    char piece[64 * 1024];
+    for (;;) {
+        const ssize_t got = ::read(STDIN_FILENO, piece, sizeof piece);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0) {
+            error = std::string("cannot read standard input: ") + std::strerror(errno);
+            return false;
+        }
+        if (got == 0)
+            return true;
+        bytes.append(piece, static_cast<size_t>(got));
+    }
+}
+
 MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image, std::string* standardInput)
 {
     MemoryImage::readoptions_t options;
@@ -131,20 +148,9 @@ MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image, 
     if (input.path != "-")
         return image.readFile(input.path.c_str(), options);
     std::string bytes;
-    char piece[64 * 1024];
-    for (;;) {
-        const ssize_t got = ::read(STDIN_FILENO, piece, sizeof piece);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0) {
-            MemoryImage::readresult_t failed;
-            failed.reason = std::string("cannot read standard input: ") + std::strerror(errno);
-            return failed;
-        }
-        if (got == 0)
-            break;
-        bytes.append(piece, static_cast<size_t>(got));
-    }
+    MemoryImage::readresult_t failed;
+    if (!readStandardInput(bytes, failed.reason))
+        return failed;
     const MemoryImage::readresult_t read = image.readMemory(bytes.data(), bytes.size(), options);
     if (standardInput != nullptr)
         *standardInput = std::move(bytes);

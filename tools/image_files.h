@@ -40,6 +40,10 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
 // error set when ADDRESS is not an address.
 bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpec& input, std::string& error);
 
+// Reads all of standard input into bytes; false with error set when it
+// cannot.
+bool readStandardInput(std::string& bytes, std::string& error);
+
 // Reads input into image; standard input is read once, into memory, and
 // its bytes are kept in standardInput when that is given.
 MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image, std::string* standardInput = nullptr);

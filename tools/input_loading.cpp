@@ -3,13 +3,18 @@
 #include "text_format.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace {
 
@@ -49,12 +54,70 @@ fileformat_t formatOf(const InputSpec& input)
     return format;
 }
 
+// Sends what is written to std::cout to standard error while it lives:
+// the library's loaders print some diagnostics on standard output, which
+// the tool keeps for the command's own output.
+class StandardOutputToError {
+public:
+    StandardOutputToError() : saved_((std::cout.flush(), std::cout.rdbuf(std::cerr.rdbuf()))) {}
+    ~StandardOutputToError() { std::cout.rdbuf(saved_); }
+    StandardOutputToError(const StandardOutputToError&) = delete;
+    StandardOutputToError& operator=(const StandardOutputToError&) = delete;
+
+private:
+    std::streambuf* saved_;
+};
+
+// Standard input, read once into a file in memory that has a path: the
+// IntelHexFile loaders open a path, and the format is told from the first
+// bytes before the loader reads them again.
+class StandardInputFile {
+public:
+    StandardInputFile() = default;
+    ~StandardInputFile()
+    {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    StandardInputFile(const StandardInputFile&) = delete;
+    StandardInputFile& operator=(const StandardInputFile&) = delete;
+
+    // False with error set when standard input cannot be read or kept.
+    bool open(std::string& error)
+    {
+        std::string bytes;
+        if (!readStandardInput(bytes, error))
+            return false;
+        fd_ = memfd_create("hexblocks-standard-input", MFD_CLOEXEC);
+        size_t done = 0;
+        while (fd_ >= 0 && done < bytes.size()) {
+            const ssize_t written = ::write(fd_, bytes.data() + done, bytes.size() - done);
+            if (written < 0 && errno != EINTR)
+                break;
+            done += written > 0 ? static_cast<size_t>(written) : 0;
+        }
+        if (fd_ < 0 || done < bytes.size()) {
+            error = std::string("cannot keep standard input: ") + std::strerror(errno);
+            return false;
+        }
+        path_ = "/proc/self/fd/" + std::to_string(fd_);
+        return true;
+    }
+
+    const std::string& path() const { return path_; }
+
+private:
+    int fd_ = -1;
+    std::string path_;
+};
+
 // Loads Intel HEX with the library's IntelHexFile readers: the whole
-// format, or with --strict load(). The library prints its own diagnostics;
-// this adds one line, "FILE:LINE: reason" (or "FILE: reason" when no line is
-// to blame).
-bool loadHex(const Options& options, const std::string& path, IntelHexFile& image)
+// format, or with --strict load(). The library prints its own diagnostics,
+// all on standard error; this adds one line, "NAME:LINE: reason" (or "NAME:
+// reason" when no line is to blame).
+bool loadHex(const Options& options, const std::string& path, const std::string& name, IntelHexFile& image)
 {
+    StandardOutputToError diagnosticsToError;
     try {
         const bool loaded = options.strict ? image.load(path.c_str(), options.oneBlock)
                                            : image.loadFullFormat(path.c_str(), options.oneBlock);
@@ -63,9 +126,9 @@ bool loadHex(const Options& options, const std::string& path, IntelHexFile& imag
     } catch (const std::out_of_range&) {
     } catch (const std::bad_alloc&) {
         if (image.getErrorReason().empty())
-            std::cerr << path << ": out of memory" << std::endl;
+            std::cerr << name << ": out of memory" << std::endl;
     }
-    std::cerr << path;
+    std::cerr << name;
     if (image.getErrorLine() > 0)
         std::cerr << ":" << image.getErrorLine();
     std::cerr << ": " << (image.getErrorReason().empty() ? "cannot load" : image.getErrorReason()) << std::endl;
@@ -84,11 +147,21 @@ bool loadImage(const Options& options, IntelHexFile& image)
         std::cerr << PROGRAM << ": " << error << std::endl;
         return false;
     }
+    const std::string name = input.path; // as messages name it: "-" for standard input
+    StandardInputFile standardInput;
+    if (input.path == "-") {
+        std::string error;
+        if (!standardInput.open(error)) {
+            std::cerr << PROGRAM << ": " << error << std::endl;
+            return false;
+        }
+        input.path = standardInput.path();
+    }
     const fileformat_t format = formatOf(input);
     if (format == fileformat_t::INTEL_HEX)
-        return loadHex(options, input.path, image);
+        return loadHex(options, input.path, name, image);
     if (options.strict) {
-        std::cerr << options.file << ": --strict reads only Intel HEX, and this is " << formatName(format)
+        std::cerr << name << ": --strict reads only Intel HEX, and this is " << formatName(format)
                   << std::endl;
         return false;
     }
@@ -96,14 +169,14 @@ bool loadImage(const Options& options, IntelHexFile& image)
     input.format = format;
     MemoryImage read;
     const MemoryImage::readresult_t result = readInput(input, read);
-    printRead(input.path, result);
+    printRead(name, result);
     if (!result)
         return false;
     MemoryImage::blockoptions_t blockOptions;
     blockOptions.oneBlock = options.oneBlock;
     const MemoryImage::result_t appended = std::move(read).appendTo(image, blockOptions);
     if (!appended)
-        std::cerr << input.path << ": " << appended.reason << std::endl;
+        std::cerr << name << ": " << appended.reason << std::endl;
     return static_cast<bool>(appended);
 }
 

@@ -229,11 +229,18 @@ TEST_F(Hexblocks, BinOneBlock)
 TEST_F(Hexblocks, BinIntoAMissingDirectoryFailsAndLeavesNothing)
 {
     const std::string path = dir.write("app.hex", smallImage());
+    // A name ending in '/' is a directory; without it, a file, which a
+    // file of three blocks cannot go into.
     const std::string out = dir.file("missing");
-    const ProcessResult r = hexblocks({"bin", path, "-o", out});
+    ProcessResult r = hexblocks({"bin", path, "-o", out + "/"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "hexblocks: cannot create '" + out + "/app_0x08000000.bin': No such file or directory\n");
+    r = hexblocks({"bin", path, "-o", out});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "hexblocks: " + path + " has 3 blocks: give -o a directory for one file per block, or use "
+                                            "--one-block for one file\n");
     EXPECT_EQ(listFiles(dir.path()), std::vector<std::string>({"app.hex"}));
 }
 
@@ -247,7 +254,7 @@ TEST_F(Hexblocks, BinIntoAnUnwritableDirectoryFails)
     EXPECT_TRUE(startsWith(r.err, "hexblocks: cannot create '/proc/app_0x08000000.bin': ")) << r.err;
 
     const std::string notADir = dir.write("plain-file", "x");
-    const ProcessResult r2 = hexblocks({"bin", path, "-o", notADir});
+    const ProcessResult r2 = hexblocks({"bin", path, "-o", notADir + "/"});
     EXPECT_EQ(r2.exitCode, 1);
     EXPECT_EQ(r2.err, "hexblocks: cannot create '" + notADir + "/app_0x08000000.bin': Not a directory\n");
 }
@@ -323,8 +330,9 @@ TEST_F(Hexblocks, UnsupportedTypeInEveryCommand)
     for (const std::string& command : COMMANDS) {
         const ProcessResult r = hexblocks({command, path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
-        EXPECT_EQ(r.out, record + "\n") << command;
-        EXPECT_EQ(r.err, "#ERROR: unsupported record type found (10)\n" + path + ":2: unsupported record type 0A\n")
+        EXPECT_EQ(r.out, "") << command;
+        EXPECT_EQ(r.err, record + "\n#ERROR: unsupported record type found (10)\n" + path +
+                             ":2: unsupported record type 0A\n")
             << command;
     }
 }
@@ -336,8 +344,9 @@ TEST_F(Hexblocks, StrictRejectsStartAddressesInEveryCommand)
     for (const std::string& command : COMMANDS) {
         const ProcessResult r = hexblocks({command, "--strict", path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
-        EXPECT_EQ(r.out, start + "\n") << command;
-        EXPECT_EQ(r.err, "#ERROR: unsupported record type found (5)\n" + path + ":2: unsupported record type 05\n")
+        EXPECT_EQ(r.out, "") << command;
+        EXPECT_EQ(r.err, start + "\n#ERROR: unsupported record type found (5)\n" + path +
+                             ":2: unsupported record type 05\n")
             << command;
     }
 }
@@ -402,13 +411,20 @@ TEST_F(Hexblocks, MissingFileInEveryCommand)
     EXPECT_TRUE(listFiles(dir.path()).empty());
 }
 
-TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnostics)
+// The library prints the record parser's shape diagnostics on standard
+// output; the tool keeps standard output for its own output and sends them
+// to standard error, in the order printed.
+TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnosticsOnStandardError)
 {
     const std::string path = dir.write("cut.hex", dataRecord(0, {1}) + "\n");
-    const ProcessResult r = hexblocks({"info", "--strict", path});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.out, SIGNATURE + ": hexline to short\n");
-    EXPECT_EQ(r.err, "#ERROR: corrupt line data in line \"\"\n" + path + ":2: line too short or not starting with ':'\n");
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"info", "--strict", path},
+                                                 std::vector<std::string>{"info", "--strict", "--json", path}}) {
+        const ProcessResult r = hexblocks(args);
+        EXPECT_EQ(r.exitCode, 1);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, SIGNATURE + ": hexline to short\n#ERROR: corrupt line data in line \"\"\n" + path +
+                             ":2: line too short or not starting with ':'\n");
+    }
 }
 
 TEST_F(Hexblocks, ExceptionsFromTheLibraryBecomeAnErrorLine)
@@ -470,7 +486,9 @@ TEST_F(Hexblocks, FullFormatReadsSegmentAndStartRecords)
                              "\r\n"));
     const ProcessResult strict = hexblocks({"info", "--strict", path});
     EXPECT_EQ(strict.exitCode, 1);
-    EXPECT_EQ(strict.err, "#ERROR: unsupported record type found (2)\n" + path + ":1: unsupported record type 02\n");
+    EXPECT_EQ(strict.out, "");
+    EXPECT_EQ(strict.err, hexRecord(0x02, 0, {0x10, 0x00}) + "\n#ERROR: unsupported record type found (2)\n" + path +
+                              ":1: unsupported record type 02\n");
 
     const ProcessResult r = hexblocks({"info", "--full-format", path});
     EXPECT_EQ(r.exitCode, 0);
