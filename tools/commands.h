@@ -1,0 +1,19 @@
+// The hexblocks commands, one function each. Each gets the parsed options
+// and its inputs, already read (see CommandSpec::loading), prints what it
+// produces and returns its exit code.
+#ifndef HEXBLOCKS_COMMANDS_H
+#define HEXBLOCKS_COMMANDS_H
+
+#include "command_line.h"
+
+int runInfo(const Options& options, Inputs& inputs);
+int runMap(const Options& options, Inputs& inputs);
+int runBin(const Options& options, Inputs& inputs);
+int runDump(const Options& options, Inputs& inputs);
+int runConvert(const Options& options, Inputs& inputs);
+int runCrc(const Options& options, Inputs& inputs);
+int runPlan(const Options& options, Inputs& inputs);
+int runVerify(const Options& options, Inputs& inputs);
+int runDiff(const Options& options, Inputs& inputs);
+
+#endif
