@@ -1,5 +1,5 @@
 # Install rules: headers under include/intelhex, the library, the hexblocks
-# tool, a CMake package (find_package(intelhex CONFIG) -> intelhex::intelhex),
+# tool with its manual page and bash completion, a CMake package (find_package(intelhex CONFIG) -> intelhex::intelhex),
 # a pkg-config file, and a Debian package through CPack.
 include(CMakePackageConfigHelpers)
 
@@ -13,6 +13,10 @@ install(TARGETS intelhex
 
 if(TARGET hexblocks)
     install(TARGETS hexblocks RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+    # Made by 'hexblocks --generate man|complete-bash'; a test keeps them so.
+    install(FILES tools/hexblocks.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+    install(FILES tools/hexblocks.bash-completion DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+        RENAME hexblocks COMPONENT runtime)
 endif()
 
 install(EXPORT intelhexTargets

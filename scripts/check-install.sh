@@ -1,8 +1,10 @@
 #!/bin/bash
 # Installs the library to temporary prefixes (static and shared), then builds
 # and runs examples/consumer against it through find_package, through
-# pkg-config and as a subproject; checks what the shared object exports; and
-# makes the Debian package and builds the consumer against its contents.
+# pkg-config and as a subproject; checks what the shared object exports and
+# that the tool's manual page and bash completion are installed; and makes
+# the Debian package, checks that it has them too, and builds the consumer
+# against its contents.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -37,6 +39,10 @@ for kind in static shared; do
     echo "== $kind library installed in $prefix"
     (cd "$prefix" && find . -type f -o -type l | sort | sed 's/^/   /')
     "$prefix/bin/hexblocks" --version
+    # The manual page and the bash completion, as the installed tool makes them.
+    cmp "$prefix/share/man/man1/hexblocks.1" <("$prefix/bin/hexblocks" --generate man)
+    cmp "$prefix/share/bash-completion/completions/hexblocks" <("$prefix/bin/hexblocks" --generate complete-bash)
+    echo "ok: manual page and bash completion installed"
 
     if [ $kind = shared ]; then
         so=$(readlink -f "$prefix/lib/libintelhex.so")
@@ -79,6 +85,10 @@ deb=$(ls "$work"/build-static/intelhex_*.deb)
 dpkg-deb --info "$deb" | sed -n 's/^ \(Package\|Version\|Architecture\|Depends\):/   &/p'
 dpkg-deb --contents "$deb" | awk '{print "   " $6}'
 dpkg-deb -x "$deb" "$work/deb-root"
+for file in usr/share/man/man1/hexblocks.1 usr/share/bash-completion/completions/hexblocks; do
+    [ -s "$work/deb-root/$file" ] || { echo "the .deb has no $file" >&2; exit 1; }
+done
+echo "ok: the .deb has the manual page and the bash completion"
 cmake -S examples/consumer -B "$work/consumer-deb" -DINTELHEX_CONSUMER_MODE=package \
     -DCMAKE_PREFIX_PATH="$work/deb-root/usr" >/dev/null
 cmake --build "$work/consumer-deb" >/dev/null

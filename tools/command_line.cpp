@@ -21,9 +21,7 @@ const char MAIN_USAGE[] =
     "       hexblocks convert INPUT... -o OUTPUT [OPTIONS]\n"
     "       hexblocks verify FILE DUMP --at ADDRESS [OPTIONS]\n"
     "       hexblocks diff A B [OPTIONS]\n"
-    "       hexblocks --help | --version\n";
-
-namespace {
+    "       hexblocks --help | --version | --generate man|complete-bash\n";
 
 const char MAIN_INTRO[] =
     "Inspect, map, dump, extract, convert and check firmware images (Intel HEX,\n"
@@ -33,7 +31,9 @@ const char MAIN_INTRO[] =
 const char MAIN_OPTIONS[] =
     "Options:\n"
     "  -h, --help      show help (after a command: that command's help)\n"
-    "  -V, --version   show the version\n";
+    "  -V, --version   show the version\n"
+    "      --generate man|complete-bash\n"
+    "                  print the manual page or the bash completion script\n";
 
 const char MAIN_NOTES[] =
     "Inputs: the format is told from the content: ':' is Intel HEX, 'S' and a\n"
@@ -56,6 +56,27 @@ const char EXIT_STATUS[] =
     "merge or edit is refused or a plan finds data outside the flash, 2 on a\n"
     "usage error. verify and diff, like cmp: 0 when the images match, 1 when\n"
     "they differ, 2 on trouble (a usage error or an input that cannot be read).\n";
+
+const char EXAMPLES[] =
+    "Examples:\n"
+    "  hexblocks info fw.hex\n"
+    "      list the blocks of a HEX file\n"
+    "  hexblocks convert app.elf -o app.hex\n"
+    "      ELF to Intel HEX\n"
+    "  hexblocks bin --one-block -o fw.bin fw.hex\n"
+    "      a flat binary from the lowest to the highest address, gaps 0xFF\n"
+    "  hexblocks convert boot.hex app.hex -o factory.hex \\\n"
+    "      --fill-range 0x08004000:0x08040000 \\\n"
+    "      --insert-crc 0x08004000:0x0803FFFC@0x0803FFFC --algorithm stm32\n"
+    "      a bootloader and an application merged, with the application's CRC\n"
+    "  hexblocks plan fw.hex --sectors 0x08000000:4x16K,1x64K,7x128K\n"
+    "      the sectors to erase and the pages to write on an STM32F4\n"
+    "  hexblocks verify fw.hex readback.bin --at 0x08000000\n"
+    "      check a read-back of the flash\n"
+    "  hexblocks diff release-1.hex release-2.hex\n"
+    "      the address ranges where two releases differ\n";
+
+namespace {
 
 // The column where option help starts.
 const size_t HELP_COLUMN = 28;
@@ -359,7 +380,7 @@ std::string mainHelp()
         help += synopsis.size() + 1 < column ? padRight(synopsis, column) : synopsis + "\n" + std::string(column, ' ');
         help += indentedLines(c.summary, column) + "\n";
     }
-    return help + "\n" + MAIN_OPTIONS + "\n" + MAIN_NOTES + "\n" + EXIT_STATUS;
+    return help + "\n" + MAIN_OPTIONS + "\n" + MAIN_NOTES + "\n" + EXIT_STATUS + "\n" + EXAMPLES;
 }
 
 std::string commandHelp(const CommandSpec& command)

@@ -17,7 +17,13 @@
 #include <vector>
 
 extern const char PROGRAM[];
+// The parts of the main help besides the commands.
 extern const char MAIN_USAGE[];
+extern const char MAIN_INTRO[];
+extern const char MAIN_OPTIONS[];
+extern const char MAIN_NOTES[];
+extern const char EXIT_STATUS[];
+extern const char EXAMPLES[];
 
 // Exit codes.
 const int EXIT_OK = 0;

@@ -4,6 +4,7 @@
 // parses the command line (command_line.cpp), reads the command's inputs
 // (input_loading.cpp) and runs the command (commands.cpp).
 #include "command_line.h"
+#include "documentation.h"
 #include "input_loading.h"
 
 #include <iostream>
@@ -63,6 +64,18 @@ int main(int argc, char** argv)
     }
     if (first == "-V" || first == "--version") {
         std::cout << PROGRAM << " " << HEXBLOCKS_VERSION << "\n";
+        return EXIT_OK;
+    }
+    if (first == "--generate") {
+        const std::string what = argc > 2 ? argv[2] : "";
+        if (argc > 3)
+            return usageError("unexpected argument '" + std::string(argv[3]) + "'", MAIN_USAGE);
+        if (what == "man")
+            std::cout << manualPage(HEXBLOCKS_VERSION);
+        else if (what == "complete-bash")
+            std::cout << bashCompletion();
+        else
+            return usageError("--generate needs 'man' or 'complete-bash'", MAIN_USAGE);
         return EXIT_OK;
     }
     const CommandSpec* command = findCommand(first);
