@@ -4,7 +4,7 @@
 # sysroot, and makes the armhf Debian package.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/deps.sh cmake make g++-arm-linux-gnueabihf qemu-user googletest binutils srecord python3 python3-intelhex groff-base dpkg-dev
+scripts/deps.sh cmake make g++-arm-linux-gnueabihf qemu-user googletest binutils srecord python3 python3-intelhex groff-base librsvg2-bin dpkg-dev
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake --preset arm >/dev/null
 cmake --build --preset arm -j "$jobs"

@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 
 [ $# -eq 0 ] && set -- default
 
-packages="cmake make g++ libgtest-dev binutils srecord python3 python3-intelhex groff-base"
+packages="cmake make g++ libgtest-dev binutils srecord python3 python3-intelhex groff-base librsvg2-bin"
 for preset in "$@"; do
     [ "$preset" = clang ] && packages="$packages clang"
 done

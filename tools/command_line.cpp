@@ -135,6 +135,7 @@ const std::vector<OptionSpec> OPTIONS = {
     {option_t::ERASED, "erased", 'e', "BYTE", "the value of erased flash (default 0xFF)"},
     {option_t::KEEP_BLANK, "keep-blank", 0, nullptr, "write blank pages too"},
     {option_t::AT, "at", 0, "ADDRESS", "the address of DUMP's first byte"},
+    {option_t::SVG, "svg", 0, nullptr, "draw the map as an SVG picture"},
     {option_t::JOIN, "join", 0, "N",
      "differing bytes separated by at most N equal bytes\nshare a range (default 16; 0: each run of its own)"},
 };
@@ -185,14 +186,21 @@ const std::vector<CommandSpec>& commandTable()
          "It also shows the start address, if the file gives one.\n",
          joined({BLOCK_READING, {{option_t::JSON}, {option_t::HELP}}}), "", {"FILE"}, false, loading_t::BLOCKS,
          EXIT_FAILED, runInfo},
-        {"map", "usage: hexblocks map FILE [--one-block] [--strict] [--width N]\n", "map FILE [--one-block]",
-         "draw the address space: blocks and gaps to scale",
+        {"map", "usage: hexblocks map FILE [--one-block] [--strict] [--width N] [--svg [-o OUTPUT]]\n",
+         "map FILE [--one-block] [--svg]", "draw the address space: blocks and gaps to scale",
          "Draw the address space of FILE: a strip in which every block has a letter\n"
          "and takes room in proportion to its size, '.' marks a gap, and \"=//=\"\n"
          "marks a gap too large to draw to scale; then one line per block and gap.\n"
-         "Files with many blocks are shown as at most 16 regions of neighbouring blocks.\n",
-         joined({BLOCK_READING, {{option_t::WIDTH}, {option_t::HELP}}}), "", {"FILE"}, false, loading_t::BLOCKS,
-         EXIT_FAILED, runMap},
+         "Files with many blocks are shown as at most 16 regions of neighbouring blocks.\n"
+         "\n"
+         "With --svg, draw the same as an SVG picture: the strip to scale, each block\n"
+         "labelled with its address range and size, and the start address marked.\n",
+         joined({BLOCK_READING,
+                 {{option_t::WIDTH},
+                  {option_t::SVG},
+                  {option_t::OUTPUT, "the SVG file to write (default: standard\noutput)"},
+                  {option_t::HELP}}}),
+         "", {"FILE"}, false, loading_t::BLOCKS, EXIT_FAILED, runMap},
         {"bin", "usage: hexblocks bin FILE [-o DIR|OUTPUT|-] [--one-block] [--strict] [--reverse]\n",
          "bin FILE [-o DIR] [--one-block] [--reverse]", "write each block as a raw binary file",
          "Write each block of FILE as a raw binary file named after FILE and the\n"
@@ -610,6 +618,7 @@ int applyOption(option_t option, const char* value, const CommandSpec& command, 
     case option_t::STRICT: options.strict = true; break;
     case option_t::FULL_FORMAT: break;
     case option_t::JSON: options.json = true; break;
+    case option_t::SVG: options.svg = true; break;
     case option_t::REVERSE: options.reverse = true; break;
     case option_t::OUTPUT: options.output = text; break;
     case option_t::CRLF: options.save.crlf = true; break;
@@ -759,6 +768,8 @@ int checkOperands(const CommandSpec& command, const std::vector<std::string>& op
     const std::string name = command.name;
     if (name == "convert")
         return checkConvertLine(command, operands, options);
+    if (name == "map" && !options.output.empty() && !options.svg)
+        return usageError("-o writes the SVG picture: add --svg", command.usage);
     if (name == "verify" && !state.hasAt)
         return usageError("missing --at ADDRESS", command.usage);
     if (name == "plan") {

@@ -68,6 +68,7 @@ struct Options {
     bool oneBlock = false;
     bool strict = false;
     bool json = false;
+    bool svg = false;                // map --svg
     bool reverse = false;
     bool hasBlock = false;
     size_t block = 0;
@@ -97,7 +98,7 @@ enum class option_t {
     OUTPUT_FORMAT, RECORD_SIZE, ADDRESSING, ADDRESS_SIZE, CRLF, FILL, OVERLAP, START_ADDRESS,
     OFFSET, CROP, EXCLUDE, FILL_RANGE, SWAP, INSERT_CRC, ALGORITHM, CRC_ENDIAN,
     CRC_WIDTH, POLY, INIT, XOROUT, REFLECT_IN, REFLECT_OUT, RANGE,
-    SECTORS, PAGE_SIZE, ERASED, KEEP_BLANK, AT, JOIN
+    SECTORS, PAGE_SIZE, ERASED, KEEP_BLANK, AT, JOIN, SVG
 };
 
 // An option as the command line writes it and its help, written once for

@@ -291,15 +291,30 @@ int runMap(const Options& options, Inputs& inputs)
         blocks.push_back(MapBlock{fullStart(image[i]), image[i].getSize(), i});
     const Totals t = totalsOf(image);
     const size_t count = image.getBlockCount();
-    std::cout << options.file << ": " << count << (count == 1 ? " block, " : " blocks, ") << humanSize(t.bytes)
-              << " of data";
+    std::string title = options.file + ": " + std::to_string(count) + (count == 1 ? " block, " : " blocks, ") +
+                        humanSize(t.bytes) + " of data";
     if (t.hasSpan)
-        std::cout << " in " << humanSize(t.spanEnd - t.spanStart);
-    std::cout << "\n\n";
+        title += " in " + humanSize(t.spanEnd - t.spanStart);
     MapOptions mapOptions;
     mapOptions.width = options.width;
-    std::cout << drawMemoryMap(blocks, mapOptions);
-    return EXIT_OK;
+    if (!options.svg) {
+        std::cout << title << "\n\n" << drawMemoryMap(blocks, mapOptions);
+        return EXIT_OK;
+    }
+    MapStart start{0, ""};
+    if (image.hasStartAddress()) {
+        const uint32_t value = image.getStartAddressValue();
+        start.address = image.getStartAddressType() == 5 ? value : (value >> 16) * 16ull + (value & 0xFFFF);
+        start.text = startAddressText(image.getStartAddressType(), value);
+    }
+    const std::string svg = drawMemoryMapSvg(blocks, title, image.hasStartAddress() ? &start : nullptr, mapOptions);
+    if (options.output.empty() || options.output == "-") {
+        std::cout << svg << std::flush;
+        return std::cout ? EXIT_OK : EXIT_FAILED;
+    }
+    const bool written = writeBinaryFile(reinterpret_cast<const uint8_t*>(svg.data()), svg.size(), options.output,
+                                         0666 & ~currentUmask());
+    return written ? EXIT_OK : EXIT_FAILED;
 }
 
 int runBin(const Options& options, Inputs& inputs)

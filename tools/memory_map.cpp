@@ -203,27 +203,79 @@ std::string rangeText(uint64_t start, uint64_t end)
 }
 
 
+// The regions and the pieces of the strip, with their columns, for blocks
+// that hold data.
+struct Layout {
+    std::vector<Region> regions;
+    std::vector<Piece> pieces;
+};
+
+// Empty blocks hold no address range; they are left out.
+std::vector<MapBlock> blocksWithData(std::vector<MapBlock> blocks)
+{
+    blocks.erase(std::remove_if(blocks.begin(), blocks.end(), [](const MapBlock& b) { return b.size == 0; }),
+                 blocks.end());
+    std::sort(blocks.begin(), blocks.end(),
+              [](const MapBlock& a, const MapBlock& b) { return a.start < b.start; });
+    return blocks;
+}
+
+Layout layOut(const std::vector<MapBlock>& blocks, size_t maxRegions, size_t width)
+{
+    Layout layout;
+    layout.regions = groupIntoRegions(blocks, std::max<size_t>(1, std::min<size_t>(maxRegions, 26)));
+    layout.pieces = piecesOf(layout.regions);
+    cutHugeGaps(layout.pieces);
+    assignColumns(layout.pieces, width);
+    return layout;
+}
+
+// The addresses [first, second) a piece stands for.
+std::pair<uint64_t, uint64_t> addressesOf(const Layout& layout, size_t piece)
+{
+    const Piece& p = layout.pieces[piece];
+    if (!p.isGap)
+        return {layout.regions[p.region].start, layout.regions[p.region].end};
+    return {layout.regions[layout.pieces[piece - 1].region].end, layout.regions[layout.pieces[piece + 1].region].start};
+}
+
+std::string noData(size_t blockCount)
+{
+    return "no data (" + std::to_string(blockCount) + (blockCount == 1 ? " block" : " blocks") + ", 0 bytes)";
+}
+
+// text with the characters XML gives a meaning escaped.
+std::string xmlText(const std::string& text)
+{
+    std::string out;
+    for (const char c : text) {
+        switch (c) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        case '"': out += "&quot;"; break;
+        default: out += c;
+        }
+    }
+    return out;
+}
+
+const char* const SVG_COLOURS[] = {"#4e79a7", "#f28e2b", "#59a14f", "#e15759", "#76b7b2", "#edc948", "#b07aa1", "#9c755f"};
+
 } // namespace
 
 std::string drawMemoryMap(std::vector<MapBlock> blocks, const MapOptions& options)
 {
-    // Empty blocks hold no address range; they are counted but not drawn.
     const size_t blockCount = blocks.size();
-    blocks.erase(std::remove_if(blocks.begin(), blocks.end(), [](const MapBlock& b) { return b.size == 0; }),
-                 blocks.end());
+    blocks = blocksWithData(std::move(blocks));
     std::ostringstream out;
     if (blocks.empty()) {
-        out << "no data (" << blockCount << (blockCount == 1 ? " block" : " blocks") << ", 0 bytes)\n";
+        out << noData(blockCount) << "\n";
         return out.str();
     }
-    std::sort(blocks.begin(), blocks.end(),
-              [](const MapBlock& a, const MapBlock& b) { return a.start < b.start; });
-
-    const size_t maxRegions = std::max<size_t>(1, std::min<size_t>(options.maxRegions, 26));
-    const std::vector<Region> regions = groupIntoRegions(blocks, maxRegions);
-    std::vector<Piece> pieces = piecesOf(regions);
-    cutHugeGaps(pieces);
-    assignColumns(pieces, options.width);
+    const Layout layout = layOut(blocks, options.maxRegions, options.width);
+    const std::vector<Region>& regions = layout.regions;
+    const std::vector<Piece>& pieces = layout.pieces;
     const std::string strip = drawStrip(pieces);
 
     const uint64_t spanStart = regions.front().start;
@@ -249,4 +301,101 @@ std::string drawMemoryMap(std::vector<MapBlock> blocks, const MapOptions& option
         }
     }
     return out.str();
+}
+
+std::string drawMemoryMapSvg(std::vector<MapBlock> blocks, const std::string& title, const MapStart* start,
+                             const MapOptions& options)
+{
+    const size_t blockCount = blocks.size();
+    blocks = blocksWithData(std::move(blocks));
+    const int width = 800, margin = 20, stripTop = 64, stripHeight = 40, rowHeight = 20;
+    const size_t columns = 152; // of 5 pixels each
+    const double columnWidth = static_cast<double>(width - 2 * margin) / columns;
+    Layout layout;
+    if (!blocks.empty())
+        layout = layOut(blocks, options.maxRegions, columns);
+    const size_t rows = layout.pieces.size() + (start != nullptr ? 1 : 0) + (blocks.empty() ? 1 : 0);
+    const int legendTop = stripTop + stripHeight + 46;
+    const int height = legendTop + static_cast<int>(rows) * rowHeight + margin;
+
+    std::ostringstream svg;
+    svg << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+        << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
+        << "\" viewBox=\"0 0 " << width << " " << height << "\" font-family=\"monospace\" font-size=\"12\">\n"
+        << "  <rect width=\"" << width << "\" height=\"" << height << "\" fill=\"#ffffff\"/>\n"
+        << "  <text x=\"" << margin << "\" y=\"24\" font-size=\"14\" font-weight=\"bold\">" << xmlText(title)
+        << "</text>\n";
+    int row = 0;
+    auto legendRow = [&](const std::string& colour, const std::string& text) {
+        const int y = legendTop + row++ * rowHeight;
+        if (!colour.empty())
+            svg << "  <rect x=\"" << margin << "\" y=\"" << y - 11 << "\" width=\"12\" height=\"12\" fill=\"" << colour
+                << "\"/>\n";
+        svg << "  <text x=\"" << margin + 20 << "\" y=\"" << y << "\" xml:space=\"preserve\">" << xmlText(text)
+            << "</text>\n";
+    };
+    if (blocks.empty())
+        legendRow("", noData(blockCount));
+
+    // The strip: regions to scale, gaps in grey, cut gaps as a break mark.
+    double x = margin;
+    std::vector<double> left(layout.pieces.size());
+    for (size_t i = 0; i < layout.pieces.size(); ++i) {
+        const Piece& p = layout.pieces[i];
+        const double w = static_cast<double>(p.columns) * columnWidth;
+        left[i] = x;
+        const std::string fill = p.isGap ? (p.cut ? "#ffffff" : "#e8e8e8") : SVG_COLOURS[p.region % 8];
+        svg << "  <rect x=\"" << x << "\" y=\"" << stripTop << "\" width=\"" << w << "\" height=\"" << stripHeight
+            << "\" fill=\"" << fill << "\" stroke=\"#555555\" stroke-width=\"0.5\"/>\n";
+        const std::string label = p.cut ? "//" : p.isGap ? "" : std::string(1, regionLetter(p.region));
+        if (!label.empty() && w >= 10)
+            svg << "  <text x=\"" << x + w / 2 << "\" y=\"" << stripTop + stripHeight / 2 + 4
+                << "\" text-anchor=\"middle\" font-weight=\"bold\"" << (p.isGap ? "" : " fill=\"#ffffff\"") << ">"
+                << xmlText(label) << "</text>\n";
+        x += w;
+    }
+    if (!blocks.empty()) {
+        const std::pair<uint64_t, uint64_t> first = addressesOf(layout, 0);
+        const std::pair<uint64_t, uint64_t> last = addressesOf(layout, layout.pieces.size() - 1);
+        svg << "  <text x=\"" << margin << "\" y=\"" << stripTop + stripHeight + 18 << "\">"
+            << hexAddress(first.first) << "</text>\n"
+            << "  <text x=\"" << width - margin << "\" y=\"" << stripTop + stripHeight + 18
+            << "\" text-anchor=\"end\">" << hexAddress(last.second - 1) << "</text>\n";
+    }
+
+    // The legend: every region and gap with its addresses and size.
+    for (size_t i = 0; i < layout.pieces.size(); ++i) {
+        const Piece& p = layout.pieces[i];
+        const std::pair<uint64_t, uint64_t> range = addressesOf(layout, i);
+        if (p.isGap) {
+            legendRow("", "   " + rangeText(range.first, range.second) + "  " + padLeft(humanSize(p.size), 10) +
+                              "  gap" + (p.cut ? " (not to scale)" : ""));
+        } else {
+            const Region& r = layout.regions[p.region];
+            legendRow(SVG_COLOURS[p.region % 8], std::string(1, regionLetter(p.region)) + "  " +
+                                                     rangeText(r.start, r.end) + "  " +
+                                                     padLeft(humanSize(r.end - r.start), 10) + "  " + describeRegion(r));
+        }
+    }
+
+    // The start address: a marker over the strip where it falls, and a line
+    // in the legend.
+    if (start != nullptr) {
+        for (size_t i = 0; i < layout.pieces.size(); ++i) {
+            const std::pair<uint64_t, uint64_t> range = addressesOf(layout, i);
+            if (start->address < range.first || start->address >= range.second)
+                continue;
+            const double w = static_cast<double>(layout.pieces[i].columns) * columnWidth;
+            const double at = left[i] + w * static_cast<double>(start->address - range.first) /
+                                            static_cast<double>(range.second - range.first);
+            svg << "  <path d=\"M " << at - 6 << " " << stripTop - 12 << " L " << at + 6 << " " << stripTop - 12
+                << " L " << at << " " << stripTop - 1 << " Z\" fill=\"#d62728\"/>\n"
+                << "  <text x=\"" << at << "\" y=\"" << stripTop - 16 << "\" text-anchor=\""
+                << (at < width / 4 ? "start" : at > 3 * width / 4 ? "end" : "middle") << "\" fill=\"#d62728\">start "
+                << hexAddress(start->address) << "</text>\n";
+        }
+        legendRow("#d62728", "start address: " + start->text);
+    }
+    svg << "</svg>\n";
+    return svg.str();
 }

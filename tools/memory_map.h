@@ -1,5 +1,6 @@
-// Draws the address space of an image as text: a strip to scale with the
-// gaps between the blocks, and a table of the regions it shows.
+// Draws the address space of an image as text or as an SVG picture: a strip
+// to scale with the gaps between the blocks, and a table of the regions it
+// shows.
 #ifndef HEXBLOCKS_MEMORY_MAP_H
 #define HEXBLOCKS_MEMORY_MAP_H
 
@@ -19,7 +20,19 @@ struct MapOptions {
     size_t maxRegions = 16; // more blocks than this are grouped into regions
 };
 
+// The start address to mark on a map.
+struct MapStart {
+    uint64_t address; // the address it stands for
+    std::string text; // as the legend names it
+};
+
 // The picture of blocks (in any order) as lines of text, ending in a newline.
 std::string drawMemoryMap(std::vector<MapBlock> blocks, const MapOptions& options = MapOptions());
+
+// The same picture as an SVG document: the strip to scale (huge gaps cut as
+// in the text), each region labelled in a legend with its address range and
+// size, under title, and the start address marked when start is given.
+std::string drawMemoryMapSvg(std::vector<MapBlock> blocks, const std::string& title, const MapStart* start,
+                             const MapOptions& options = MapOptions());
 
 #endif
