@@ -46,6 +46,9 @@ private:
 // The whole content of a file as bytes; empty when it cannot be read.
 std::vector<uint8_t> readFileBytes(const std::string& path);
 
+// The whole content of a file as a string; empty when it cannot be read.
+std::string readFileText(const std::string& path);
+
 bool fileExists(const std::string& path);
 
 // The names in directory path, sorted, without "." and "..".

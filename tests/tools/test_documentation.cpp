@@ -8,26 +8,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <regex>
 #include <set>
 #include <string>
 #include <vector>
 
 namespace {
-
-std::string readAll(const std::string& path)
-{
-    std::string text;
-    if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
-        char buffer[4096];
-        size_t got;
-        while ((got = std::fread(buffer, 1, sizeof buffer, f)) > 0)
-            text.append(buffer, got);
-        std::fclose(f);
-    }
-    return text;
-}
 
 // The commands the main help lists.
 std::vector<std::string> helpCommands()
@@ -95,10 +81,10 @@ TEST(Documentation, InstalledCopiesAreWhatTheToolMakes)
 {
     ProcessResult r = hexblocks({"--generate", "man"});
     EXPECT_EQ(r.exitCode, 0);
-    EXPECT_EQ(r.out, readAll(HEXBLOCKS_MAN_PAGE)) << "run: hexblocks --generate man > tools/hexblocks.1";
+    EXPECT_EQ(r.out, readFileText(HEXBLOCKS_MAN_PAGE)) << "run: hexblocks --generate man > tools/hexblocks.1";
     r = hexblocks({"--generate", "complete-bash"});
     EXPECT_EQ(r.exitCode, 0);
-    EXPECT_EQ(r.out, readAll(HEXBLOCKS_COMPLETION))
+    EXPECT_EQ(r.out, readFileText(HEXBLOCKS_COMPLETION))
         << "run: hexblocks --generate complete-bash > tools/hexblocks.bash-completion";
 
     for (const std::vector<std::string>& args : {std::vector<std::string>{"--generate"},
@@ -113,7 +99,7 @@ TEST(Documentation, InstalledCopiesAreWhatTheToolMakes)
 
 TEST(Documentation, ManualPageNamesEveryCommandAndOption)
 {
-    const std::string page = readAll(HEXBLOCKS_MAN_PAGE);
+    const std::string page = readFileText(HEXBLOCKS_MAN_PAGE);
     const std::vector<std::string> commands = helpCommands();
     ASSERT_EQ(commands.size(), 9u);
     for (const std::string& command : commands) {

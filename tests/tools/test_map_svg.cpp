@@ -11,24 +11,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
 namespace {
-
-std::string readAll(const std::string& path)
-{
-    std::string text;
-    if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
-        char buffer[4096];
-        size_t got;
-        while ((got = std::fread(buffer, 1, sizeof buffer, f)) > 0)
-            text.append(buffer, got);
-        std::fclose(f);
-    }
-    return text;
-}
 
 // What Python prints for an SVG document given on its standard input: the
 // root's tag, the number of rectangles, and the texts, one a line.
@@ -78,7 +64,7 @@ TEST(MapSvg, MarksTheStartAddressAndCutsHugeGaps)
     const ProcessResult r = hexblocks({"map", hex, "--svg", "-o", svg});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, "");
-    const std::string parsed = parsedSvg(readAll(svg));
+    const std::string parsed = parsedSvg(readFileText(svg));
     EXPECT_EQ(parsed.substr(0, parsed.find('\n')), "{http://www.w3.org/2000/svg}svg 10 1");
     for (const char* text : {"//", "start 0x08004101", "start address: 0x08004101 (linear, type 05)",
                              "   0x08007000-0x1FFF77FF   383.9 MiB  gap (not to scale)",
@@ -132,7 +118,7 @@ TEST(MapSvg, TheReadmePictureIsWhatTheToolDraws)
 {
     const ProcessResult r = hexblocks({"map", "--svg", "examples/sample.hex"}, PROJECT_SOURCE_DIR);
     EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(r.out, readAll(std::string(PROJECT_SOURCE_DIR) + "/examples/sample-map.svg"))
+    EXPECT_EQ(r.out, readFileText(std::string(PROJECT_SOURCE_DIR) + "/examples/sample-map.svg"))
         << "run: hexblocks map --svg examples/sample.hex -o examples/sample-map.svg";
 }
 

@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -92,16 +91,7 @@ TEST_F(FlashCommands, PlanPrintsTheEraseAndWriteListsAndTotals)
 
     // The same from S-records on standard input, with the short options.
     const std::string srec = save("fw.srec", firmware());
-    std::string text;
-    {
-        FILE* f = std::fopen(srec.c_str(), "rb");
-        ASSERT_NE(f, nullptr);
-        char buffer[4096];
-        size_t got;
-        while ((got = std::fread(buffer, 1, sizeof buffer, f)) > 0)
-            text.append(buffer, got);
-        std::fclose(f);
-    }
+    const std::string text = readFileText(srec);
     const ProcessResult piped = hexblocksWithInput({"plan", "-", "-s", MIXED, "-p", "256", "-e", "0xFF"}, text);
     EXPECT_EQ(piped.exitCode, 0) << piped.err;
     EXPECT_EQ(piped.out, MIXED_PLAN);

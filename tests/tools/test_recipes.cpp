@@ -17,24 +17,11 @@
 
 namespace {
 
-std::string readAll(const std::string& path)
-{
-    std::string text;
-    if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
-        char buffer[4096];
-        size_t got;
-        while ((got = std::fread(buffer, 1, sizeof buffer, f)) > 0)
-            text.append(buffer, got);
-        std::fclose(f);
-    }
-    return text;
-}
-
 // The commands of the README's Recipes section: its shell block without
 // comments, continued lines joined.
 std::vector<std::string> recipeCommands()
 {
-    const std::string readme = readAll(std::string(PROJECT_SOURCE_DIR) + "/README.md");
+    const std::string readme = readFileText(std::string(PROJECT_SOURCE_DIR) + "/README.md");
     const std::string::size_type section = readme.find("\n## Recipes\n");
     const std::string::size_type start = readme.find("```sh\n", section);
     const std::string::size_type end = readme.find("\n```", start);
@@ -139,7 +126,7 @@ TEST(Recipes, RunAsTheReadmeWritesThem)
                                         objcopyBin})
                   .exitCode,
               0);
-    EXPECT_EQ(readAll(dir.file("app.bin")), readAll(objcopyBin));
+    EXPECT_EQ(readFileText(dir.file("app.bin")), readFileText(objcopyBin));
 
     // The factory image: bootloader, application, the region filled, and
     // the CRC that 'hexblocks crc' computes over the region stored after it.

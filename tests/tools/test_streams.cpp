@@ -19,19 +19,6 @@
 
 namespace {
 
-std::string readAll(const std::string& path)
-{
-    std::string text;
-    if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
-        char buffer[4096];
-        size_t got;
-        while ((got = std::fread(buffer, 1, sizeof buffer, f)) > 0)
-            text.append(buffer, got);
-        std::fclose(f);
-    }
-    return text;
-}
-
 class Streams : public ::testing::Test {
 protected:
     TempDir dir;
@@ -112,7 +99,7 @@ TEST_F(Streams, JsonIsValidOnGoodInput)
 
 TEST_F(Streams, EveryCommandReadsStandardInput)
 {
-    const std::string text = readAll(sample);
+    const std::string text = readFileText(sample);
     MemoryImage image;
     ASSERT_TRUE(image.readFile(sample.c_str()));
     std::ostringstream srecord;
@@ -168,7 +155,7 @@ TEST_F(Streams, BinWritesOneNamedFileOrStandardOutput)
 {
     const std::string flat = dir.file("flat.bin");
     ASSERT_EQ(hexblocks({"convert", sample, "-o", flat}).exitCode, 0);
-    const std::string expected = readAll(flat);
+    const std::string expected = readFileText(flat);
     ASSERT_EQ(expected.size(), 130112u);
 
     // --one-block -o FILE: the flat image, as objcopy --gap-fill 0xFF gives it.
@@ -176,17 +163,17 @@ TEST_F(Streams, BinWritesOneNamedFileOrStandardOutput)
     ProcessResult r = hexblocks({"bin", "--one-block", "-o", out, sample});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, out + "  130112 bytes (127.1 KiB)\n");
-    EXPECT_EQ(readAll(out), expected);
+    EXPECT_EQ(readFileText(out), expected);
     const std::string objcopyOut = dir.file("objcopy.bin");
     ASSERT_EQ(runProcess(OBJCOPY_PATH, {"-I", "ihex", "-O", "binary", "--gap-fill", "0xFF", sample, objcopyOut})
                   .exitCode,
               0);
-    EXPECT_EQ(readAll(out), readAll(objcopyOut));
+    EXPECT_EQ(readFileText(out), readFileText(objcopyOut));
 
     // An existing file is replaced; -o - writes the bytes and nothing else.
     r = hexblocks({"bin", "--one-block", "--reverse", "-o", out, sample});
     EXPECT_EQ(r.exitCode, 0);
-    EXPECT_EQ(readAll(out), std::string(expected.rbegin(), expected.rend()));
+    EXPECT_EQ(readFileText(out), std::string(expected.rbegin(), expected.rend()));
     r = hexblocks({"bin", sample, "--one-block", "-o", "-"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, expected);
@@ -198,7 +185,7 @@ TEST_F(Streams, BinWritesOneNamedFileOrStandardOutput)
     EXPECT_EQ(r.out, std::string("\x01\x02\x03", 3));
     r = hexblocks({"bin", one, "-o", dir.file("one.bin")});
     EXPECT_EQ(r.out, dir.file("one.bin") + "  3 bytes\n");
-    EXPECT_EQ(readAll(dir.file("one.bin")), std::string("\x01\x02\x03", 3));
+    EXPECT_EQ(readFileText(dir.file("one.bin")), std::string("\x01\x02\x03", 3));
 
     // Several blocks and a file name: an error, and no file.
     for (const std::string& target : {dir.file("many.bin"), std::string("-")}) {
@@ -208,7 +195,7 @@ TEST_F(Streams, BinWritesOneNamedFileOrStandardOutput)
         EXPECT_EQ(r.err, "hexblocks: " + sample + " has 3 blocks: give -o a directory for one file per block, or "
                                                   "use --one-block for one file\n");
     }
-    EXPECT_EQ(readAll(dir.file("many.bin")), "");
+    EXPECT_EQ(readFileText(dir.file("many.bin")), "");
     FILE* f = std::fopen(dir.file("many.bin").c_str(), "rb");
     EXPECT_EQ(f, nullptr);
     if (f != nullptr)
