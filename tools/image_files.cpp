@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -122,39 +123,78 @@ bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpe
     return true;
 }
 
-bool readStandardInput(std::string& bytes, std::string& error)
+namespace {
+
+bool writeAll(int fd, const char* bytes, size_t size)
 {
+    while (size > 0) {
+        const ssize_t written = ::write(fd, bytes, size);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return false;
+        bytes += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+// Copies standard input into a new file in memory; its descriptor, or -1
+// with error set.
+int copyStandardInput(std::string& error)
+{
+    const int fd = memfd_create("hexblocks-standard-input", MFD_CLOEXEC);
+    if (fd < 0) {
+        error = std::string("cannot keep standard input: ") + std::strerror(errno);
+        return -1;
+    }
     char piece[64 * 1024];
     for (;;) {
         const ssize_t got = ::read(STDIN_FILENO, piece, sizeof piece);
         if (got < 0 && errno == EINTR)
             continue;
-        if (got < 0) {
-            error = std::string("cannot read standard input: ") + std::strerror(errno);
-            return false;
-        }
         if (got == 0)
-            return true;
-        bytes.append(piece, static_cast<size_t>(got));
+            return fd;
+        if (got < 0 || !writeAll(fd, piece, static_cast<size_t>(got))) {
+            error = std::string(got < 0 ? "cannot read standard input: " : "cannot keep standard input: ") +
+                    std::strerror(errno);
+            ::close(fd);
+            return -1;
+        }
     }
 }
 
-MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image, std::string* standardInput)
+} // namespace
+
+bool standardInputPath(std::string& path, std::string& error)
+{
+    // Standard input can be read once: the first call copies it, and every
+    // call gives the copy, which stays open until the program ends.
+    static std::string copy;
+    static std::string failure;
+    static bool copied = false;
+    if (!copied) {
+        copied = true;
+        const int fd = copyStandardInput(failure);
+        if (fd >= 0)
+            copy = "/proc/self/fd/" + std::to_string(fd);
+    }
+    path = copy;
+    error = failure;
+    return !copy.empty();
+}
+
+MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image)
 {
     MemoryImage::readoptions_t options;
     options.detect = input.detect;
     options.format = input.format;
     options.address = input.address;
-    if (input.path != "-")
-        return image.readFile(input.path.c_str(), options);
-    std::string bytes;
+    std::string path = input.path;
     MemoryImage::readresult_t failed;
-    if (!readStandardInput(bytes, failed.reason))
+    if (input.path == "-" && !standardInputPath(path, failed.reason))
         return failed;
-    const MemoryImage::readresult_t read = image.readMemory(bytes.data(), bytes.size(), options);
-    if (standardInput != nullptr)
-        *standardInput = std::move(bytes);
-    return read;
+    return image.readFile(path.c_str(), options);
 }
 
 ranges_t rangesOf(const MemoryImage& image)

@@ -40,13 +40,14 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
 // error set when ADDRESS is not an address.
 bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpec& input, std::string& error);
 
-// Reads all of standard input into bytes; false with error set when it
-// cannot.
-bool readStandardInput(std::string& bytes, std::string& error);
+// A path that reads what came on standard input: the first call copies
+// standard input, which can be read only once, into a file in memory, a
+// piece at a time; every call gives that file's path. False with error set
+// when standard input cannot be read or kept.
+bool standardInputPath(std::string& path, std::string& error);
 
-// Reads input into image; standard input is read once, into memory, and
-// its bytes are kept in standardInput when that is given.
-MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image, std::string* standardInput = nullptr);
+// Reads input into image; "-" is standard input (see standardInputPath()).
+MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image);
 
 // The address ranges [first, second) an image holds data in.
 using ranges_t = std::vector<std::pair<uint64_t, uint64_t>>;

@@ -13,8 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace {
 
@@ -68,49 +66,6 @@ private:
     std::streambuf* saved_;
 };
 
-// Standard input, read once into a file in memory that has a path: the
-// IntelHexFile loaders open a path, and the format is told from the first
-// bytes before the loader reads them again.
-class StandardInputFile {
-public:
-    StandardInputFile() = default;
-    ~StandardInputFile()
-    {
-        if (fd_ >= 0)
-            ::close(fd_);
-    }
-    StandardInputFile(const StandardInputFile&) = delete;
-    StandardInputFile& operator=(const StandardInputFile&) = delete;
-
-    // False with error set when standard input cannot be read or kept.
-    bool open(std::string& error)
-    {
-        std::string bytes;
-        if (!readStandardInput(bytes, error))
-            return false;
-        fd_ = memfd_create("hexblocks-standard-input", MFD_CLOEXEC);
-        size_t done = 0;
-        while (fd_ >= 0 && done < bytes.size()) {
-            const ssize_t written = ::write(fd_, bytes.data() + done, bytes.size() - done);
-            if (written < 0 && errno != EINTR)
-                break;
-            done += written > 0 ? static_cast<size_t>(written) : 0;
-        }
-        if (fd_ < 0 || done < bytes.size()) {
-            error = std::string("cannot keep standard input: ") + std::strerror(errno);
-            return false;
-        }
-        path_ = "/proc/self/fd/" + std::to_string(fd_);
-        return true;
-    }
-
-    const std::string& path() const { return path_; }
-
-private:
-    int fd_ = -1;
-    std::string path_;
-};
-
 // Loads Intel HEX with the library's IntelHexFile readers: the whole
 // format, or with --strict load(). The library prints its own diagnostics,
 // all on standard error; this adds one line, "NAME:LINE: reason" (or "NAME:
@@ -148,14 +103,9 @@ bool loadImage(const Options& options, IntelHexFile& image)
         return false;
     }
     const std::string name = input.path; // as messages name it: "-" for standard input
-    StandardInputFile standardInput;
-    if (input.path == "-") {
-        std::string error;
-        if (!standardInput.open(error)) {
-            std::cerr << PROGRAM << ": " << error << std::endl;
-            return false;
-        }
-        input.path = standardInput.path();
+    if (input.path == "-" && !standardInputPath(input.path, error)) {
+        std::cerr << PROGRAM << ": " << error << std::endl;
+        return false;
     }
     const fileformat_t format = formatOf(input);
     if (format == fileformat_t::INTEL_HEX)
@@ -182,13 +132,11 @@ bool loadImage(const Options& options, IntelHexFile& image)
 
 namespace {
 
-// An input merged so far: its name, where its data is, and its text when it
-// came from standard input, to find lines in.
+// An input merged so far: its name, and where its data is.
 struct MergedInput {
     std::string operand; // as the command line names it
     InputSpec source;    // where and how it is read
     ranges_t ranges;
-    std::string standardInput;
 };
 
 bool holds(const ranges_t& ranges, uint32_t address)
@@ -206,10 +154,9 @@ std::string placeOf(const MergedInput& input, uint32_t address)
     MemoryImage::readoptions_t options;
     options.detect = input.source.detect;
     options.format = input.source.format;
-    const size_t line = input.source.path == "-"
-                            ? MemoryImage::findLine(input.standardInput.data(), input.standardInput.size(), address,
-                                                    options)
-                            : MemoryImage::findLineInFile(input.source.path.c_str(), address, options);
+    std::string path = input.source.path, error;
+    const bool readable = path != "-" || standardInputPath(path, error);
+    const size_t line = readable ? MemoryImage::findLineInFile(path.c_str(), address, options) : 0;
     return line > 0 ? input.source.path + ":" + std::to_string(line) : input.operand;
 }
 
@@ -237,17 +184,16 @@ void printClash(const std::vector<MergedInput>& earlier, const MergedInput& inpu
         std::cerr << " both give data at " << hexAddress(result.address) << std::endl;
 }
 
-// Reads the input operand names into image, keeping standard input's bytes
-// in standardInput when that is given; false after printing why it cannot.
-bool readOperand(const Options& options, const std::string& operand, InputSpec& source, MemoryImage& image,
-                 std::string* standardInput)
+// Reads the input operand names into image; false after printing why it
+// cannot.
+bool readOperand(const Options& options, const std::string& operand, InputSpec& source, MemoryImage& image)
 {
     std::string error;
     if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, source, error)) {
         std::cerr << PROGRAM << ": " << error << std::endl;
         return false;
     }
-    const MemoryImage::readresult_t read = readInput(source, image, standardInput);
+    const MemoryImage::readresult_t read = readInput(source, image);
     printRead(source.path, read);
     return read.ok;
 }
@@ -257,7 +203,7 @@ bool readOperand(const Options& options, const std::string& operand, InputSpec& 
 bool readOneInput(const Options& options, const std::string& operand, MemoryImage& image)
 {
     InputSpec source;
-    return readOperand(options, operand, source, image, nullptr);
+    return readOperand(options, operand, source, image);
 }
 
 // Reads every input and merges them by options.merge; false after printing
@@ -270,7 +216,7 @@ bool readInputs(const Options& options, MemoryImage& combined)
         MergedInput input;
         input.operand = operand;
         MemoryImage image;
-        if (!readOperand(options, operand, input.source, image, &input.standardInput))
+        if (!readOperand(options, operand, input.source, image))
             return false;
         input.ranges = rangesOf(image);
         const bool givesStart = image.hasStartAddress() &&
