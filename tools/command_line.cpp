@@ -81,7 +81,7 @@ namespace {
 // The column where option help starts.
 const size_t HELP_COLUMN = 28;
 
-const std::vector<OptionSpec> OPTIONS = {
+const std::vector<OptionEntry> OPTIONS = {
     {option_t::HELP, "help", 'h', nullptr, "show this help"},
     {option_t::ONE_BLOCK, "one-block", '1', nullptr, "load the whole file as one block, gaps filled\nwith 0xFF"},
     {option_t::STRICT, "strict", 0, nullptr, "read only record types 00, 01 and 04, blocks\nwithin a linear base"},
@@ -174,9 +174,9 @@ const char ALGORITHMS[] =
     "  sum8               0xDD         the sum of the bytes modulo 256\n"
     "  sum16              0x01DD       the sum of the bytes modulo 65536\n";
 
-const std::vector<CommandSpec>& commandTable()
+const std::vector<CommandEntry>& commandTable()
 {
-    static const std::vector<CommandSpec> table = {
+    static const std::vector<CommandEntry> table = {
         {"info", "usage: hexblocks info FILE [--one-block] [--strict] [--json]\n", "info FILE [--one-block] [--json]",
          "list the blocks with their addresses and sizes",
          "List the blocks of FILE: index, full 32-bit start and end address (the\n"
@@ -338,10 +338,10 @@ std::string indentedLines(const std::string& text, size_t column)
 }
 
 // "  -s, --sectors SECTORS" or "      --crlf".
-std::string optionLabel(const OptionSpec& spec, const char* value)
+std::string optionLabel(const OptionEntry& entry, const char* value)
 {
-    std::string label = spec.letter != 0 ? std::string("  -") + spec.letter + ", " : "      ";
-    label += std::string("--") + spec.name;
+    std::string label = entry.letter != 0 ? std::string("  -") + entry.letter + ", " : "      ";
+    label += std::string("--") + entry.name;
     if (value != nullptr)
         label += std::string(" ") + value;
     return label;
@@ -349,27 +349,27 @@ std::string optionLabel(const OptionSpec& spec, const char* value)
 
 } // namespace
 
-const std::vector<CommandSpec>& commands()
+const std::vector<CommandEntry>& commands()
 {
     return commandTable();
 }
 
-const std::vector<OptionSpec>& optionTable()
+const std::vector<OptionEntry>& optionTable()
 {
     return OPTIONS;
 }
 
-const CommandSpec* findCommand(const std::string& name)
+const CommandEntry* findCommand(const std::string& name)
 {
-    for (const CommandSpec& c : commands())
+    for (const CommandEntry& c : commands())
         if (name == c.name)
             return &c;
     return nullptr;
 }
 
-const OptionSpec& optionSpec(option_t id)
+const OptionEntry& optionEntry(option_t id)
 {
-    return *std::find_if(OPTIONS.begin(), OPTIONS.end(), [id](const OptionSpec& o) { return o.id == id; });
+    return *std::find_if(OPTIONS.begin(), OPTIONS.end(), [id](const OptionEntry& o) { return o.id == id; });
 }
 
 int usageError(const std::string& message, const char* usage)
@@ -383,7 +383,7 @@ std::string mainHelp()
 {
     std::string help = std::string(MAIN_USAGE) + "\n" + MAIN_INTRO + "\nCommands:\n";
     const size_t column = 37;
-    for (const CommandSpec& c : commands()) {
+    for (const CommandEntry& c : commands()) {
         const std::string synopsis = std::string("  ") + c.synopsis;
         help += synopsis.size() + 1 < column ? padRight(synopsis, column) : synopsis + "\n" + std::string(column, ' ');
         help += indentedLines(c.summary, column) + "\n";
@@ -391,17 +391,17 @@ std::string mainHelp()
     return help + "\n" + MAIN_OPTIONS + "\n" + MAIN_NOTES + "\n" + EXIT_STATUS + "\n" + EXAMPLES;
 }
 
-std::string commandHelp(const CommandSpec& command)
+std::string commandHelp(const CommandEntry& command)
 {
     std::string help = std::string(command.usage) + "\n" + command.description + "\n";
     for (const OptionUse& use : command.options) {
-        const OptionSpec& spec = optionSpec(use.id);
-        const char* text = use.help != nullptr ? use.help : spec.help;
+        const OptionEntry& entry = optionEntry(use.id);
+        const char* text = use.help != nullptr ? use.help : entry.help;
         if (text == nullptr)
             continue;
         if (use.heading != nullptr)
             help += std::string("\n") + use.heading + "\n";
-        const std::string label = optionLabel(spec, use.value != nullptr ? use.value : spec.value);
+        const std::string label = optionLabel(entry, use.value != nullptr ? use.value : entry.value);
         help += label.size() + 2 <= HELP_COLUMN ? padRight(label, HELP_COLUMN)
                                                  : label + "\n" + std::string(HELP_COLUMN, ' ');
         help += indentedLines(text, HELP_COLUMN) + "\n";
@@ -439,7 +439,7 @@ std::string offendingOption(char** argv)
 
 // Checks convert's operands and output. Returns EXIT_OK, or the exit code of
 // a usage error after printing it.
-int checkConvertLine(const CommandSpec& command, const std::vector<std::string>& operands, Options& options)
+int checkConvertLine(const CommandEntry& command, const std::vector<std::string>& operands, Options& options)
 {
     if (options.output.empty())
         return usageError("missing -o OUTPUT", command.usage);
@@ -513,7 +513,7 @@ const char RANGE_FORM[] = " (START:END, END exclusive, above START and at most 0
 
 // Parses an edit option of convert into options.edits. Returns EXIT_OK, or
 // the exit code of a usage error after printing it.
-int parseEdit(option_t option, const std::string& text, bool followsCrop, const CommandSpec& command,
+int parseEdit(option_t option, const std::string& text, bool followsCrop, const CommandEntry& command,
               Options& options)
 {
     Edit edit;
@@ -528,7 +528,7 @@ int parseEdit(option_t option, const std::string& text, bool followsCrop, const 
     case option_t::CROP:
     case option_t::EXCLUDE:
     case option_t::FILL_RANGE: {
-        const std::string name = std::string("--") + optionSpec(option).name;
+        const std::string name = std::string("--") + optionEntry(option).name;
         if (!parseRange(text, range))
             return usageError("invalid range '" + text + "' for " + name + RANGE_FORM, command.usage);
         if (option == option_t::CROP && followsCrop) {
@@ -571,7 +571,7 @@ int parseEdit(option_t option, const std::string& text, bool followsCrop, const 
 
 // Parses the parameters of a CRC of the user's own. Returns EXIT_OK, or the
 // exit code of a usage error after printing it.
-int parseCrcParameter(option_t option, const std::string& text, const CommandSpec& command, CrcChoice& crc)
+int parseCrcParameter(option_t option, const std::string& text, const CommandEntry& command, CrcChoice& crc)
 {
     const bool width = option == option_t::CRC_WIDTH;
     const char* name = width                    ? "width"
@@ -608,7 +608,7 @@ struct ParseState {
 
 // Applies one option with its value (nullptr for a flag). Returns EXIT_OK,
 // or the exit code of a usage error after printing it.
-int applyOption(option_t option, const char* value, const CommandSpec& command, Options& options, ParseState& state)
+int applyOption(option_t option, const char* value, const CommandEntry& command, Options& options, ParseState& state)
 {
     const std::string text = value != nullptr ? value : "";
     uint64_t number = 0;
@@ -736,7 +736,7 @@ int applyOption(option_t option, const char* value, const CommandSpec& command, 
 // Settles the checksum: the named one, crc32 by default, or a CRC of the
 // user's own. Returns EXIT_OK, or the exit code of a usage error after
 // printing it.
-int chooseChecksum(const CrcChoice& crc, const CommandSpec& command, Options& options)
+int chooseChecksum(const CrcChoice& crc, const CommandEntry& command, Options& options)
 {
     if (!crc.custom)
         return EXIT_OK;
@@ -753,7 +753,7 @@ int chooseChecksum(const CrcChoice& crc, const CommandSpec& command, Options& op
 
 // Checks the operands against the command's, and what needs all options
 // known. Returns EXIT_OK, or the exit code of a usage error after printing it.
-int checkOperands(const CommandSpec& command, const std::vector<std::string>& operands, const ParseState& state,
+int checkOperands(const CommandEntry& command, const std::vector<std::string>& operands, const ParseState& state,
                   Options& options)
 {
     const size_t wanted = command.operands.size();
@@ -784,7 +784,7 @@ int checkOperands(const CommandSpec& command, const std::vector<std::string>& op
 
 } // namespace
 
-int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options& options)
+int parseCommandLine(const CommandEntry& command, int argc, char** argv, Options& options)
 {
     // A leading ':' makes getopt report a missing value apart from an unknown
     // option; without '+' options may also follow the file name. Options
@@ -792,11 +792,11 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
     std::string shortOptions = ":";
     std::vector<option> longOptions;
     for (const OptionUse& use : command.options) {
-        const OptionSpec& spec = optionSpec(use.id);
-        const int hasValue = spec.value != nullptr ? required_argument : no_argument;
-        if (spec.letter != 0)
-            shortOptions += std::string(1, spec.letter) + (hasValue == required_argument ? ":" : "");
-        longOptions.push_back({spec.name, hasValue, nullptr, spec.letter != 0 ? spec.letter : 256 + static_cast<int>(spec.id)});
+        const OptionEntry& entry = optionEntry(use.id);
+        const int hasValue = entry.value != nullptr ? required_argument : no_argument;
+        if (entry.letter != 0)
+            shortOptions += std::string(1, entry.letter) + (hasValue == required_argument ? ":" : "");
+        longOptions.push_back({entry.name, hasValue, nullptr, entry.letter != 0 ? entry.letter : 256 + static_cast<int>(entry.id)});
     }
     longOptions.push_back({nullptr, 0, nullptr, 0});
 
@@ -811,8 +811,8 @@ int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options&
         if (c == ':')
             return usageError("option '" + offendingOption(argv) + "' needs a value", command.usage);
         const auto use = std::find_if(command.options.begin(), command.options.end(), [c](const OptionUse& u) {
-            const OptionSpec& spec = optionSpec(u.id);
-            return c < 256 ? spec.letter == c : static_cast<int>(spec.id) == c - 256;
+            const OptionEntry& entry = optionEntry(u.id);
+            return c < 256 ? entry.letter == c : static_cast<int>(entry.id) == c - 256;
         });
         if (c == '?' || use == command.options.end())
             return usageError("unknown option '" + offendingOption(argv) + "'", command.usage);

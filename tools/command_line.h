@@ -103,7 +103,7 @@ enum class option_t {
 
 // An option as the command line writes it and its help, written once for
 // every command that takes it.
-struct OptionSpec {
+struct OptionEntry {
     option_t id;
     const char* name;  // the long name, without "--"
     char letter;       // the short name, 0 for none
@@ -122,7 +122,7 @@ struct OptionUse {
 
 // One command: its texts, its options, how its inputs are read and the
 // function that runs it.
-struct CommandSpec {
+struct CommandEntry {
     const char* name;
     const char* usage;            // "usage: hexblocks info FILE [...]\n"
     const char* synopsis;         // for the list of commands: "info FILE [--one-block] [--json]"
@@ -138,16 +138,16 @@ struct CommandSpec {
 };
 
 // The commands, in the order the help lists them.
-const std::vector<CommandSpec>& commands();
+const std::vector<CommandEntry>& commands();
 
 // The options of every command.
-const std::vector<OptionSpec>& optionTable();
+const std::vector<OptionEntry>& optionTable();
 
 // The command called name; nullptr when there is none.
-const CommandSpec* findCommand(const std::string& name);
+const CommandEntry* findCommand(const std::string& name);
 
 // The option with this id.
-const OptionSpec& optionSpec(option_t id);
+const OptionEntry& optionEntry(option_t id);
 
 // Prints a usage error with usage and returns EXIT_USAGE.
 int usageError(const std::string& message, const char* usage);
@@ -156,10 +156,10 @@ int usageError(const std::string& message, const char* usage);
 std::string mainHelp();
 
 // A command's help: its usage, description, options and notes.
-std::string commandHelp(const CommandSpec& command);
+std::string commandHelp(const CommandEntry& command);
 
 // Parses the arguments after the command name. Returns EXIT_OK, or the exit
 // code of a usage error after printing it.
-int parseCommandLine(const CommandSpec& command, int argc, char** argv, Options& options);
+int parseCommandLine(const CommandEntry& command, int argc, char** argv, Options& options);
 
 #endif

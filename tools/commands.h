@@ -1,5 +1,5 @@
 // The hexblocks commands, one function each. Each gets the parsed options
-// and its inputs, already read (see CommandSpec::loading), prints what it
+// and its inputs, already read (see CommandEntry::loading), prints what it
 // produces and returns its exit code.
 #ifndef HEXBLOCKS_COMMANDS_H
 #define HEXBLOCKS_COMMANDS_H

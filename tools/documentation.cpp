@@ -57,28 +57,28 @@ std::string verbatim(const std::string& text)
 }
 
 // One option of a command as a tagged paragraph.
-std::string optionEntry(const OptionUse& use)
+std::string manualOption(const OptionUse& use)
 {
-    const OptionSpec& spec = optionSpec(use.id);
-    const char* help = use.help != nullptr ? use.help : spec.help;
+    const OptionEntry& entry = optionEntry(use.id);
+    const char* help = use.help != nullptr ? use.help : entry.help;
     if (help == nullptr)
         return "";
-    const char* value = use.value != nullptr ? use.value : spec.value;
-    std::string tag = spec.letter != 0 ? std::string("\\fB\\-") + spec.letter + "\\fR, " : "";
-    tag += "\\fB" + roff(std::string("--") + spec.name) + "\\fR";
+    const char* value = use.value != nullptr ? use.value : entry.value;
+    std::string tag = entry.letter != 0 ? std::string("\\fB\\-") + entry.letter + "\\fR, " : "";
+    tag += "\\fB" + roff(std::string("--") + entry.name) + "\\fR";
     if (value != nullptr)
         tag += " \\fI" + roff(value) + "\\fR";
     std::string joinedHelp;
     for (const std::string& line : linesOf(help))
         joinedHelp += (joinedHelp.empty() ? "" : " ") + line;
-    std::string entry;
+    std::string text;
     if (use.heading != nullptr)
-        entry += ".PP\n" + roff(use.heading) + "\n";
-    return entry + ".TP\n" + tag + "\n" + roff(joinedHelp) + "\n";
+        text += ".PP\n" + roff(use.heading) + "\n";
+    return text + ".TP\n" + tag + "\n" + roff(joinedHelp) + "\n";
 }
 
 // The usage line of a command without "usage: " and its newline.
-std::string synopsisOf(const CommandSpec& command)
+std::string synopsisOf(const CommandEntry& command)
 {
     std::string usage = command.usage;
     const std::string prefix = "usage: ";
@@ -93,14 +93,14 @@ std::string synopsisOf(const CommandSpec& command)
 // empty for a name that stands for something else (N, FILE, DIR|OUTPUT|-).
 std::vector<std::string> valueWords(const OptionUse& use)
 {
-    const OptionSpec& spec = optionSpec(use.id);
-    if (spec.id == option_t::ALGORITHM) {
+    const OptionEntry& entry = optionEntry(use.id);
+    if (entry.id == option_t::ALGORITHM) {
         std::vector<std::string> names;
         for (const Checksum::algorithm_t& a : Checksum::algorithms())
             names.push_back(a.name);
         return names;
     }
-    const std::string value = use.value != nullptr ? use.value : spec.value != nullptr ? spec.value : "";
+    const std::string value = use.value != nullptr ? use.value : entry.value != nullptr ? entry.value : "";
     if (value.find('|') == std::string::npos)
         return {};
     for (const char c : value)
@@ -117,9 +117,9 @@ std::vector<std::string> valueWords(const OptionUse& use)
 }
 
 // The spellings of an option: "-o|--output".
-std::string spellings(const OptionSpec& spec)
+std::string spellings(const OptionEntry& entry)
 {
-    return (spec.letter != 0 ? std::string("-") + spec.letter + "|" : "") + "--" + spec.name;
+    return (entry.letter != 0 ? std::string("-") + entry.letter + "|" : "") + "--" + entry.name;
 }
 
 } // namespace
@@ -136,10 +136,10 @@ std::string manualPage(const std::string& version)
     }
     page += ".SH DESCRIPTION\n" + paragraphs(MAIN_INTRO);
     page += ".SH COMMANDS\n";
-    for (const CommandSpec& command : commands()) {
+    for (const CommandEntry& command : commands()) {
         page += ".SS \"" + roff(synopsisOf(command)) + "\"\n" + paragraphs(command.description);
         for (const OptionUse& use : command.options)
-            page += optionEntry(use);
+            page += manualOption(use);
         if (*command.notes != '\0')
             page += ".PP\n" + verbatim(command.notes);
     }
@@ -158,7 +158,7 @@ std::string manualPage(const std::string& version)
 std::string bashCompletion()
 {
     std::string commandNames;
-    for (const CommandSpec& command : commands())
+    for (const CommandEntry& command : commands())
         commandNames += (commandNames.empty() ? "" : " ") + std::string(command.name);
 
     std::string script =
@@ -183,24 +183,24 @@ std::string bashCompletion()
         "        [ \"$COMP_CWORD\" -eq 2 ] && COMPREPLY=($(compgen -W \"man complete-bash\" -- \"$cur\"))\n"
         "        return\n"
         "        ;;\n";
-    for (const CommandSpec& command : commands()) {
+    for (const CommandEntry& command : commands()) {
         std::string words;
         std::string values;
         for (const OptionUse& use : command.options) {
-            const OptionSpec& spec = optionSpec(use.id);
-            if (spec.help == nullptr && use.help == nullptr)
+            const OptionEntry& entry = optionEntry(use.id);
+            if (entry.help == nullptr && use.help == nullptr)
                 continue;
-            words += (words.empty() ? "" : " ") + std::string("--") + spec.name;
-            if (spec.letter != 0)
-                words += std::string(" -") + spec.letter;
-            if (spec.value == nullptr)
+            words += (words.empty() ? "" : " ") + std::string("--") + entry.name;
+            if (entry.letter != 0)
+                words += std::string(" -") + entry.letter;
+            if (entry.value == nullptr)
                 continue;
             const std::vector<std::string> choices = valueWords(use);
             std::string list;
             for (const std::string& w : choices)
                 list += (list.empty() ? "" : " ") + w;
-            const bool file = spec.id == option_t::OUTPUT;
-            values += "        " + spellings(spec) + ")\n";
+            const bool file = entry.id == option_t::OUTPUT;
+            values += "        " + spellings(entry) + ")\n";
             if (!choices.empty())
                 values += "            COMPREPLY=($(compgen -W \"" + list + "\" -- \"$cur\"))\n";
             else if (file)

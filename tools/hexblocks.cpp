@@ -19,7 +19,7 @@ namespace {
 
 // Reads the inputs of command as its table entry says; false after printing
 // why one cannot be read.
-bool readCommandInputs(const CommandSpec& command, const Options& options, Inputs& inputs)
+bool readCommandInputs(const CommandEntry& command, const Options& options, Inputs& inputs)
 {
     switch (command.loading) {
     case loading_t::BLOCKS:
@@ -35,7 +35,7 @@ bool readCommandInputs(const CommandSpec& command, const Options& options, Input
     return false;
 }
 
-int runCommand(const CommandSpec& command, const Options& options)
+int runCommand(const CommandEntry& command, const Options& options)
 {
     Inputs inputs;
     if (!readCommandInputs(command, options, inputs))
@@ -53,7 +53,7 @@ int main(int argc, char** argv)
     const std::string first = argv[1];
     if (first == "-h" || first == "--help" || first == "help") {
         if (first == "help" && argc > 2) {
-            if (const CommandSpec* c = findCommand(argv[2])) {
+            if (const CommandEntry* c = findCommand(argv[2])) {
                 std::cout << commandHelp(*c);
                 return EXIT_OK;
             }
@@ -78,7 +78,7 @@ int main(int argc, char** argv)
             return usageError("--generate needs 'man' or 'complete-bash'", MAIN_USAGE);
         return EXIT_OK;
     }
-    const CommandSpec* command = findCommand(first);
+    const CommandEntry* command = findCommand(first);
     if (command == nullptr) {
         if (!first.empty() && first[0] == '-')
             return usageError("unknown option '" + first + "'", MAIN_USAGE);
