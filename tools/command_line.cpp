@@ -354,11 +354,6 @@ const std::vector<CommandEntry>& commands()
     return commandTable();
 }
 
-const std::vector<OptionEntry>& optionTable()
-{
-    return OPTIONS;
-}
-
 const CommandEntry* findCommand(const std::string& name)
 {
     for (const CommandEntry& c : commands())

@@ -140,9 +140,6 @@ struct CommandEntry {
 // The commands, in the order the help lists them.
 const std::vector<CommandEntry>& commands();
 
-// The options of every command.
-const std::vector<OptionEntry>& optionTable();
-
 // The command called name; nullptr when there is none.
 const CommandEntry* findCommand(const std::string& name);
 
