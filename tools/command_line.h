@@ -1,11 +1,12 @@
-// The hexblocks command line: one table of commands and one table of
-// options, from which the option parsing, the help texts, the manual page
-// and the shell completion are all made. Exit codes and usage errors are the
-// same for every command.
+// The hexblocks command line: the options every command may be given, what
+// a command is given besides them, exit codes and usage errors (the same
+// for every command), and the parsing of a command's arguments by its entry
+// in the command table.
 #ifndef HEXBLOCKS_COMMAND_LINE_H
 #define HEXBLOCKS_COMMAND_LINE_H
 
 #include "checksum.h"
+#include "command_table.h"
 #include "flash_plan.h"
 #include "image_files.h"
 #include "intelhex.h"
@@ -16,14 +17,6 @@
 #include <string>
 #include <vector>
 
-extern const char PROGRAM[];
-// The parts of the main help besides the commands.
-extern const char MAIN_USAGE[];
-extern const char MAIN_INTRO[];
-extern const char MAIN_OPTIONS[];
-extern const char MAIN_NOTES[];
-extern const char EXIT_STATUS[];
-extern const char EXAMPLES[];
 
 // Exit codes.
 const int EXIT_OK = 0;
@@ -84,76 +77,8 @@ struct Inputs {
     MemoryImage other;   // diff: B
 };
 
-// How a command's inputs are read.
-enum class loading_t {
-    BLOCKS,      // the one FILE as IntelHexFile blocks
-    MERGED,      // every operand, merged by --overlap and --start-address
-    FIRST,       // the first operand as an image (the others are the command's)
-    FIRST_TWO    // the first two operands as two images
-};
-
-// Every option of every command.
-enum class option_t {
-    HELP, ONE_BLOCK, STRICT, FULL_FORMAT, INPUT_FORMAT, JSON, WIDTH, OUTPUT, REVERSE, BLOCK,
-    OUTPUT_FORMAT, RECORD_SIZE, ADDRESSING, ADDRESS_SIZE, CRLF, FILL, OVERLAP, START_ADDRESS,
-    OFFSET, CROP, EXCLUDE, FILL_RANGE, SWAP, INSERT_CRC, ALGORITHM, CRC_ENDIAN,
-    CRC_WIDTH, POLY, INIT, XOROUT, REFLECT_IN, REFLECT_OUT, RANGE,
-    SECTORS, PAGE_SIZE, ERASED, KEEP_BLANK, AT, JOIN, SVG
-};
-
-// An option as the command line writes it and its help, written once for
-// every command that takes it.
-struct OptionEntry {
-    option_t id;
-    const char* name;  // the long name, without "--"
-    char letter;       // the short name, 0 for none
-    const char* value; // the value's name in the help, nullptr for a flag
-    const char* help;  // lines of at most 52 characters; nullptr: not shown (kept for old command lines)
-};
-
-// An option a command takes, with help of its own where the shared one does
-// not fit.
-struct OptionUse {
-    option_t id;
-    const char* help = nullptr;    // nullptr: the option's own
-    const char* value = nullptr;   // the value's name, nullptr: the option's own
-    const char* heading = nullptr; // a heading to print before it in the help
-};
-
-// One command: its texts, its options, how its inputs are read and the
-// function that runs it.
-struct CommandEntry {
-    const char* name;
-    const char* usage;            // "usage: hexblocks info FILE [...]\n"
-    const char* synopsis;         // for the list of commands: "info FILE [--one-block] [--json]"
-    const char* summary;          // for the list of commands: what it does, in a few words
-    const char* description;      // its help before the options
-    std::vector<OptionUse> options;
-    const char* notes;            // its help after the options; "" for none
-    std::vector<const char*> operands; // their names; the last repeats when variadic
-    bool variadic;
-    loading_t loading;
-    int unreadable;               // the exit code when an input cannot be read
-    int (*run)(const Options& options, Inputs& inputs);
-};
-
-// The commands, in the order the help lists them.
-const std::vector<CommandEntry>& commands();
-
-// The command called name; nullptr when there is none.
-const CommandEntry* findCommand(const std::string& name);
-
-// The option with this id.
-const OptionEntry& optionEntry(option_t id);
-
 // Prints a usage error with usage and returns EXIT_USAGE.
 int usageError(const std::string& message, const char* usage);
-
-// The main help: the usage, the commands, the general notes, exit status.
-std::string mainHelp();
-
-// A command's help: its usage, description, options and notes.
-std::string commandHelp(const CommandEntry& command);
 
 // Parses the arguments after the command name. Returns EXIT_OK, or the exit
 // code of a usage error after printing it.

@@ -1,7 +1,8 @@
 #include "documentation.h"
 
 #include "checksum.h"
-#include "command_line.h"
+#include "command_table.h"
+#include "text_format.h"
 
 #include <cctype>
 #include <set>
@@ -9,6 +10,32 @@
 #include <vector>
 
 namespace {
+
+// The column where option help starts.
+const size_t HELP_COLUMN = 28;
+
+// text with every line after the first indented to column.
+std::string indentedLines(const std::string& text, size_t column)
+{
+    std::string out;
+    for (const char c : text) {
+        out += c;
+        if (c == '\n')
+            out += std::string(column, ' ');
+    }
+    return out;
+}
+
+// "  -s, --sectors SECTORS" or "      --crlf".
+std::string optionLabel(const OptionEntry& entry, const char* value)
+{
+    std::string label = entry.letter != 0 ? std::string("  -") + entry.letter + ", " : "      ";
+    label += std::string("--") + entry.name;
+    if (value != nullptr)
+        label += std::string(" ") + value;
+    return label;
+}
+
 
 // text with roff's special characters escaped: backslashes, hyphens (which
 // roff would otherwise set as hyphens, not minus signs), and a '.' or '\''
@@ -123,6 +150,38 @@ std::string spellings(const OptionEntry& entry)
 }
 
 } // namespace
+
+std::string mainHelp()
+{
+    std::string help = std::string(MAIN_USAGE) + "\n" + MAIN_INTRO + "\nCommands:\n";
+    const size_t column = 37;
+    for (const CommandEntry& c : commands()) {
+        const std::string synopsis = std::string("  ") + c.synopsis;
+        help += synopsis.size() + 1 < column ? padRight(synopsis, column) : synopsis + "\n" + std::string(column, ' ');
+        help += indentedLines(c.summary, column) + "\n";
+    }
+    return help + "\n" + MAIN_OPTIONS + "\n" + MAIN_NOTES + "\n" + EXIT_STATUS + "\n" + EXAMPLES;
+}
+
+std::string commandHelp(const CommandEntry& command)
+{
+    std::string help = std::string(command.usage) + "\n" + command.description + "\n";
+    for (const OptionUse& use : command.options) {
+        const OptionEntry& entry = optionEntry(use.id);
+        const char* text = use.help != nullptr ? use.help : entry.help;
+        if (text == nullptr)
+            continue;
+        if (use.heading != nullptr)
+            help += std::string("\n") + use.heading + "\n";
+        const std::string label = optionLabel(entry, use.value != nullptr ? use.value : entry.value);
+        help += label.size() + 2 <= HELP_COLUMN ? padRight(label, HELP_COLUMN)
+                                                 : label + "\n" + std::string(HELP_COLUMN, ' ');
+        help += indentedLines(text, HELP_COLUMN) + "\n";
+    }
+    if (*command.notes != '\0')
+        help += std::string("\n") + command.notes;
+    return help;
+}
 
 std::string manualPage(const std::string& version)
 {

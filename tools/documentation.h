@@ -1,11 +1,20 @@
-// The manual page and the bash completion script of hexblocks, both made
-// from the tables of commands and options, so that neither can drift from
-// the help. 'hexblocks --generate man|complete-bash' prints them; the copies
-// in tools/ that are installed are what it prints (a test checks).
+// The help texts, the manual page and the bash completion script of
+// hexblocks, all made from the tables of commands and options, so that none
+// can drift from another. 'hexblocks --generate man|complete-bash' prints
+// the last two; the copies in tools/ that are installed are what it prints
+// (a test checks).
 #ifndef HEXBLOCKS_DOCUMENTATION_H
 #define HEXBLOCKS_DOCUMENTATION_H
 
+#include "command_table.h"
+
 #include <string>
+
+// The main help: the usage, the commands, the general notes, exit status.
+std::string mainHelp();
+
+// A command's help: its usage, description, options and notes.
+std::string commandHelp(const CommandEntry& command);
 
 // The manual page hexblocks.1, in roff with the man macros.
 std::string manualPage(const std::string& version);
