@@ -7,11 +7,6 @@
 
 namespace {
 
-// "0x08000000-0x0800BFFF": first and last address of [start, end).
-std::string rangeText(uint64_t start, uint64_t end)
-{
-    return hexAddress(start) + "-" + hexAddress(end - 1);
-}
 
 std::string plural(uint64_t count, const char* one, const char* many)
 {
@@ -64,13 +59,13 @@ void printPlan(const FlashPlan& plan, std::ostream& out)
                sectors[j].address == static_cast<uint64_t>(sectors[j - 1].address) + sectors[j - 1].size)
             ++j;
         const uint64_t end = static_cast<uint64_t>(sectors[j - 1].address) + sectors[j - 1].size;
-        out << "erase  " << rangeText(sectors[i].address, end) << "  " << (j - i) << " x "
+        out << "erase  " << addressRange(sectors[i].address, end) << "  " << (j - i) << " x "
             << sectorSizeText(sectors[i].size) << (sectors[i].partial ? "  partial" : "") << "\n";
         i = j;
     }
     const uint32_t pageSize = plan.geometry().pageSize;
     for (const MemoryImage::range_t& run : plan.writeList())
-        out << "write  " << rangeText(run.start, run.end) << "  " << plural(run.size() / pageSize, "page", "pages")
+        out << "write  " << addressRange(run.start, run.end) << "  " << plural(run.size() / pageSize, "page", "pages")
             << "\n";
     out << "total  erase " << plural(plan.eraseBytes(), "byte", "bytes") << " in "
         << plural(sectors.size(), "sector", "sectors") << " (" << plan.partialSectors() << " partial), write "
@@ -138,7 +133,7 @@ void printDiff(const MemoryImage::diffresult_t& result, const MemoryImage& a, co
 {
     using kind_t = MemoryImage::difference_t::kind_t;
     for (const MemoryImage::difference_t& d : result.ranges) {
-        out << rangeText(d.start, d.end) << "  "
+        out << addressRange(d.start, d.end) << "  "
             << (d.kind == kind_t::DIFFER ? "differ" : d.kind == kind_t::ONLY_IMAGE ? "only in A" : "only in B") << " ("
             << plural(d.bytes, "byte", "bytes") << ")\n";
     }

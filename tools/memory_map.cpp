@@ -197,12 +197,6 @@ std::string describeRegion(const Region& r)
     return text.str();
 }
 
-std::string rangeText(uint64_t start, uint64_t end)
-{
-    return hexAddress(start) + "-" + hexAddress(end - 1);
-}
-
-
 // The regions and the pieces of the strip, with their columns, for blocks
 // that hold data.
 struct Layout {
@@ -244,22 +238,6 @@ std::string noData(size_t blockCount)
     return "no data (" + std::to_string(blockCount) + (blockCount == 1 ? " block" : " blocks") + ", 0 bytes)";
 }
 
-// text with the characters XML gives a meaning escaped.
-std::string xmlText(const std::string& text)
-{
-    std::string out;
-    for (const char c : text) {
-        switch (c) {
-        case '&': out += "&amp;"; break;
-        case '<': out += "&lt;"; break;
-        case '>': out += "&gt;"; break;
-        case '"': out += "&quot;"; break;
-        default: out += c;
-        }
-    }
-    return out;
-}
-
 const char* const SVG_COLOURS[] = {"#4e79a7", "#f28e2b", "#59a14f", "#e15759", "#76b7b2", "#edc948", "#b07aa1", "#9c755f"};
 
 } // namespace
@@ -292,11 +270,11 @@ std::string drawMemoryMap(std::vector<MapBlock> blocks, const MapOptions& option
         if (p.isGap) {
             const Region& before = regions[pieces[i - 1].region];
             const Region& after = regions[pieces[i + 1].region];
-            out << "     " << rangeText(before.end, after.start) << "  " << padLeft(humanSize(p.size), 10)
+            out << "     " << addressRange(before.end, after.start) << "  " << padLeft(humanSize(p.size), 10)
                 << "  gap" << (p.cut ? " (not to scale)" : "") << "\n";
         } else {
             const Region& r = regions[p.region];
-            out << "  " << regionLetter(p.region) << "  " << rangeText(r.start, r.end) << "  "
+            out << "  " << regionLetter(p.region) << "  " << addressRange(r.start, r.end) << "  "
                 << padLeft(humanSize(r.end - r.start), 10) << "  " << describeRegion(r) << "\n";
         }
     }
@@ -368,12 +346,12 @@ std::string drawMemoryMapSvg(std::vector<MapBlock> blocks, const std::string& ti
         const Piece& p = layout.pieces[i];
         const std::pair<uint64_t, uint64_t> range = addressesOf(layout, i);
         if (p.isGap) {
-            legendRow("", "   " + rangeText(range.first, range.second) + "  " + padLeft(humanSize(p.size), 10) +
+            legendRow("", "   " + addressRange(range.first, range.second) + "  " + padLeft(humanSize(p.size), 10) +
                               "  gap" + (p.cut ? " (not to scale)" : ""));
         } else {
             const Region& r = layout.regions[p.region];
             legendRow(SVG_COLOURS[p.region % 8], std::string(1, regionLetter(p.region)) + "  " +
-                                                     rangeText(r.start, r.end) + "  " +
+                                                     addressRange(r.start, r.end) + "  " +
                                                      padLeft(humanSize(r.end - r.start), 10) + "  " + describeRegion(r));
         }
     }

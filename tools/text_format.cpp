@@ -102,3 +102,23 @@ std::string startAddressText(uint8_t type, uint32_t value)
                   hexAddress(static_cast<uint64_t>(value >> 16) * 16 + (value & 0xFFFF)).c_str());
     return text;
 }
+
+std::string xmlText(const std::string& text)
+{
+    std::string out;
+    for (const char c : text) {
+        switch (c) {
+        case '&': out += "&amp;"; break;
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        case '"': out += "&quot;"; break;
+        default: out += c;
+        }
+    }
+    return out;
+}
+
+std::string addressRange(uint64_t start, uint64_t end)
+{
+    return hexAddress(start) + "-" + hexAddress(end - 1);
+}

@@ -37,4 +37,10 @@ std::string startAddressText(uint8_t type, uint32_t value);
 // value as a JSON string literal, quotes included.
 std::string jsonString(const std::string& value);
 
+// text with the characters XML gives a meaning escaped (& < > ").
+std::string xmlText(const std::string& text);
+
+// "0x08000000-0x0800BFFF": the first and the last address of [start, end).
+std::string addressRange(uint64_t start, uint64_t end);
+
 #endif

@@ -44,3 +44,16 @@ TEST(TextFormat, Padding)
     EXPECT_EQ(padLeft("too long", 3), "too long");
     EXPECT_EQ(padRight("", 2), "  ");
 }
+
+TEST(TextFormat, XmlText)
+{
+    EXPECT_EQ(xmlText("plain 0x08000000"), "plain 0x08000000");
+    EXPECT_EQ(xmlText("a&b<c>\"d\"'e'"), "a&amp;b&lt;c&gt;&quot;d&quot;'e'");
+}
+
+TEST(TextFormat, AddressRange)
+{
+    EXPECT_EQ(addressRange(0x08000000, 0x0800C000), "0x08000000-0x0800BFFF");
+    EXPECT_EQ(addressRange(0xFFFFFFFF, 0x100000000ull), "0xFFFFFFFF-0xFFFFFFFF");
+    EXPECT_EQ(addressRange(0, 1), "0x00000000-0x00000000");
+}
