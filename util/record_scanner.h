@@ -9,6 +9,8 @@
 #ifndef INTELHEX_RECORD_SCANNER_H
 #define INTELHEX_RECORD_SCANNER_H
 
+#include "hex_decoder.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -19,23 +21,6 @@
 #include <sys/types.h>
 
 namespace intelhex_internal {
-
-// Value of each character as a hex digit; 0x10 for any other character.
-struct hexdigits_t {
-    uint8_t value[256];
-    constexpr hexdigits_t() : value()
-    {
-        for (int c = 0; c < 256; ++c)
-            value[c] = 0x10;
-        for (int d = 0; d < 10; ++d)
-            value['0' + d] = static_cast<uint8_t>(d);
-        for (int d = 0; d < 6; ++d) {
-            value['A' + d] = static_cast<uint8_t>(10 + d);
-            value['a' + d] = static_cast<uint8_t>(10 + d);
-        }
-    }
-};
-inline constexpr hexdigits_t HEX_DIGITS{};
 
 // Longest line the scanner takes, without its line ending.
 const size_t MAX_LINE_LENGTH = 256 * 1024 - 1;
@@ -184,7 +169,17 @@ private:
 
     template <typename OnRecord> lineaction_t takeLine(const char* text, size_t length, OnRecord& onRecord);
     template <typename OnRecord> lineaction_t takeSrecord(const char* text, size_t length, OnRecord& onRecord);
-    bool decodeDigits(const char* digits, size_t byteCount, unsigned& sum);
+    template <typename OnRecord>
+    lineaction_t takeDecoded(const char* text, size_t length, size_t byteCount, bool valid, uint8_t sum,
+                             OnRecord& onRecord);
+    template <typename OnRecord>
+    lineaction_t takeDecodedSrecord(const char* text, size_t length, size_t byteCount, uint8_t sum,
+                                    OnRecord& onRecord);
+    template <typename OnRecord>
+    const char* takeNextLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord);
+    template <typename OnRecord>
+    const char* takeUsualLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord);
+    bool decodeDigits(const char* digits, size_t byteCount, uint8_t& sum);
     lineaction_t badLine(const char* reason, const char* text, size_t length);
     lineaction_t badLine(const std::string& reason, const char* text, size_t length);
     static scanend_t endOf(lineaction_t action);
@@ -195,7 +190,8 @@ private:
     linerules_t rules_;
     size_t line_ = 0;
     badline_t badLine_;
-    uint8_t record_[MAX_RECORD_BYTES];
+    uint8_t record_[MAX_RECORD_BYTES + HEX_DECODE_SLACK];
+    const char* textEnd_ = nullptr; // where the text in memory ends, for decodeHex()
     std::vector<char> buffer_; // for sources read in pieces
 };
 
@@ -228,18 +224,33 @@ inline scanend_t RecordScanner::endOf(lineaction_t action)
     }
 }
 
+template <typename OnRecord>
+INTELHEX_ALWAYS_INLINE const char* RecordScanner::takeNextLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord)
+{
+    if (const char* next = takeUsualLine(line, end, action, onRecord))
+        return next;
+    const char* newline = static_cast<const char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
+    if (newline == nullptr)
+        return nullptr;
+    action = takeLine(line, static_cast<size_t>(newline - line), onRecord);
+    return newline + 1;
+}
+
 template <typename OnRecord> scanend_t RecordScanner::scanMemory(const char* text, size_t size, OnRecord& onRecord)
 {
     const char* const end = text + size;
+    textEnd_ = end;
     for (const char* line = text; line < end;) {
-        const char* newline = static_cast<const char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
-        const char* lineEnd = newline != nullptr ? newline : end;
-        const lineaction_t action = takeLine(line, static_cast<size_t>(lineEnd - line), onRecord);
+        lineaction_t action = lineaction_t::NEXT;
+        const char* next = takeNextLine(line, end, action, onRecord);
+        if (next == nullptr) {
+            // The last line, with no newline after it.
+            action = takeLine(line, static_cast<size_t>(end - line), onRecord);
+            next = end;
+        }
         if (action != lineaction_t::NEXT)
             return endOf(action);
-        if (newline == nullptr)
-            break;
-        line = newline + 1;
+        line = next;
     }
     return scanend_t::END_OF_INPUT;
 }
@@ -257,16 +268,16 @@ template <typename OnRecord> scanend_t RecordScanner::scanPieces(TextSource& sou
         if (got < 0)
             return scanend_t::READ_ERROR;
         const char* const end = buffer + held + got;
+        textEnd_ = end;
         const char* line = buffer;
         for (;;) {
-            const char* newline =
-                static_cast<const char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
-            if (newline == nullptr)
+            lineaction_t action = lineaction_t::NEXT;
+            const char* next = takeNextLine(line, end, action, onRecord);
+            if (next == nullptr)
                 break;
-            const lineaction_t action = takeLine(line, static_cast<size_t>(newline - line), onRecord);
             if (action != lineaction_t::NEXT)
                 return endOf(action);
-            line = newline + 1;
+            line = next;
         }
         held = static_cast<size_t>(end - line);
         if (got == 0) {
@@ -316,8 +327,17 @@ RecordScanner::lineaction_t RecordScanner::takeLine(const char* text, size_t len
     }
 
     const size_t byteCount = (length - 1) / 2;
-    unsigned sum = 0;
+    uint8_t sum = 0;
     const bool valid = decodeDigits(text + 1, byteCount, sum);
+    return takeDecoded(text, length, byteCount, valid, sum, onRecord);
+}
+
+// An Intel HEX record whose byteCount bytes are decoded into record_: its
+// count and checksum are checked, and it is handed on.
+template <typename OnRecord>
+INTELHEX_ALWAYS_INLINE RecordScanner::lineaction_t RecordScanner::takeDecoded(const char* text, size_t length, size_t byteCount, bool valid,
+                                                       uint8_t sum, OnRecord& onRecord)
+{
     const bool strict = rules_ == linerules_t::STRICT;
     if (!valid)
         return strict ? lineaction_t::BAD : badLine("character that is not a hex digit", text, length);
@@ -325,7 +345,7 @@ RecordScanner::lineaction_t RecordScanner::takeLine(const char* text, size_t len
         return strict ? lineaction_t::BAD
                       : badLine("byte count " + std::to_string(record_[0]) + " does not match the length of the line",
                                 text, length);
-    if ((sum & 0xFF) != 0)
+    if (sum != 0)
         return strict ? lineaction_t::BAD : badLine("checksum error", text, length);
 
     const uint8_t type = record_[3];
@@ -336,25 +356,62 @@ RecordScanner::lineaction_t RecordScanner::takeLine(const char* text, size_t len
     return onRecord(record) ? lineaction_t::NEXT : lineaction_t::STOP;
 }
 
+// Most lines are a record exactly as long as its byte count says, followed
+// by "\n" or "\r\n". Such a line is decoded at once, without looking for its
+// end first, and taken as takeLine() would take it. Returns where the next
+// line starts; nullptr, having done nothing, for any other line (and for one
+// whose end is not before end), which then goes through takeLine(). The
+// end-of-file records go through takeLine() too.
+template <typename OnRecord>
+INTELHEX_ALWAYS_INLINE const char* RecordScanner::takeUsualLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord)
+{
+    const bool srecord = rules_ == linerules_t::SRECORD;
+    const size_t countAt = srecord ? 2 : 1;
+    const size_t room = static_cast<size_t>(end - line);
+    if (room < countAt + 2 || line[0] != (srecord ? 'S' : ':'))
+        return nullptr;
+    const unsigned high = HEX_DIGITS.value[static_cast<unsigned char>(line[countAt])];
+    const unsigned low = HEX_DIGITS.value[static_cast<unsigned char>(line[countAt + 1])];
+    if (((high | low) & 0x10) != 0)
+        return nullptr;
+    const size_t byteCount = (high << 4 | low) + (srecord ? 1 : 5);
+    const size_t length = countAt + 2 * byteCount;
+    if (room <= length)
+        return nullptr;
+    const char* next = line + length + 1;
+    if (line[length] == '\r' && next < end && *next == '\n')
+        ++next;
+    else if (line[length] != '\n')
+        return nullptr;
+    if (srecord && (line[1] < '0' || line[1] > '9'))
+        return nullptr;
+    uint8_t sum = 0;
+    if (!decodeHex(line + countAt, byteCount, room - countAt, record_, sum))
+        return nullptr;
+    if (srecord) {
+        ++line_;
+        action = takeDecodedSrecord(line, length, byteCount, sum, onRecord);
+        return next;
+    }
+    if (record_[3] == 0x01)
+        return nullptr;
+    ++line_;
+    action = takeDecoded(line, length, byteCount, true, sum, onRecord);
+    return next;
+}
+
 // Decodes byteCount bytes of hex digits into record_ (no more than a
 // record's bytes are kept, but every digit is checked) and sums them; false
 // when a character is not a hex digit.
-inline bool RecordScanner::decodeDigits(const char* text, size_t byteCount, unsigned& sum)
+inline bool RecordScanner::decodeDigits(const char* text, size_t byteCount, uint8_t& sum)
 {
-    const unsigned char* digits = reinterpret_cast<const unsigned char*>(text);
     const size_t kept = byteCount < MAX_RECORD_BYTES ? byteCount : MAX_RECORD_BYTES;
-    unsigned invalid = 0;
     sum = 0;
-    for (size_t i = 0; i < kept; ++i) {
-        const unsigned high = HEX_DIGITS.value[digits[2 * i]];
-        const unsigned low = HEX_DIGITS.value[digits[2 * i + 1]];
-        invalid |= high | low;
-        record_[i] = static_cast<uint8_t>(high << 4 | (low & 0xF));
-        sum += record_[i];
-    }
-    for (size_t i = kept; i < byteCount; ++i)
-        invalid |= HEX_DIGITS.value[digits[2 * i]] | HEX_DIGITS.value[digits[2 * i + 1]];
-    return (invalid & 0x10) == 0;
+    bool valid = decodeHex(text, kept, static_cast<size_t>(textEnd_ - text), record_, sum);
+    const unsigned char* digits = reinterpret_cast<const unsigned char*>(text);
+    for (size_t i = 2 * kept; i < 2 * byteCount; ++i)
+        valid = valid && HEX_DIGITS.value[digits[i]] < 0x10;
+    return valid;
 }
 
 // An S-record: 'S', a type digit, then hex digits: the count of the bytes
@@ -367,13 +424,22 @@ RecordScanner::lineaction_t RecordScanner::takeSrecord(const char* text, size_t 
         return badLine("an S-record must start with 'S'", text, length);
     if (length < 2 || text[1] < '0' || text[1] > '9')
         return badLine("'S' must be followed by the record type, a digit", text, length);
-    const unsigned type = static_cast<unsigned>(text[1] - '0');
     if ((length - 2) % 2 != 0)
         return badLine("odd number of hex digits", text, length);
     const size_t byteCount = (length - 2) / 2;
-    unsigned sum = 0;
+    uint8_t sum = 0;
     if (!decodeDigits(text + 2, byteCount, sum))
         return badLine("character that is not a hex digit", text, length);
+    return takeDecodedSrecord(text, length, byteCount, sum, onRecord);
+}
+
+// An S-record whose byteCount bytes (from its count on) are decoded into
+// record_: its count, length and checksum are checked, and it is handed on.
+template <typename OnRecord>
+RecordScanner::lineaction_t RecordScanner::takeDecodedSrecord(const char* text, size_t length, size_t byteCount,
+                                                              uint8_t sum, OnRecord& onRecord)
+{
+    const unsigned type = static_cast<unsigned>(text[1] - '0');
     if (byteCount == 0 || byteCount != static_cast<size_t>(record_[0]) + 1)
         return badLine("byte count " + std::string(byteCount == 0 ? "missing" : std::to_string(record_[0])) +
                            (byteCount == 0 ? "" : " does not match the length of the line"),
@@ -381,7 +447,7 @@ RecordScanner::lineaction_t RecordScanner::takeSrecord(const char* text, size_t 
     const unsigned addressSize = srecordAddressSize(type);
     if (addressSize != 0 && record_[0] < addressSize + 1)
         return badLine("record too short for an S" + std::to_string(type) + " record", text, length);
-    if ((sum & 0xFF) != 0xFF)
+    if (sum != 0xFF)
         return badLine("checksum error", text, length);
     uint32_t address = 0;
     for (unsigned i = 0; i < addressSize; ++i)
