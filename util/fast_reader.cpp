@@ -2,6 +2,10 @@
 
 #include "region_window.h"
 
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
 namespace intelhex_internal {
 
 namespace {
@@ -28,31 +32,26 @@ uint16_t linearBaseOf(const scannedrecord_t& record)
 }
 
 // Follows the linear base through the records the exact reader takes without
-// a word, and hands on the data records with their base; false, to stop,
-// at any other record.
+// a word. Data records with bytes are for the caller to take, with the
+// current linear base; any other record is taken here: false, to stop, for
+// one the exact reader would say something about.
 class QuietRecords {
 public:
-    template <typename OnData> bool take(const scannedrecord_t& record, OnData onData)
+    static bool isData(const scannedrecord_t& record) { return record.type == TYPE_DATA && record.length > 0; }
+
+    bool takeOther(const scannedrecord_t& record)
     {
         if (!isQuietRecord(record))
             return false;
-        if (record.type == TYPE_LINEAR_BASE) {
-            linearBase_ = linearBaseOf(record);
-            return true;
-        }
-        return onData(record, linearBase_);
+        linearBase_ = linearBaseOf(record);
+        return true;
     }
+
+    uint16_t linearBase() const { return linearBase_; }
 
 private:
     uint16_t linearBase_ = 0;
 };
-
-// Gives back the spare capacity of a run that will not grow any more.
-void trim(fastrun_t& run)
-{
-    if (run.bytes.capacity() - run.bytes.size() > run.bytes.size() / 8)
-        run.bytes.shrink_to_fit();
-}
 
 // Records in strictly ascending order of linear base and address, appended
 // to runs as they come. Stops at the first record that is not.
@@ -65,25 +64,57 @@ public:
     outcome_t read(TextSource& source)
     {
         RecordScanner scanner(linerules_t::STRICT);
-        const scanend_t end = scanner.scan(source, [this](const scannedrecord_t& record) { return take(record); });
+        const scanend_t end = scanner.scan(source, [this](const scannedrecord_t& record) INTELHEX_ALWAYS_INLINE_LAMBDA { return take(record); });
         if (outOfOrder_)
             return outcome_t::OUT_OF_ORDER;
         if (end != scanend_t::END_RECORD)
             return outcome_t::DECLINED;
         if (!runs_.empty())
-            trim(runs_.back());
+            closeRun(runs_.back());
         return outcome_t::DONE;
     }
 
 private:
-    bool take(const scannedrecord_t& record)
+    INTELHEX_ALWAYS_INLINE bool take(const scannedrecord_t& record)
     {
-        return records_.take(record, [this](const scannedrecord_t& data, uint16_t linearBase) {
-            return takeData(data, linearBase);
-        });
+        if (!QuietRecords::isData(record))
+            return records_.takeOther(record);
+        // The usual record continues the last run.
+        if (!runs_.empty()) {
+            fastrun_t& run = runs_.back();
+            const uint16_t runEnd = static_cast<uint16_t>(run.lastRecordAddr + run.lastRecordLen);
+            if (run.linearBase == records_.linearBase() && runEnd == record.offset &&
+                record.offset > run.lastRecordAddr) {
+                appendBytes(record.data, record.length);
+                run.lastRecordAddr = record.offset;
+                run.lastRecordLen = record.length;
+                return true;
+            }
+        }
+        return startRun(record, records_.linearBase());
     }
 
-    bool takeData(const scannedrecord_t& record, uint16_t linearBase)
+    // The last run's bytes are gathered in a buffer as large as a run can
+    // be, and become its vector when it is closed: one copy of each byte,
+    // and none of the vector's bookkeeping for each record.
+    INTELHEX_ALWAYS_INLINE void appendBytes(const uint8_t* data, size_t length)
+    {
+        if (length == 16)
+            std::memcpy(staging_.get() + staged_, data, 16); // the most common record, copied inline
+        else
+            std::memcpy(staging_.get() + staged_, data, length);
+        staged_ += length;
+    }
+
+    void closeRun(fastrun_t& run)
+    {
+        run.bytes.assign(staging_.get(), staging_.get() + staged_);
+        staged_ = 0;
+    }
+
+    // A record that does not continue the last run: it starts a new one, or
+    // it is out of order.
+    bool startRun(const scannedrecord_t& record, uint16_t linearBase)
     {
         if (!runs_.empty()) {
             fastrun_t& run = runs_.back();
@@ -91,22 +122,19 @@ private:
                 outOfOrder_ = true;
                 return false;
             }
-            const uint16_t runEnd = static_cast<uint16_t>(run.lastRecordAddr + run.lastRecordLen);
-            if (run.linearBase == linearBase && runEnd == record.offset) {
-                run.bytes.insert(run.bytes.end(), record.data, record.data + record.length);
-                run.lastRecordAddr = record.offset;
-                run.lastRecordLen = record.length;
-                return true;
-            }
-            trim(run);
+            closeRun(run);
         }
-        runs_.push_back(fastrun_t{linearBase, record.offset, record.offset, record.length,
-                                  std::vector<uint8_t>(record.data, record.data + record.length)});
+        runs_.push_back(fastrun_t{linearBase, record.offset, record.offset, record.length, std::vector<uint8_t>()});
+        appendBytes(record.data, record.length);
         return true;
     }
 
     std::vector<fastrun_t>& runs_;
     QuietRecords records_;
+    // A run under one linear base holds at most the bytes from its start to
+    // 0xFFFF and one record beyond.
+    std::unique_ptr<uint8_t[]> staging_{new uint8_t[0x10000 + 0xFF]};
+    size_t staged_ = 0;
     bool outOfOrder_ = false;
 };
 
@@ -168,15 +196,15 @@ private:
 
     bool take(const scannedrecord_t& record)
     {
-        return records_.take(record, [this](const scannedrecord_t& data, uint16_t linearBase) {
-            dataBytes_ += data.length;
-            if (!bases_.open(linearBase, dataBytes_))
-                return false;
-            // A repeated address is dropped (the first record wins); an
-            // overlap is left to the exact reader.
-            const size_t repeated = bases_.window().placeRecord(data.offset, data.data, data.length);
-            return repeated == RegionWindow::REPEATED_START || repeated == 0;
-        });
+        if (!QuietRecords::isData(record))
+            return records_.takeOther(record);
+        dataBytes_ += record.length;
+        if (!bases_.open(records_.linearBase(), dataBytes_))
+            return false;
+        // A repeated address is dropped (the first record wins); an
+        // overlap is left to the exact reader.
+        const size_t repeated = bases_.window().placeRecord(record.offset, record.data, record.length);
+        return repeated == RegionWindow::REPEATED_START || repeated == 0;
     }
 
     QuietRecords records_;
