@@ -189,11 +189,11 @@ TEST(HexDecoder, LongRunsOfDigitsSumModulo256)
 }
 
 // The records the scanner finds, as text.
-std::string scanRecords(const std::string& text, linerules_t rules)
+template <linerules_t RULES> std::string scanRecords(const std::string& text)
 {
     std::string found;
     MemoryText source(text.data(), text.size());
-    RecordScanner scanner(rules);
+    RecordScanner<RULES> scanner;
     const scanend_t end = scanner.scan(source, [&](const scannedrecord_t& r) {
         found += std::to_string(r.line) + ":" + std::to_string(r.type) + ":" + std::to_string(r.offset) + ":";
         for (size_t i = 0; i < r.length; ++i)
@@ -219,8 +219,8 @@ TEST(HexDecoder, SelectingADecoderMakesTheScannerUseIt)
     for (hexdecoder_t decoder : availableDecoders()) {
         ASSERT_TRUE(selectHexDecoder(decoder));
         EXPECT_EQ(hexDecoder(), decoder);
-        hexResults.push_back(scanRecords(hex, linerules_t::FULL_FORMAT));
-        srecResults.push_back(scanRecords(srec, linerules_t::SRECORD));
+        hexResults.push_back(scanRecords<linerules_t::FULL_FORMAT>(hex));
+        srecResults.push_back(scanRecords<linerules_t::SRECORD>(srec));
     }
     ASSERT_TRUE(selectHexDecoder(before));
     for (size_t i = 1; i < hexResults.size(); ++i) {

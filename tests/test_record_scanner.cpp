@@ -34,10 +34,10 @@ std::string describe(const scannedrecord_t& r)
     return text + std::string(r.text, r.textLength);
 }
 
-Scanned scanWith(TextSource& source, linerules_t rules)
+template <linerules_t RULES> Scanned scanWith(TextSource& source)
 {
     Scanned s;
-    RecordScanner scanner(rules);
+    RecordScanner<RULES> scanner;
     s.end = scanner.scan(source, [&](const scannedrecord_t& r) {
         s.records.push_back(describe(r));
         return true;
@@ -45,6 +45,18 @@ Scanned scanWith(TextSource& source, linerules_t rules)
     s.bad = scanner.badLine();
     s.lines = scanner.lineCount();
     return s;
+}
+
+Scanned scanWith(TextSource& source, linerules_t rules)
+{
+    switch (rules) {
+    case linerules_t::STRICT:
+        return scanWith<linerules_t::STRICT>(source);
+    case linerules_t::FULL_FORMAT:
+        return scanWith<linerules_t::FULL_FORMAT>(source);
+    default:
+        return scanWith<linerules_t::SRECORD>(source);
+    }
 }
 
 Scanned scanMemory(const std::string& text, linerules_t rules)
@@ -203,7 +215,7 @@ TEST(RecordScanner, HandlerStopsTheScan)
 {
     const std::string text = joinLines({dataRecord(0, {1}), dataRecord(1, {2}), EOF_RECORD});
     MemoryText source(text.data(), text.size());
-    RecordScanner scanner(linerules_t::FULL_FORMAT);
+    RecordScanner<linerules_t::FULL_FORMAT> scanner;
     EXPECT_EQ(scanner.scan(source, [](const scannedrecord_t&) { return false; }), scanend_t::STOPPED);
     EXPECT_EQ(scanner.lineCount(), 1u);
 }
@@ -211,7 +223,7 @@ TEST(RecordScanner, HandlerStopsTheScan)
 TEST(RecordScanner, ReadErrors)
 {
     FailingText source;
-    RecordScanner scanner(linerules_t::FULL_FORMAT);
+    RecordScanner<linerules_t::FULL_FORMAT> scanner;
     size_t records = 0;
     EXPECT_EQ(scanner.scan(source, [&](const scannedrecord_t&) { return ++records > 0; }), scanend_t::READ_ERROR);
     EXPECT_EQ(records, 1u);

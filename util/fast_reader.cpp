@@ -63,7 +63,7 @@ public:
 
     outcome_t read(TextSource& source)
     {
-        RecordScanner scanner(linerules_t::STRICT);
+        RecordScanner<linerules_t::STRICT> scanner;
         const scanend_t end = scanner.scan(source, [this](const scannedrecord_t& record) INTELHEX_ALWAYS_INLINE_LAMBDA { return take(record); });
         if (outOfOrder_)
             return outcome_t::OUT_OF_ORDER;
@@ -178,7 +178,7 @@ class WindowReader {
 public:
     bool read(TextSource& source, std::vector<fastrun_t>& runs)
     {
-        RecordScanner scanner(linerules_t::STRICT);
+        RecordScanner<linerules_t::STRICT> scanner;
         const scanend_t end = scanner.scan(source, [this](const scannedrecord_t& record) { return take(record); });
         if (end != scanend_t::END_RECORD)
             return false;

@@ -183,9 +183,9 @@ bool failRecord(fullread_t& read, const scannedrecord_t& record, const std::stri
 // Scans source with a reader's line rules, handing each record to
 // take(record), and records in read how the scan ended: the end record, a
 // bad line or a read error (a handler that stops has said why itself).
-template <typename Take> void scanRecords(TextSource& source, linerules_t rules, fullread_t& read, Take&& take)
+template <linerules_t RULES, typename Take> void scanRecords(TextSource& source, fullread_t& read, Take&& take)
 {
-    RecordScanner scanner(rules);
+    RecordScanner<RULES> scanner;
     switch (scanner.scan(source, take)) {
     case scanend_t::END_RECORD:
         read.sawEndRecord = true;

@@ -71,12 +71,12 @@ bool readWhole(TextSource& source, std::vector<char>& text)
     }
 }
 
-RecordScanner::lineaction_t RecordScanner::badLine(const char* reason, const char* text, size_t length)
+RecordScannerBase::lineaction_t RecordScannerBase::badLine(const char* reason, const char* text, size_t length)
 {
     return badLine(std::string(reason), text, length);
 }
 
-RecordScanner::lineaction_t RecordScanner::badLine(const std::string& reason, const char* text, size_t length)
+RecordScannerBase::lineaction_t RecordScannerBase::badLine(const std::string& reason, const char* text, size_t length)
 {
     badLine_.line = line_;
     badLine_.reason = reason;

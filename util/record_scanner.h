@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <streambuf>
 #include <string>
 #include <vector>
@@ -151,22 +152,38 @@ struct badline_t {
     std::string text; // the line without surrounding white space
 };
 
-// Scans a source line by line and hands each record to a handler
-// bool(const scannedrecord_t&), which returns false to stop.
-class RecordScanner {
+// What a record scanner keeps whatever its line rules: the line count, the
+// bad line, the decoded record and the buffer for text read in pieces.
+class RecordScannerBase {
 public:
-    explicit RecordScanner(linerules_t rules) : rules_(rules) {}
-
-    template <typename OnRecord> scanend_t scan(TextSource& source, OnRecord&& onRecord);
-
     const badline_t& badLine() const { return badLine_; }
 
     // Lines seen so far, including the one that ended the scan.
     size_t lineCount() const { return line_; }
 
-private:
+protected:
     enum class lineaction_t { NEXT, END_RECORD, STOP, BAD };
 
+    bool decodeDigits(const char* digits, size_t byteCount, uint8_t& sum);
+    lineaction_t badLine(const char* reason, const char* text, size_t length);
+    lineaction_t badLine(const std::string& reason, const char* text, size_t length);
+    static scanend_t endOf(lineaction_t action);
+
+    size_t line_ = 0;
+    badline_t badLine_;
+    uint8_t record_[MAX_RECORD_BYTES + HEX_DECODE_SLACK];
+    const char* textEnd_ = nullptr;     // where the text in memory ends, for decodeHex()
+    std::unique_ptr<char[]> buffer_; // for sources read in pieces
+};
+
+// Scans a source line by line with a reader's line rules and hands each
+// record to a handler bool(const scannedrecord_t&), which returns false to
+// stop.
+template <linerules_t RULES> class RecordScanner : public RecordScannerBase {
+public:
+    template <typename OnRecord> scanend_t scan(TextSource& source, OnRecord&& onRecord);
+
+private:
     template <typename OnRecord> lineaction_t takeLine(const char* text, size_t length, OnRecord& onRecord);
     template <typename OnRecord> lineaction_t takeSrecord(const char* text, size_t length, OnRecord& onRecord);
     template <typename OnRecord>
@@ -179,20 +196,9 @@ private:
     const char* takeNextLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord);
     template <typename OnRecord>
     const char* takeUsualLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord);
-    bool decodeDigits(const char* digits, size_t byteCount, uint8_t& sum);
-    lineaction_t badLine(const char* reason, const char* text, size_t length);
-    lineaction_t badLine(const std::string& reason, const char* text, size_t length);
-    static scanend_t endOf(lineaction_t action);
 
     template <typename OnRecord> scanend_t scanMemory(const char* text, size_t size, OnRecord& onRecord);
     template <typename OnRecord> scanend_t scanPieces(TextSource& source, OnRecord& onRecord);
-
-    linerules_t rules_;
-    size_t line_ = 0;
-    badline_t badLine_;
-    uint8_t record_[MAX_RECORD_BYTES + HEX_DECODE_SLACK];
-    const char* textEnd_ = nullptr; // where the text in memory ends, for decodeHex()
-    std::vector<char> buffer_; // for sources read in pieces
 };
 
 // --- implementation of the templates -------------------------------------
@@ -202,7 +208,9 @@ inline bool isBlank(char c)
     return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f';
 }
 
-template <typename OnRecord> scanend_t RecordScanner::scan(TextSource& source, OnRecord&& onRecord)
+template <linerules_t RULES>
+template <typename OnRecord>
+scanend_t RecordScanner<RULES>::scan(TextSource& source, OnRecord&& onRecord)
 {
     line_ = 0;
     badLine_ = badline_t();
@@ -212,7 +220,7 @@ template <typename OnRecord> scanend_t RecordScanner::scan(TextSource& source, O
     return scanPieces(source, onRecord);
 }
 
-inline scanend_t RecordScanner::endOf(lineaction_t action)
+inline scanend_t RecordScannerBase::endOf(lineaction_t action)
 {
     switch (action) {
     case lineaction_t::END_RECORD:
@@ -224,8 +232,9 @@ inline scanend_t RecordScanner::endOf(lineaction_t action)
     }
 }
 
+template <linerules_t RULES>
 template <typename OnRecord>
-INTELHEX_ALWAYS_INLINE const char* RecordScanner::takeNextLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord)
+INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeNextLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord)
 {
     if (const char* next = takeUsualLine(line, end, action, onRecord))
         return next;
@@ -236,7 +245,9 @@ INTELHEX_ALWAYS_INLINE const char* RecordScanner::takeNextLine(const char* line,
     return newline + 1;
 }
 
-template <typename OnRecord> scanend_t RecordScanner::scanMemory(const char* text, size_t size, OnRecord& onRecord)
+template <linerules_t RULES>
+template <typename OnRecord>
+scanend_t RecordScanner<RULES>::scanMemory(const char* text, size_t size, OnRecord& onRecord)
 {
     const char* const end = text + size;
     textEnd_ = end;
@@ -255,13 +266,16 @@ template <typename OnRecord> scanend_t RecordScanner::scanMemory(const char* tex
     return scanend_t::END_OF_INPUT;
 }
 
-template <typename OnRecord> scanend_t RecordScanner::scanPieces(TextSource& source, OnRecord& onRecord)
+template <linerules_t RULES>
+template <typename OnRecord>
+scanend_t RecordScanner<RULES>::scanPieces(TextSource& source, OnRecord& onRecord)
 {
     // Large reads; a line cut at the end of a piece is moved to the front
     // and completed by the next read.
     const size_t PIECE = MAX_LINE_LENGTH + 1;
-    buffer_.resize(PIECE);
-    char* const buffer = buffer_.data();
+    if (!buffer_)
+        buffer_.reset(new char[PIECE]); // not cleared: only what is read is looked at
+    char* const buffer = buffer_.get();
     size_t held = 0;
     for (;;) {
         const ssize_t got = held < PIECE ? source.read(buffer + held, PIECE - held) : 0;
@@ -291,14 +305,15 @@ template <typename OnRecord> scanend_t RecordScanner::scanPieces(TextSource& sou
     }
 }
 
+template <linerules_t RULES>
 template <typename OnRecord>
-RecordScanner::lineaction_t RecordScanner::takeLine(const char* text, size_t length, OnRecord& onRecord)
+typename RecordScanner<RULES>::lineaction_t RecordScanner<RULES>::takeLine(const char* text, size_t length, OnRecord& onRecord)
 {
     ++line_;
     if (length > MAX_LINE_LENGTH)
         return badLine("line too long", text, 0);
 
-    if (rules_ == linerules_t::STRICT) {
+    if constexpr (RULES == linerules_t::STRICT) {
         // As read: exact case, nothing before it, anything after it ignored.
         static const char EOF_RECORD[] = ":00000001FF";
         if (length >= sizeof EOF_RECORD - 1 && std::memcmp(text, EOF_RECORD, sizeof EOF_RECORD - 1) == 0)
@@ -316,7 +331,7 @@ RecordScanner::lineaction_t RecordScanner::takeLine(const char* text, size_t len
             --length;
         if (length == 0)
             return lineaction_t::NEXT; // a blank line
-        if (rules_ == linerules_t::SRECORD)
+        if constexpr (RULES == linerules_t::SRECORD)
             return takeSrecord(text, length, onRecord);
         if (text[0] != ':')
             return badLine("a record must start with ':'", text, length);
@@ -334,11 +349,12 @@ RecordScanner::lineaction_t RecordScanner::takeLine(const char* text, size_t len
 
 // An Intel HEX record whose byteCount bytes are decoded into record_: its
 // count and checksum are checked, and it is handed on.
+template <linerules_t RULES>
 template <typename OnRecord>
-INTELHEX_ALWAYS_INLINE RecordScanner::lineaction_t RecordScanner::takeDecoded(const char* text, size_t length, size_t byteCount, bool valid,
+INTELHEX_ALWAYS_INLINE typename RecordScanner<RULES>::lineaction_t RecordScanner<RULES>::takeDecoded(const char* text, size_t length, size_t byteCount, bool valid,
                                                        uint8_t sum, OnRecord& onRecord)
 {
-    const bool strict = rules_ == linerules_t::STRICT;
+    const bool strict = RULES == linerules_t::STRICT;
     if (!valid)
         return strict ? lineaction_t::BAD : badLine("character that is not a hex digit", text, length);
     if (byteCount != static_cast<size_t>(record_[0]) + 5)
@@ -362,10 +378,11 @@ INTELHEX_ALWAYS_INLINE RecordScanner::lineaction_t RecordScanner::takeDecoded(co
 // line starts; nullptr, having done nothing, for any other line (and for one
 // whose end is not before end), which then goes through takeLine(). The
 // end-of-file records go through takeLine() too.
+template <linerules_t RULES>
 template <typename OnRecord>
-INTELHEX_ALWAYS_INLINE const char* RecordScanner::takeUsualLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord)
+INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeUsualLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord)
 {
-    const bool srecord = rules_ == linerules_t::SRECORD;
+    const bool srecord = RULES == linerules_t::SRECORD;
     const size_t countAt = srecord ? 2 : 1;
     const size_t room = static_cast<size_t>(end - line);
     if (room < countAt + 2 || line[0] != (srecord ? 'S' : ':'))
@@ -403,7 +420,7 @@ INTELHEX_ALWAYS_INLINE const char* RecordScanner::takeUsualLine(const char* line
 // Decodes byteCount bytes of hex digits into record_ (no more than a
 // record's bytes are kept, but every digit is checked) and sums them; false
 // when a character is not a hex digit.
-inline bool RecordScanner::decodeDigits(const char* text, size_t byteCount, uint8_t& sum)
+inline bool RecordScannerBase::decodeDigits(const char* text, size_t byteCount, uint8_t& sum)
 {
     const size_t kept = byteCount < MAX_RECORD_BYTES ? byteCount : MAX_RECORD_BYTES;
     sum = 0;
@@ -417,8 +434,9 @@ inline bool RecordScanner::decodeDigits(const char* text, size_t byteCount, uint
 // An S-record: 'S', a type digit, then hex digits: the count of the bytes
 // that follow it, the address, the data and a checksum that makes the
 // bytes from the count on sum to 0xFF.
+template <linerules_t RULES>
 template <typename OnRecord>
-RecordScanner::lineaction_t RecordScanner::takeSrecord(const char* text, size_t length, OnRecord& onRecord)
+typename RecordScanner<RULES>::lineaction_t RecordScanner<RULES>::takeSrecord(const char* text, size_t length, OnRecord& onRecord)
 {
     if (text[0] != 'S')
         return badLine("an S-record must start with 'S'", text, length);
@@ -435,8 +453,9 @@ RecordScanner::lineaction_t RecordScanner::takeSrecord(const char* text, size_t 
 
 // An S-record whose byteCount bytes (from its count on) are decoded into
 // record_: its count, length and checksum are checked, and it is handed on.
+template <linerules_t RULES>
 template <typename OnRecord>
-RecordScanner::lineaction_t RecordScanner::takeDecodedSrecord(const char* text, size_t length, size_t byteCount,
+typename RecordScanner<RULES>::lineaction_t RecordScanner<RULES>::takeDecodedSrecord(const char* text, size_t length, size_t byteCount,
                                                               uint8_t sum, OnRecord& onRecord)
 {
     const unsigned type = static_cast<unsigned>(text[1] - '0');

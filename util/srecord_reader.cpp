@@ -21,7 +21,9 @@ public:
     // False when the assembler gave up; read_ tells the rest.
     bool run(TextSource& source)
     {
-        scanRecords(source, linerules_t::SRECORD, read_, [this](const scannedrecord_t& record) { return take(record); });
+        scanRecords<linerules_t::SRECORD>(source, read_, [this](const scannedrecord_t& record) INTELHEX_ALWAYS_INLINE_LAMBDA {
+            return take(record);
+        });
         return !gaveUp_;
     }
 
