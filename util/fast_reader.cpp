@@ -91,7 +91,7 @@ private:
                 return true;
             }
         }
-        return startRun(record, records_.linearBase());
+        return startRun(record.offset, record.data, record.length, records_.linearBase());
     }
 
     // The last run's bytes are gathered in a buffer as large as a run can
@@ -99,33 +99,39 @@ private:
     // and none of the vector's bookkeeping for each record.
     INTELHEX_ALWAYS_INLINE void appendBytes(const uint8_t* data, size_t length)
     {
-        if (length == 16)
-            std::memcpy(staging_.get() + staged_, data, 16); // the most common record, copied inline
-        else
-            std::memcpy(staging_.get() + staged_, data, length);
+        copyRecordData(staging_.get() + staged_, data, length);
         staged_ += length;
     }
 
     void closeRun(fastrun_t& run)
     {
-        run.bytes.assign(staging_.get(), staging_.get() + staged_);
+        // In pieces of a few kilobytes, which memcpy copies with vector moves
+        // (larger ones make it switch to a string instruction that is no
+        // faster here).
+        run.bytes.reserve(staged_);
+        for (size_t done = 0; done < staged_; done += COPY_PIECE)
+            run.bytes.insert(run.bytes.end(), staging_.get() + done,
+                             staging_.get() + std::min(staged_, done + COPY_PIECE));
         staged_ = 0;
     }
 
+    static const size_t COPY_PIECE = 2048;
+
     // A record that does not continue the last run: it starts a new one, or
-    // it is out of order.
-    bool startRun(const scannedrecord_t& record, uint16_t linearBase)
+    // it is out of order. (Its fields come by value, so that the usual
+    // record need not be kept in memory for this call.)
+    bool startRun(uint16_t offset, const uint8_t* data, uint8_t length, uint16_t linearBase)
     {
         if (!runs_.empty()) {
             fastrun_t& run = runs_.back();
-            if (keyOf(linearBase, record.offset) <= keyOf(run.linearBase, run.lastRecordAddr)) {
+            if (keyOf(linearBase, offset) <= keyOf(run.linearBase, run.lastRecordAddr)) {
                 outOfOrder_ = true;
                 return false;
             }
             closeRun(run);
         }
-        runs_.push_back(fastrun_t{linearBase, record.offset, record.offset, record.length, std::vector<uint8_t>()});
-        appendBytes(record.data, record.length);
+        runs_.push_back(fastrun_t{linearBase, offset, offset, length, std::vector<uint8_t>()});
+        appendBytes(data, length);
         return true;
     }
 

@@ -32,7 +32,21 @@ private:
 
     static std::string textOf(const scannedrecord_t& record) { return std::string(record.text, record.textLength); }
 
-    bool take(const scannedrecord_t& record)
+    INTELHEX_ALWAYS_INLINE bool take(const scannedrecord_t& record)
+    {
+        // The usual record: data that does not run past offset 0xFFFF.
+        if (record.type == 0x00 && record.offset + record.length <= 0x10000u && record.length > 0) {
+            const piece_t piece{base_ + record.offset, record.data, record.length};
+            if (assembler_.addRecord(&piece, 1, record.line))
+                return true;
+            gaveUp_ = true;
+            return false;
+        }
+        return takeOther(record);
+    }
+
+    // Any other record.
+    bool takeOther(const scannedrecord_t& record)
     {
         switch (record.type) {
         case 0x00:

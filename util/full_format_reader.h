@@ -23,7 +23,7 @@ namespace intelhex_internal {
 // regions make the reader start again with a slower method that takes any
 // order, so a source that cannot be rewound (a pipe) is read into memory
 // first.
-fullread_t readFullFormat(TextSource& source, MemoryImage& image, placement_t placement = placement_t::WINDOWS);
+fullread_t readFullFormat(TextSource& source, MemoryImage& image, placement_t placement = placement_t::ASCENDING);
 
 // The line of the record that gives the byte at address, as reading keeps
 // it; 0 when none does. source must be able to rewind.

@@ -1,6 +1,7 @@
 #include "record_assembler.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include <sys/mman.h>
 
@@ -63,6 +64,61 @@ uint64_t closedregion_t::reopen(RegionWindow& window) const
     }
     window.markStarts(starts);
     return moved;
+}
+
+AscendingAssembler::AscendingAssembler(uint64_t textSize)
+    // No more than 256 MiB at once: room the data may not need must not
+    // exhaust a 32-bit address space.
+    : reserve_(std::min<uint64_t>(textSize / 2, 256u << 20)), staging_(new uint8_t[STAGING_SIZE])
+{
+}
+
+bool AscendingAssembler::addPiece(uint32_t address, const uint8_t* data, uint32_t length)
+{
+    if (!segments_.empty() && address < end_)
+        return false; // it reaches back: not for this assembler
+    if (segments_.empty() || address > end_) {
+        flush();
+        if (!segments_.empty())
+            shrink(segments_.back().bytes);
+        segments_.push_back(MemoryImage::segment_t{address, std::vector<uint8_t>()});
+        // The first segment takes the room that the text can fill; later
+        // ones, after a gap, grow as they need.
+        if (segments_.size() == 1)
+            segments_.back().bytes.reserve(static_cast<size_t>(reserve_));
+        end_ = address;
+    }
+    if (staged_ + length > STAGING_SIZE)
+        flush();
+    std::memcpy(staging_.get() + staged_, data, length);
+    staged_ += length;
+    end_ += length;
+    return true;
+}
+
+void AscendingAssembler::flush()
+{
+    if (staged_ == 0)
+        return;
+    std::vector<uint8_t>& bytes = segments_.back().bytes;
+    bytes.insert(bytes.end(), staging_.get(), staging_.get() + staged_);
+    staged_ = 0;
+}
+
+// Gives back the room a closed segment reserved and did not fill, when that
+// is more than an eighth of it.
+void AscendingAssembler::shrink(std::vector<uint8_t>& bytes)
+{
+    if (bytes.capacity() - bytes.size() > bytes.size() / 8)
+        bytes.shrink_to_fit();
+}
+
+std::vector<MemoryImage::segment_t> AscendingAssembler::finish()
+{
+    flush();
+    // The last segment keeps its reserved room: pages never written take no
+    // memory, and giving the room back would copy the segment.
+    return std::move(segments_);
 }
 
 std::vector<MemoryImage::segment_t> WindowAssembler::finish()

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -89,6 +90,57 @@ struct closedregion_t {
     void close(uint32_t, RegionWindow& window);
 
     uint64_t reopen(RegionWindow& window) const;
+};
+
+// Places records that come in ascending order of address, none reaching back
+// over the data before it: the usual file, read at the speed of its text.
+// Each record extends the last segment or starts a new one. It gives up at
+// the first record that does not, and the file is read again another way.
+class AscendingAssembler {
+public:
+    uint64_t repeatedBytes = 0; // always 0: a byte given again makes it give up
+    size_t firstRepeatLine = 0;
+
+    // textSize, when known, bounds the data (two digits a byte): the first
+    // segment reserves room for it at once, so that it never moves.
+    explicit AscendingAssembler(uint64_t textSize);
+
+    INTELHEX_ALWAYS_INLINE bool addRecord(const piece_t* pieces, size_t count, size_t)
+    {
+        if (count == 1 && pieces[0].address == end_ && !segments_.empty() &&
+            staged_ + pieces[0].length <= STAGING_SIZE) {
+            // The usual record: it continues the segment.
+            copyRecordData(staging_.get() + staged_, pieces[0].data, pieces[0].length);
+            staged_ += pieces[0].length;
+            end_ += pieces[0].length;
+            return true;
+        }
+        for (size_t i = 0; i < count; ++i)
+            if (!addPiece(pieces[i].address, pieces[i].data, pieces[i].length))
+                return false;
+        return true;
+    }
+
+    std::vector<MemoryImage::segment_t> finish();
+
+private:
+    // Bytes are gathered here and put into the segment's vector a few
+    // kilobytes at a time, which costs less than growing the vector by each
+    // record; pieces this small are copied with vector moves (larger ones
+    // make memcpy switch to a string instruction that is no faster here).
+    static const size_t STAGING_SIZE = 2048;
+
+    // (The piece comes as values, so that the usual one need not be kept
+    // in memory for this call.)
+    bool addPiece(uint32_t address, const uint8_t* data, uint32_t length);
+    void flush();
+    static void shrink(std::vector<uint8_t>& bytes);
+
+    std::vector<MemoryImage::segment_t> segments_;
+    uint64_t end_ = 0; // one past the last byte placed
+    uint64_t reserve_;
+    std::unique_ptr<uint8_t[]> staging_;
+    size_t staged_ = 0;
 };
 
 // Places records in file order into a window per 64 KiB region, which keeps
@@ -204,16 +256,16 @@ template <linerules_t RULES, typename Take> void scanRecords(TextSource& source,
     }
 }
 
-// How records are placed: in a window per region, falling back to sorting
-// when records jump between regions too often; or by sorting alone.
-enum class placement_t { WINDOWS, SORTING };
+// How records are placed: as they come while they ascend, then in a window
+// per region, falling back to sorting when records jump between regions too
+// often; from the windows on; or by sorting alone.
+enum class placement_t { ASCENDING, WINDOWS, SORTING };
 
-// Reads source with one assembler and a reader's Interpreter<Assembler>;
+// Reads source with an assembler and a reader's Interpreter<Assembler>;
 // false when the assembler gave up.
 template <template <typename> class Interpreter, typename Assembler>
-bool readWith(TextSource& source, MemoryImage& image, fullread_t& read)
+bool readWith(TextSource& source, MemoryImage& image, fullread_t& read, Assembler& assembler)
 {
-    Assembler assembler;
     Interpreter<Assembler> interpreter(assembler, read);
     if (!interpreter.run(source))
         return false;
@@ -228,11 +280,24 @@ bool readWith(TextSource& source, MemoryImage& image, fullread_t& read)
     return true;
 }
 
+// Starts source again for another way of reading it; false, with read
+// saying why, when it cannot.
+inline bool startAgain(TextSource& source, fullread_t& read)
+{
+    read = fullread_t();
+    if (source.rewind())
+        return true;
+    read.status = fullread_t::status_t::READ_ERROR;
+    read.reason = "cannot read the file again";
+    return false;
+}
+
 // Reads source with a reader's Interpreter. On success image is replaced by
-// what was read; otherwise it is left as it was. Records that keep jumping
-// between regions make the reader start again with the sorting assembler,
-// which takes any order, so a source that cannot be rewound (a pipe) is read
-// into memory first.
+// what was read; otherwise it is left as it was. Records out of order make
+// the reader start again with windows, and records that keep jumping between
+// regions make it start again with the sorting assembler, which takes any
+// order; so a source that cannot be rewound (a pipe) is read into memory
+// first.
 template <template <typename> class Interpreter>
 fullread_t readRecords(TextSource& source, MemoryImage& image, placement_t placement)
 {
@@ -247,18 +312,19 @@ fullread_t readRecords(TextSource& source, MemoryImage& image, placement_t place
         MemoryText memory(text.data(), text.size());
         return readRecords<Interpreter>(memory, image, placement);
     }
-    if (placement == placement_t::WINDOWS) {
-        if (readWith<Interpreter, WindowAssembler>(source, image, read))
+    if (placement == placement_t::ASCENDING) {
+        AscendingAssembler ascending(source.sizeLeft());
+        if (readWith<Interpreter>(source, image, read, ascending) || !startAgain(source, read))
             return read;
-        read = fullread_t();
-        if (!source.rewind()) {
-            read.status = fullread_t::status_t::READ_ERROR;
-            read.reason = "cannot read the file again";
+    }
+    if (placement != placement_t::SORTING) {
+        WindowAssembler windows;
+        if (readWith<Interpreter>(source, image, read, windows) || !startAgain(source, read))
             return read;
-        }
     }
     read.sorted = true;
-    readWith<Interpreter, SortingAssembler>(source, image, read);
+    SortingAssembler sorting;
+    readWith<Interpreter>(source, image, read, sorting);
     return read;
 }
 

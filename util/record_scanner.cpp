@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace intelhex_internal {
@@ -38,6 +39,15 @@ ssize_t DescriptorText::read(char* buffer, size_t capacity)
     }
 }
 
+uint64_t DescriptorText::sizeLeft() const
+{
+    struct stat status;
+    if (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode))
+        return 0;
+    const off_t position = lseek(fd_, 0, SEEK_CUR);
+    return position >= 0 && status.st_size > position ? static_cast<uint64_t>(status.st_size - position) : 0;
+}
+
 bool DescriptorText::rewind()
 {
     return canRewind() && lseek(fd_, start_, SEEK_SET) == start_;
@@ -51,6 +61,16 @@ StreamBufferText::StreamBufferText(std::streambuf& buffer)
 ssize_t StreamBufferText::read(char* buffer, size_t capacity)
 {
     return static_cast<ssize_t>(buffer_.sgetn(buffer, static_cast<std::streamsize>(capacity)));
+}
+
+uint64_t StreamBufferText::sizeLeft() const
+{
+    if (!canRewind())
+        return 0;
+    const std::streampos here = buffer_.pubseekoff(0, std::ios_base::cur, std::ios_base::in);
+    const std::streampos end = buffer_.pubseekoff(0, std::ios_base::end, std::ios_base::in);
+    buffer_.pubseekpos(here, std::ios_base::in);
+    return here != std::streampos(-1) && end > here ? static_cast<uint64_t>(end - here) : 0;
 }
 
 bool StreamBufferText::rewind()

@@ -50,6 +50,10 @@ public:
     // Whether rewind() can work.
     virtual bool canRewind() const = 0;
 
+    // How many bytes are left to read, when that is known (a buffer, a
+    // regular file); 0 otherwise. A hint for reserving room.
+    virtual uint64_t sizeLeft() const { return 0; }
+
     // Starts the text again from its beginning; false when it cannot.
     virtual bool rewind() = 0;
 };
@@ -61,6 +65,7 @@ public:
     const char* wholeText(size_t& size) const override;
     ssize_t read(char* buffer, size_t capacity) override;
     bool canRewind() const override { return true; }
+    uint64_t sizeLeft() const override { return size_ - position_; }
     bool rewind() override;
 
 private:
@@ -76,6 +81,7 @@ public:
     explicit DescriptorText(int fd);
     ssize_t read(char* buffer, size_t capacity) override;
     bool canRewind() const override { return start_ >= 0; }
+    uint64_t sizeLeft() const override;
     bool rewind() override;
 
 private:
@@ -90,6 +96,7 @@ public:
     explicit StreamBufferText(std::streambuf& buffer);
     ssize_t read(char* buffer, size_t capacity) override;
     bool canRewind() const override { return start_ != std::streampos(-1); }
+    uint64_t sizeLeft() const override;
     bool rewind() override;
 
 private:
@@ -127,6 +134,16 @@ struct scannedrecord_t {
     uint8_t length;  // number of data bytes
     uint32_t address = 0; // S-records: the address field
 };
+
+// Copies a record's data bytes: the most common length, 16, inline, without
+// a call.
+INTELHEX_ALWAYS_INLINE void copyRecordData(uint8_t* to, const uint8_t* from, size_t length)
+{
+    if (length == 16)
+        std::memcpy(to, from, 16);
+    else
+        std::memcpy(to, from, length);
+}
 
 // The width of an S-record's address field, by type; 0 for S4, which has no
 // defined layout.
@@ -410,10 +427,14 @@ INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeUsualLine(const cha
         action = takeDecodedSrecord(line, length, byteCount, sum, onRecord);
         return next;
     }
-    if (record_[3] == 0x01)
+    // A checksum error, or an end-of-file record: the general path says
+    // which, and what it means under the rules.
+    if (sum != 0 || record_[3] == 0x01)
         return nullptr;
     ++line_;
-    action = takeDecoded(line, length, byteCount, true, sum, onRecord);
+    const scannedrecord_t record{line_,   record_ + 4, line, length, static_cast<uint16_t>(record_[1] << 8 | record_[2]),
+                                 record_[3], record_[0]};
+    action = onRecord(record) ? lineaction_t::NEXT : lineaction_t::STOP;
     return next;
 }
 

@@ -16,7 +16,7 @@ namespace intelhex_internal {
 
 // Reads source as S-records. On success image is replaced by what was read;
 // otherwise it is left as it was.
-fullread_t readSrecords(TextSource& source, MemoryImage& image, placement_t placement = placement_t::WINDOWS);
+fullread_t readSrecords(TextSource& source, MemoryImage& image, placement_t placement = placement_t::ASCENDING);
 
 // The line of the record that gives the byte at address, as reading keeps
 // it; 0 when none does. source must be able to rewind.
