@@ -74,6 +74,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const fullread_t bySorting = intelhex_internal::readFullFormat(second, sorted, placement_t::SORTING);
     FUZZ_CHECK(sameReport(byWindows, bySorting));
     FUZZ_CHECK(sameImage(windows, sorted));
+    MemoryImage ascending;
+    intelhex_internal::MemoryText third(data, size);
+    const fullread_t byAscending = intelhex_internal::readFullFormat(third, ascending, placement_t::ASCENDING);
+    FUZZ_CHECK(sameReport(byAscending, byWindows));
+    FUZZ_CHECK(sameImage(ascending, windows));
     if (byWindows.status == fullread_t::status_t::OK)
         checkImage(windows);
     else

@@ -127,8 +127,10 @@ void expectAsModel(const std::vector<std::string>& lines, const std::string& end
     SCOPED_TRACE(what);
     const std::string text = joinLines(lines, ending);
     const Model model = modelOf(lines);
-    for (placement_t placement : {placement_t::WINDOWS, placement_t::SORTING}) {
-        SCOPED_TRACE(placement == placement_t::WINDOWS ? "windows" : "sorting");
+    for (placement_t placement : {placement_t::ASCENDING, placement_t::WINDOWS, placement_t::SORTING}) {
+        SCOPED_TRACE(placement == placement_t::ASCENDING ? "ascending"
+                     : placement == placement_t::WINDOWS ? "windows"
+                                                         : "sorting");
         const Read r = readWith(text, placement);
         ASSERT_EQ(r.read.status, fullread_t::status_t::OK) << r.read.reason << " in line " << r.read.line;
         expectWellFormed(r.image);
