@@ -4,6 +4,7 @@
 #include "support/capture.h"
 #include "support/hex_text.h"
 #include "support/temp_dir.h"
+#include "support/test_access.h"
 
 #include <gtest/gtest.h>
 
@@ -372,4 +373,43 @@ TEST(FileConstructor, PropagatesTheAllocationError)
     TempDir dir;
     const std::string path = dir.write("minus.hex", joinLines({":-10000000000", EOF_RECORD}));
     EXPECT_THROW(IntelHexFile(path.c_str(), false), std::bad_alloc);
+}
+
+// The in-memory entry that the fuzz targets use reads as load() reads a file:
+// the same result, blocks, error and printed text, in both modes and for
+// both readers.
+TEST_F(Load, TextInMemoryLoadsAsTheFileDoes)
+{
+    const std::vector<std::string> texts = {
+        joinLines({":0300300002337A1E", ":04003300AABBCCDDBB", EOF_RECORD}),
+        joinLines({":04003300AABBCCDDBB", ":0300300002337A1E", EOF_RECORD}), // out of order
+        joinLines({":0300300002337A1F", EOF_RECORD}),                        // a bad checksum
+        joinLines({":0300300002337A1E", ":00000005FB"}),                     // another type, no end
+        std::string(":0300300002337A1E\n") + "junk\n" + EOF_RECORD + "\n",
+        ""};
+    for (const std::string& text : texts) {
+        for (bool oneBlock : {false, true}) {
+            SCOPED_TRACE(text + (oneBlock ? " (one block)" : ""));
+            const bool fromFile = load(text, oneBlock);
+            const std::vector<BlockView> fileBlocks = blocksOf(image);
+            const CapturedOutput fileOutput = io;
+            const size_t fileLine = image.getErrorLine();
+            for (bool exact : {false, true}) {
+                IntelHexFile memory;
+                bool fromMemory = false;
+                const CapturedOutput memoryOutput = captureOutput([&] {
+                    fromMemory = exact ? IntelHexTestAccess::loadExactText(memory, text, oneBlock)
+                                       : IntelHexTestAccess::loadText(memory, text, oneBlock);
+                });
+                EXPECT_EQ(fromMemory, fromFile);
+                EXPECT_EQ(blocksOf(memory), fileBlocks);
+                EXPECT_EQ(memoryOutput.out, fileOutput.out);
+                EXPECT_EQ(memoryOutput.err, fileOutput.err);
+                if (!exact) {
+                    EXPECT_EQ(memory.getErrorLine(), fileLine);
+                }
+            }
+            image.clear();
+        }
+    }
 }

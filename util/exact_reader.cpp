@@ -260,10 +260,16 @@ bool IntelHexFile::load(const char* fName, bool oneBlock)
         printOpenFailure(fName);
         return false;
     }
+    return loadOpened(hexFile, oneBlock);
+}
 
+bool IntelHexFile::loadOpened(std::ifstream& hexFile, bool oneBlock)
+{
     // The fast reader needs to start again from the top when it gives up, so
-    // it is tried only on files that can be rewound (not on pipes).
-    intelhex_internal::StreamBufferText text(*hexFile.rdbuf());
+    // it is tried only on files that can be rewound (not on pipes). The
+    // stream's buffer is the one it reads through (a test may give it a
+    // buffer over text in memory).
+    intelhex_internal::StreamBufferText text(*static_cast<std::istream&>(hexFile).rdbuf());
     if (text.canRewind()) {
         std::vector<intelhex_internal::fastrun_t> runs;
         if (intelhex_internal::readFast(text, runs)) {

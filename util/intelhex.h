@@ -276,6 +276,7 @@ private:
     bool parseHexFile(std::ifstream& hexFile, hexfilelineset_t& lines);
     void parseLine(std::string& hexLine, hexfileline_t& line);
     void createNewBlock(setconstiterator_t& first, setconstiterator_t& last);
+    bool loadOpened(std::ifstream& hexFile, bool oneBlock);
     bool loadExact(std::ifstream& hexFile, bool oneBlock);
     uint32_t runSize(uint16_t firstAddress, uint16_t finalAddress, size_t finalLength);
     void appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, std::vector<uint8_t>& bytes);

@@ -6,6 +6,7 @@
 #include "intelhex.h"
 
 #include <fstream>
+#include <sstream>
 #include <string>
 
 class IntelHexTestAccess {
@@ -32,6 +33,24 @@ public:
     {
         std::ifstream hexFile(path);
         return container.loadExact(hexFile, oneBlock);
+    }
+
+    // load() and the exact reader on text in memory: an unopened stream
+    // whose buffer is a string's, read as load() reads an opened file.
+    static bool loadText(IntelHexFile& container, const std::string& text, bool oneBlock)
+    {
+        std::stringbuf buffer(text, std::ios::in);
+        std::ifstream stream;
+        stream.std::ios::rdbuf(&buffer);
+        return container.loadOpened(stream, oneBlock);
+    }
+
+    static bool loadExactText(IntelHexFile& container, const std::string& text, bool oneBlock)
+    {
+        std::stringbuf buffer(text, std::ios::in);
+        std::ifstream stream;
+        stream.std::ios::rdbuf(&buffer);
+        return container.loadExact(stream, oneBlock);
     }
 
     // Block lifetime operations reserved to the container.
