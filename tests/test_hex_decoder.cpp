@@ -7,7 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <dirent.h>
+
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -204,6 +208,30 @@ template <linerules_t RULES> std::string scanRecords(const std::string& text)
     found += "end " + std::to_string(static_cast<int>(end)) + " line " + std::to_string(scanner.badLine().line) +
              " " + scanner.badLine().reason;
     return found;
+}
+
+TEST(HexDecoder, KeptFuzzInputsAgree)
+{
+    // As the fuzz target reads them: the first byte's low six bits are the
+    // room past the digits, the rest the characters.
+    const std::string dir = std::string(INTELHEX_TEST_DATA_DIR) + "/regressions/decoder";
+    size_t files = 0;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* e = readdir(d)) {
+            if (e->d_name[0] == '.')
+                continue;
+            std::ifstream in(dir + "/" + e->d_name, std::ios::binary);
+            const std::string input((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+            ASSERT_GE(input.size(), 2u) << e->d_name;
+            const size_t room = static_cast<unsigned char>(input[0]) & 0x3F;
+            const std::string text = input.substr(1);
+            const size_t count = (text.size() > room ? text.size() - room : 0) / 2;
+            expectAllAgree(text, 0, count, text.size(), e->d_name);
+            ++files;
+        }
+        closedir(d);
+    }
+    EXPECT_GE(files, 1u);
 }
 
 TEST(HexDecoder, SelectingADecoderMakesTheScannerUseIt)

@@ -71,7 +71,7 @@ INTELHEX_NEON_FUNCTION bool decodeNeon(const char* digits, size_t count, size_t 
         const uint8x8_t low = digitValuesNeon(pairs.val[1], validLow);
         uint8x8_t decoded = vsli_n_u8(low, high, 4);
         const size_t lanes = characters - done < 16 ? (characters - done) / 2 : 8;
-        const uint8x8_t keep = vld1_u8(LANE_MASK + 16 - lanes);
+        const uint8x8_t keep = vld1_u8(LANE_MASK + (16 - lanes));
         decoded = vand_u8(decoded, keep);
         valid = vand_u8(valid, vorr_u8(vand_u8(validHigh, validLow), vmvn_u8(keep)));
         total = vaddw_u8(total, decoded);

@@ -136,7 +136,7 @@ INTELHEX_ALWAYS_INLINE __m128i joinDigitsSse2(__m128i values0, __m128i values1)
 // end read as '0'. All 48 characters must be readable.
 INTELHEX_ALWAYS_INLINE bool decodeHex48Sse2(const char* digits, size_t characters, uint8_t* bytes, uint8_t& sum)
 {
-    const __m128i keep = _mm_loadu_si128(reinterpret_cast<const __m128i*>(LANE_MASK + 48 - characters));
+    const __m128i keep = _mm_loadu_si128(reinterpret_cast<const __m128i*>(LANE_MASK + (48 - characters)));
     const __m128i c2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(digits + 32));
     __m128i bad0, bad1, bad2;
     const __m128i values0 = digitValuesSse2(_mm_loadu_si128(reinterpret_cast<const __m128i*>(digits)), bad0);
@@ -185,7 +185,7 @@ INTELHEX_ALWAYS_INLINE bool decodeHexSse2(const char* digits, size_t count, size
         const size_t left = characters - done;
         __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(digits + done));
         if (left < 16) {
-            const __m128i keep = _mm_loadu_si128(reinterpret_cast<const __m128i*>(LANE_MASK + 16 - left));
+            const __m128i keep = _mm_loadu_si128(reinterpret_cast<const __m128i*>(LANE_MASK + (16 - left)));
             c = _mm_or_si128(_mm_and_si128(c, keep), _mm_andnot_si128(keep, zeros));
         }
         __m128i bad0;
