@@ -9,13 +9,16 @@
 #include "support/hex_text.h"
 #include "support/temp_dir.h"
 #include "support/test_access.h"
+#include "support/understated_text.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <new>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 
@@ -333,4 +336,40 @@ TEST_F(FastReader, PipesAreReadByTheExactReader)
     ASSERT_EQ(image.getBlockCount(), 2u);
     EXPECT_EQ(image[0].getStartAddress(), 0x00);
     EXPECT_EQ(image[1].getStartAddress(), 0x10);
+}
+
+namespace {
+
+std::vector<std::pair<uint32_t, std::vector<uint8_t>>> runsOf(intelhex_internal::TextSource& source)
+{
+    std::vector<intelhex_internal::fastrun_t> runs;
+    EXPECT_TRUE(intelhex_internal::readFast(source, runs));
+    std::vector<std::pair<uint32_t, std::vector<uint8_t>>> result;
+    for (const auto& run : runs)
+        result.emplace_back(static_cast<uint32_t>(run.linearBase) << 16 | run.startAddr, run.bytes);
+    return result;
+}
+
+} // namespace
+
+TEST_F(FastReader, ASourceLongerThanItSaidIsReadWhole)
+{
+    // A run of a whole 64 KiB and some more, read from a source that says it
+    // holds 100 bytes: the buffers sized by that grow as they must.
+    std::mt19937 random(5);
+    std::vector<std::string> lines;
+    for (uint32_t address = 0; address < 0x10000; address += 32) {
+        std::vector<uint8_t> bytes(32);
+        for (uint8_t& b : bytes)
+            b = static_cast<uint8_t>(random());
+        lines.push_back(dataRecord(static_cast<uint16_t>(address), bytes));
+    }
+    lines.push_back(EOF_RECORD);
+    const std::string text = joinLines(lines);
+    UnderstatedText understated(text, 100);
+    intelhex_internal::MemoryText whole(text.data(), text.size());
+    const auto runs = runsOf(understated);
+    ASSERT_EQ(runs.size(), 1u);
+    EXPECT_EQ(runs[0].second.size(), 0x10000u);
+    EXPECT_EQ(runs, runsOf(whole));
 }

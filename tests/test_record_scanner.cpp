@@ -4,6 +4,7 @@
 #include "record_scanner.h"
 #include "support/hex_text.h"
 #include "support/temp_dir.h"
+#include "support/understated_text.h"
 
 #include <gtest/gtest.h>
 
@@ -259,4 +260,23 @@ TEST(RecordScanner, SourcesRewind)
 
     FailingText failing;
     EXPECT_FALSE(readWhole(failing, all));
+}
+
+TEST(RecordScanner, ASourceLongerThanItSaidIsReadWhole)
+{
+    // Read in pieces from a source that says it holds 20 bytes, with a line
+    // longer than that: the same records, lines and bad line as from memory.
+    const std::string text =
+        joinLines({dataRecord(0, std::vector<uint8_t>(200, 0xAB)), dataRecord(0x100, {1, 2, 3}), ":0300", EOF_RECORD});
+    for (linerules_t rules : {linerules_t::STRICT, linerules_t::FULL_FORMAT}) {
+        UnderstatedText understated(text, 20);
+        const Scanned pieces = scanWith(understated, rules);
+        const Scanned memory = scanMemory(text, rules);
+        EXPECT_EQ(pieces.records, memory.records);
+        EXPECT_EQ(pieces.end, memory.end);
+        EXPECT_EQ(pieces.lines, memory.lines);
+        EXPECT_EQ(pieces.bad.line, memory.bad.line);
+        EXPECT_EQ(pieces.bad.reason, memory.bad.reason);
+        EXPECT_EQ(pieces.records.size(), 2u);
+    }
 }

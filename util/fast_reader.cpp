@@ -59,7 +59,13 @@ class AscendingReader {
 public:
     enum class outcome_t { DONE, OUT_OF_ORDER, DECLINED };
 
-    explicit AscendingReader(std::vector<fastrun_t>& runs) : runs_(runs) {}
+    // textSize, when known, bounds a run (two digits a byte), and so the
+    // buffer a run is gathered in.
+    AscendingReader(std::vector<fastrun_t>& runs, uint64_t textSize)
+        : runs_(runs), stagingSize_(textSize > 0 && textSize / 2 < MAX_RUN ? textSize / 2 + 1 : MAX_RUN),
+          staging_(new uint8_t[stagingSize_])
+    {
+    }
 
     outcome_t read(TextSource& source)
     {
@@ -99,6 +105,8 @@ private:
     // and none of the vector's bookkeeping for each record.
     INTELHEX_ALWAYS_INLINE void appendBytes(const uint8_t* data, size_t length)
     {
+        if (staged_ + length > stagingSize_)
+            growStaging();
         copyRecordData(staging_.get() + staged_, data, length);
         staged_ += length;
     }
@@ -115,7 +123,16 @@ private:
         staged_ = 0;
     }
 
-    static const size_t COPY_PIECE = 2048;
+    static constexpr size_t COPY_PIECE = 2048;
+
+    // The text was longer than it said: a run may reach its largest size.
+    void growStaging()
+    {
+        std::unique_ptr<uint8_t[]> larger(new uint8_t[MAX_RUN]);
+        std::memcpy(larger.get(), staging_.get(), staged_);
+        staging_ = std::move(larger);
+        stagingSize_ = MAX_RUN;
+    }
 
     // A record that does not continue the last run: it starts a new one, or
     // it is out of order. (Its fields come by value, so that the usual
@@ -139,7 +156,9 @@ private:
     QuietRecords records_;
     // A run under one linear base holds at most the bytes from its start to
     // 0xFFFF and one record beyond.
-    std::unique_ptr<uint8_t[]> staging_{new uint8_t[0x10000 + 0xFF]};
+    static constexpr size_t MAX_RUN = 0x10000 + 0xFF;
+    size_t stagingSize_;
+    std::unique_ptr<uint8_t[]> staging_;
     size_t staged_ = 0;
     bool outOfOrder_ = false;
 };
@@ -222,7 +241,7 @@ private:
 
 bool readFast(TextSource& source, std::vector<fastrun_t>& runs)
 {
-    AscendingReader ascending(runs);
+    AscendingReader ascending(runs, source.sizeLeft());
     const AscendingReader::outcome_t outcome = ascending.read(source);
     if (outcome == AscendingReader::outcome_t::DONE)
         return true;

@@ -53,7 +53,12 @@ result_t failed(const std::string& reason)
 // are put from the caller's thread.
 class OutputBuffer {
 public:
-    explicit OutputBuffer(ByteSink& sink) : sink_(sink), buffer_(CAPACITY) {}
+    // expected is at least the size of the whole output, when it is known
+    // to be less than a buffer: a small output then gets a small buffer.
+    OutputBuffer(ByteSink& sink, uint64_t expected)
+        : sink_(sink), buffer_(static_cast<size_t>(std::min<uint64_t>(std::max<uint64_t>(expected, 4096), CAPACITY)))
+    {
+    }
 
     OutputBuffer(const OutputBuffer&) = delete;
     OutputBuffer& operator=(const OutputBuffer&) = delete;
@@ -102,7 +107,7 @@ public:
     }
 
 private:
-    static const size_t CAPACITY = 1024 * 1024;
+    static constexpr size_t CAPACITY = 1024 * 1024;
 
     // Hands the buffer to the writer thread, once it has put the previous one.
     void flush()
@@ -383,7 +388,7 @@ void writeSrecords(const MemoryImage& image, const saveoptions_t& options, Outpu
 
 void writeBinary(const MemoryImage& image, const saveoptions_t& options, OutputBuffer& out)
 {
-    std::vector<char> fill(64 * 1024, static_cast<char>(options.fill));
+    std::vector<char> fill(static_cast<size_t>(std::min<uint64_t>(image.span(), 64 * 1024)), static_cast<char>(options.fill));
     uint64_t next = image.lowestAddress();
     for (const MemoryImage::segment_t& segment : image.segments()) {
         for (uint64_t gap = segment.address - next; gap > 0;) {
@@ -435,12 +440,24 @@ result_t checkSaveOptions(const MemoryImage& image, const saveoptions_t& options
     return failed("images cannot be saved as ELF");
 }
 
+// At least the size of the output: two digits a byte, and no more records
+// than the record size, the 64 KiB boundaries and the segments make, with the
+// longest record layout, an address record for each, and the header.
+uint64_t outputBound(const MemoryImage& image, const saveoptions_t& options)
+{
+    if (options.format == fileformat_t::BINARY)
+        return image.span();
+    const uint64_t data = image.dataSize();
+    const uint64_t records = data / std::max(options.recordSize, 1u) + data / 0x10000 + 2 * image.segments().size() + 4;
+    return 2 * data + 2 * 17 * records + 1024;
+}
+
 result_t writeImage(const MemoryImage& image, const saveoptions_t& options, ByteSink& sink)
 {
     const result_t checked = checkSaveOptions(image, options);
     if (!checked)
         return checked;
-    OutputBuffer out(sink);
+    OutputBuffer out(sink, outputBound(image, options));
     switch (options.format) {
     case fileformat_t::INTEL_HEX:
         writeIntelHex(image, options, out);

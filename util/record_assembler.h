@@ -128,7 +128,7 @@ private:
     // kilobytes at a time, which costs less than growing the vector by each
     // record; pieces this small are copied with vector moves (larger ones
     // make memcpy switch to a string instruction that is no faster here).
-    static const size_t STAGING_SIZE = 2048;
+    static constexpr size_t STAGING_SIZE = 2048;
 
     // (The piece comes as values, so that the usual one need not be kept
     // in memory for this call.)

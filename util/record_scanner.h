@@ -191,6 +191,7 @@ protected:
     uint8_t record_[MAX_RECORD_BYTES + HEX_DECODE_SLACK];
     const char* textEnd_ = nullptr;     // where the text in memory ends, for decodeHex()
     std::unique_ptr<char[]> buffer_; // for sources read in pieces
+    size_t bufferSize_ = 0;
 };
 
 // Scans a source line by line with a reader's line rules and hands each
@@ -288,16 +289,31 @@ template <typename OnRecord>
 scanend_t RecordScanner<RULES>::scanPieces(TextSource& source, OnRecord& onRecord)
 {
     // Large reads; a line cut at the end of a piece is moved to the front
-    // and completed by the next read.
+    // and completed by the next read. A short text gets a buffer of its
+    // size (and a byte, to see that it ends), which grows to a whole piece if
+    // the text turns out longer.
     const size_t PIECE = MAX_LINE_LENGTH + 1;
-    if (!buffer_)
-        buffer_.reset(new char[PIECE]); // not cleared: only what is read is looked at
-    char* const buffer = buffer_.get();
+    const uint64_t expected = source.sizeLeft();
+    size_t capacity = expected > 0 && expected < PIECE ? static_cast<size_t>(expected) + 1 : PIECE;
+    if (!buffer_ || bufferSize_ < capacity) {
+        buffer_.reset(new char[capacity]); // not cleared: only what is read is looked at
+        bufferSize_ = capacity;
+    }
+    capacity = bufferSize_;
     size_t held = 0;
+    uint64_t taken = 0; // bytes read so far
     for (;;) {
-        const ssize_t got = held < PIECE ? source.read(buffer + held, PIECE - held) : 0;
+        if (capacity < PIECE && taken > expected) {
+            std::unique_ptr<char[]> larger(new char[PIECE]);
+            std::memcpy(larger.get(), buffer_.get(), held);
+            buffer_ = std::move(larger);
+            bufferSize_ = capacity = PIECE;
+        }
+        char* const buffer = buffer_.get();
+        const ssize_t got = held < capacity ? source.read(buffer + held, capacity - held) : 0;
         if (got < 0)
             return scanend_t::READ_ERROR;
+        taken += static_cast<uint64_t>(got);
         const char* const end = buffer + held + got;
         textEnd_ = end;
         const char* line = buffer;
