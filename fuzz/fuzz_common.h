@@ -6,30 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <sstream>
 #include <string>
-
-#include <sys/mman.h>
-#include <unistd.h>
-
-// A file in memory holding the input, named through /proc so that load()
-// opens it as it would any file (seekable, so both readers are reached).
-class MemoryFile {
-public:
-    MemoryFile(const uint8_t* data, size_t size) : fd_(memfd_create("fuzz-input", 0))
-    {
-        if (fd_ < 0 || (size > 0 && ::write(fd_, data, size) != static_cast<ssize_t>(size)))
-            std::abort();
-        path_ = "/proc/self/fd/" + std::to_string(fd_);
-    }
-    ~MemoryFile() { ::close(fd_); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-    const char* path() const { return path_.c_str(); }
-
-private:
-    int fd_;
-    std::string path_;
-};
 
 // The library's diagnostics would flood the fuzzer's output: a stream in a
 // failed state prints nothing.
@@ -39,6 +17,31 @@ inline void silenceDiagnostics()
     std::cerr.setstate(std::ios::badbit);
 }
 
+// What the library prints while an object of this class lives, kept
+// instead of printed.
+class CapturedStreams {
+public:
+    CapturedStreams() : out_(std::cout.rdbuf(outText_.rdbuf())), err_(std::cerr.rdbuf(errText_.rdbuf()))
+    {
+        std::cout.clear();
+        std::cerr.clear();
+    }
+    ~CapturedStreams()
+    {
+        std::cout.rdbuf(out_);
+        std::cerr.rdbuf(err_);
+        silenceDiagnostics();
+    }
+    CapturedStreams(const CapturedStreams&) = delete;
+    CapturedStreams& operator=(const CapturedStreams&) = delete;
+    std::string text() const { return outText_.str() + "\n--- stderr\n" + errText_.str(); }
+
+private:
+    std::ostringstream outText_, errText_;
+    std::streambuf* out_;
+    std::streambuf* err_;
+};
+
 #define FUZZ_CHECK(condition)                                                                                     \
     do {                                                                                                          \
         if (!(condition)) {                                                                                       \
@@ -46,5 +49,83 @@ inline void silenceDiagnostics()
             std::abort();                                                                                         \
         }                                                                                                         \
     } while (0)
+
+// Checks what every image read must be: segments with bytes, ascending with
+// a gap between each two, within the 32-bit address space.
+#include "memory_image.h"
+
+inline void checkSegments(const MemoryImage& image)
+{
+    const auto& segments = image.segments();
+    for (size_t i = 0; i < segments.size(); ++i) {
+        FUZZ_CHECK(!segments[i].bytes.empty());
+        FUZZ_CHECK(segments[i].endAddress() <= 0x100000000ull);
+        FUZZ_CHECK(i == 0 || segments[i - 1].endAddress() < segments[i].address);
+    }
+}
+
+inline bool sameSegments(const MemoryImage& a, const MemoryImage& b)
+{
+    if (a.segments().size() != b.segments().size())
+        return false;
+    for (size_t i = 0; i < a.segments().size(); ++i)
+        if (a.segments()[i].address != b.segments()[i].address || a.segments()[i].bytes != b.segments()[i].bytes)
+            return false;
+    return true;
+}
+
+// The start address as the linear address it stands for; 0 for none, as
+// S-records cannot tell the two apart.
+inline uint64_t linearStart(const MemoryImage& image)
+{
+    if (!image.hasStartAddress())
+        return 0;
+    const MemoryImage::startaddress_t start = image.startAddress();
+    return start.type == 3 ? static_cast<uint64_t>(start.value >> 16) * 16 + (start.value & 0xFFFF) : start.value;
+}
+
+// An image read back from text that save() wrote must be the image saved:
+// the same segments, and the same start address (S-records hold only the
+// address it stands for) and header (S-records only).
+inline void checkReadBack(const MemoryImage& image, const MemoryImage::saveoptions_t& options)
+{
+    // A flat binary of two bytes far apart would be gigabytes; 64 KiB is
+    // enough to see gaps filled.
+    if (options.format == MemoryImage::fileformat_t::BINARY && image.span() > 0x10000)
+        return;
+    std::ostringstream out;
+    const MemoryImage::result_t saved = image.save(out, options);
+    FUZZ_CHECK(saved.ok == saved.reason.empty());
+    if (!saved.ok)
+        return;
+    const std::string text = out.str();
+    MemoryImage::readoptions_t readOptions;
+    readOptions.detect = false;
+    readOptions.format = options.format;
+    readOptions.address = image.empty() ? 0 : image.lowestAddress();
+    MemoryImage read;
+    const MemoryImage::readresult_t result = read.readMemory(text.data(), text.size(), readOptions);
+    FUZZ_CHECK(result.ok && result.warnings.empty());
+    if (options.format == MemoryImage::fileformat_t::BINARY) {
+        // The flat image from the lowest to the highest address.
+        if (image.empty()) {
+            FUZZ_CHECK(read.empty());
+            return;
+        }
+        FUZZ_CHECK(read.segments().size() == 1 && read.lowestAddress() == image.lowestAddress());
+        FUZZ_CHECK(read.segments()[0].bytes ==
+                   image.copyRange(image.lowestAddress(), static_cast<size_t>(image.span()), options.fill));
+        return;
+    }
+    FUZZ_CHECK(sameSegments(read, image));
+    if (options.format == MemoryImage::fileformat_t::INTEL_HEX) {
+        FUZZ_CHECK(read.hasStartAddress() == image.hasStartAddress());
+        FUZZ_CHECK(read.startAddress().type == image.startAddress().type);
+        FUZZ_CHECK(read.startAddress().value == image.startAddress().value);
+    } else {
+        FUZZ_CHECK(linearStart(read) == linearStart(image));
+        FUZZ_CHECK(read.header() == image.header());
+    }
+}
 
 #endif

@@ -1,7 +1,8 @@
-// Reads arbitrary bytes from memory as Intel HEX into a MemoryImage, once
-// with the window method and once by sorting: both must give the same image
-// and the same report. A read image must be well formed, copy out the same
-// bytes it holds, and come back unchanged through IntelHexFile blocks.
+// The full-format HEX reader: arbitrary bytes read from memory into a
+// MemoryImage as records come while they ascend, with the window method and
+// by sorting: all three must give the same image and the same report. A read
+// image must be well formed, copy out the same bytes it holds, and come back
+// unchanged through IntelHexFile blocks.
 #include "fuzz_common.h"
 #include "full_format_reader.h"
 #include "memory_image.h"
