@@ -6,12 +6,15 @@
 #include "flash_plan.h"
 #include "intelhex.h"
 #include "memory_image.h"
+#include "support/elf_builder.h"
 #include "support/hex_text.h"
 #include "support/temp_dir.h"
 #include "support/test_access.h"
 
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
+#include <fstream>
 #include <random>
 #include <string>
 
@@ -136,24 +139,70 @@ void BM_ReadHexFile32MiB(benchmark::State& state)
 }
 BENCHMARK(BM_ReadHexFile32MiB)->Unit(benchmark::kMillisecond);
 
-// Both readers on the 32 MiB image's file, records ascending: the
-// full-format reader into a MemoryImage (0) and load() (1). Throughput counts
-// bytes of HEX text.
+// The 32 MiB image's file read by each reader, records ascending: the
+// full-format HEX reader into a MemoryImage (0), load() (1), and the same
+// image as S-records (2) and as an ELF file (3) into a MemoryImage.
+// Throughput counts bytes of the file read.
+struct OtherFormats {
+    TempDir dir;
+    std::string srecordPath, elfPath;
+    size_t srecordBytes = 0, elfBytes = 0;
+
+    OtherFormats()
+    {
+        MemoryImage image;
+        if (!image.readHexFile(file32MiB().path.c_str()))
+            std::abort();
+        MemoryImage::saveoptions_t options;
+        options.format = MemoryImage::fileformat_t::SRECORD;
+        srecordPath = dir.file("image.srec");
+        if (!image.saveFile(srecordPath.c_str(), options))
+            std::abort();
+        std::vector<ElfSegment> segments;
+        for (const MemoryImage::segment_t& s : image.segments())
+            segments.push_back(ElfSegment{1, s.address, s.address, s.bytes});
+        const std::string elf = ElfBuilder(false, false).build(0, segments);
+        elfPath = dir.write("image.elf", elf);
+        srecordBytes = static_cast<size_t>(std::ifstream(srecordPath, std::ios::ate | std::ios::binary).tellg());
+        elfBytes = elf.size();
+    }
+};
+
+const OtherFormats& otherFormats32MiB()
+{
+    static const OtherFormats files;
+    return files;
+}
+
 void BM_Read32MiB(benchmark::State& state)
 {
     const ImageFile& file = file32MiB();
+    const OtherFormats* others = state.range(0) >= 2 ? &otherFormats32MiB() : nullptr;
+    size_t bytes = file.textBytes;
     for (auto _ : state) {
-        if (state.range(0) == 0) {
+        switch (state.range(0)) {
+        case 0: {
             MemoryImage image;
             benchmark::DoNotOptimize(image.readHexFile(file.path.c_str()).ok);
-        } else {
+            break;
+        }
+        case 1: {
             IntelHexFile image;
             benchmark::DoNotOptimize(image.load(file.path.c_str(), false));
+            break;
+        }
+        default: {
+            MemoryImage image;
+            const bool elf = state.range(0) == 3;
+            benchmark::DoNotOptimize(image.readFile(elf ? others->elfPath.c_str() : others->srecordPath.c_str()).ok);
+            bytes = elf ? others->elfBytes : others->srecordBytes;
+            break;
+        }
         }
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
 }
-BENCHMARK(BM_Read32MiB)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Read32MiB)->DenseRange(0, 3)->Unit(benchmark::kMillisecond);
 
 // Each named checksum over the whole span of the 32 MiB image, gaps as fill.
 // The image of the 32 MiB HEX file, read once.

@@ -433,14 +433,29 @@ INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeUsualLine(const cha
         ++next;
     else if (line[length] != '\n')
         return nullptr;
-    if (srecord && (line[1] < '0' || line[1] > '9'))
+    // S-records: only data records (S1, S2, S3) are taken here.
+    if (srecord && (line[1] < '1' || line[1] > '3'))
         return nullptr;
     uint8_t sum = 0;
     if (!decodeHex(line + countAt, byteCount, room - countAt, record_, sum))
         return nullptr;
     if (srecord) {
+        // The usual S-record: data with room for its address and a right
+        // checksum; any other goes through the general path.
+        const unsigned type = static_cast<unsigned>(line[1] - '0');
+        const unsigned addressSize = type + 1;
+        if (sum != 0xFF || record_[0] < addressSize + 1)
+            return nullptr;
+        // The address: the first four bytes after the count, big-endian,
+        // less the bytes past the address.
+        const uint32_t address = (static_cast<uint32_t>(record_[1]) << 24 | static_cast<uint32_t>(record_[2]) << 16 |
+                                  static_cast<uint32_t>(record_[3]) << 8 | record_[4]) >>
+                                 (8 * (4 - addressSize));
         ++line_;
-        action = takeDecodedSrecord(line, length, byteCount, sum, onRecord);
+        scannedrecord_t record{line_, record_ + 1 + addressSize, line, length, 0, static_cast<uint8_t>(type),
+                               static_cast<uint8_t>(record_[0] - addressSize - 1)};
+        record.address = address;
+        action = onRecord(record) ? lineaction_t::NEXT : lineaction_t::STOP;
         return next;
     }
     // A checksum error, or an end-of-file record: the general path says

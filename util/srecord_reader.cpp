@@ -33,7 +33,24 @@ public:
 
 private:
 
-    bool take(const scannedrecord_t& record)
+    INTELHEX_ALWAYS_INLINE bool take(const scannedrecord_t& record)
+    {
+        // The usual record: data, within the 32-bit address space.
+        if (record.type >= 1 && record.type <= 3 && record.length > 0 &&
+            static_cast<uint64_t>(record.address) + record.length <= 0x100000000ull) {
+            ++dataRecords_;
+            const piece_t piece{record.address, record.data, record.length};
+            if (assembler_.addRecord(&piece, 1, record.line))
+                return true;
+            gaveUp_ = true;
+            return false;
+        }
+        return takeOther(record);
+    }
+
+    // Any other record. (It comes by value, so that the usual record need
+    // not be kept in memory for this call.)
+    bool takeOther(scannedrecord_t record)
     {
         switch (record.type) {
         case 0:
