@@ -15,6 +15,11 @@
 //       runs COMMAND with its standard output discarded and prints
 //       "SECONDS MAXRSS_KIB EXIT_CODE CPU_SECONDS": wall time, peak resident
 //       memory, exit code, and the processor time it used (user and system).
+//   benchtool elf OUT.elf IN.bin
+//       writes IN.bin as a 32-bit little-endian ELF file with one loadable
+//       segment at address 0.
+#include "support/elf_builder.h"
+
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -222,6 +227,18 @@ int join(int argc, char** argv)
     return writeFile(argv[2], flat.data(), flat.size()) ? 0 : 1;
 }
 
+// An ELF file (32-bit, little-endian) with IN.bin as one loadable segment
+// at address 0.
+int makeElf(int argc, char** argv)
+{
+    if (argc != 4)
+        return 2;
+    std::ifstream in(argv[3], std::ios::binary);
+    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string elf = ElfBuilder(false, false).build(0, {ElfSegment{1, 0, 0, bytes}});
+    return writeFile(argv[2], elf.data(), elf.size()) ? 0 : 1;
+}
+
 int run(int argc, char** argv)
 {
     if (argc < 4 || std::strcmp(argv[2], "--") != 0)
@@ -256,7 +273,9 @@ int main(int argc, char** argv)
         return join(argc, argv);
     if (command == "run")
         return run(argc, argv);
+    if (command == "elf")
+        return makeElf(argc, argv);
     std::fprintf(stderr, "usage: benchtool image KIND OUT.hex OUT.bin [RECORD_BYTES [ORDER]] | join OUT.bin FILES... | "
-                         "run -- COMMAND...\n");
+                         "run -- COMMAND... | elf OUT.elf IN.bin\n");
     return 2;
 }

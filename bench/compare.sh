@@ -12,10 +12,14 @@
 #    round (the median of those ratios is shown).
 #
 # 3. Writing: the 32 MiB binary image as Intel HEX (hexblocks convert against
-#    objcopy -I binary -O ihex), and the 32 MiB HEX file as S-records
-#    (hexblocks convert against srec_cat); every output is read back by
-#    objcopy and compared with the image, and each peer's time is divided by
+#    objcopy -I binary -O ihex), the 32 MiB HEX file as S-records (hexblocks
+#    convert against srec_cat) and as a binary (hexblocks convert against
+#    objcopy -I ihex -O binary); every output is read back by objcopy (or
+#    compared as it is) with the image, and each peer's time is divided by
 #    ours in the same round (the median of those ratios is shown).
+# 4. Peak memory of each path through the tool on the 32 MiB image.
+# 5. Instructions per byte under callgrind for hexblocks info on the 1 MiB
+#    image, as HEX with both readers and as S-records.
 #
 # Usage: bench/compare.sh [ROUNDS]      (default 5 rounds after one warm-up)
 # Environment: BENCH_DIR (default build/bench) holds the inputs; BENCH_OUT
@@ -24,8 +28,8 @@
 # file per block, and creating hundreds of files on a busy disk costs more
 # than converting them. BASELINE may name an earlier hexblocks (0.1.x, whose
 # default reader was the strict one and -F the whole format) to measure in
-# the second comparison beside this one. BENCH_ONLY=1, 2 or 3 runs one
-# comparison.
+# the second comparison beside this one. BENCH_ONLY=1, 2, 3, 4 or 5 runs one
+# part.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -214,17 +218,19 @@ write_task() {
     hex/objcopy) format=ihex; result=$("$benchtool" run -- objcopy -I binary -O ihex "$image" "$out") ;;
     srec/hexblocks) format=srec; result=$("$benchtool" run -- "$hexblocks" convert "$work/32MiB-16B.hex" -O srec -o "$out") ;;
     srec/srec_cat) format=srec; result=$("$benchtool" run -- srec_cat "$work/32MiB-16B.hex" -intel -o "$out" -motorola) ;;
+    bin/hexblocks) format=binary; result=$("$benchtool" run -- "$hexblocks" convert "$work/32MiB-16B.hex" -o "$out.bin") ;;
+    bin/objcopy) format=binary; result=$("$benchtool" run -- objcopy -I ihex -O binary "$work/32MiB-16B.hex" "$out.bin") ;;
     esac
     read -r seconds rss code _ <<<"$result"
     [ "$code" = 0 ] || { echo "$tool failed writing $task (exit $code)" >&2; exit 1; }
-    objcopy -I "$format" -O binary "$out" "$out.bin"
+    [ "$format" = binary ] || objcopy -I "$format" -O binary "$out" "$out.bin"
     cmp -s "$out.bin" "$image" || { echo "$tool: $task output does not hold the image" >&2; exit 1; }
     rm -f "$out" "$out.bin"
     echo "$seconds $rss"
 }
 
 if [ -z "$only" ] || [ "$only" = 3 ]; then
-    writes=("hex hexblocks" "hex objcopy" "srec hexblocks" "srec srec_cat")
+    writes=("hex hexblocks" "hex objcopy" "srec hexblocks" "srec srec_cat" "bin hexblocks" "bin objcopy")
     write_results=$work/writes.txt
     : >"$write_results"
     echo "warm-up (writing)..." >&2
@@ -234,7 +240,7 @@ if [ -z "$only" ] || [ "$only" = 3 ]; then
         for w in "${writes[@]}"; do echo "$round $w $(write_task $w)" >>"$write_results"; done
     done
     echo
-    echo "Writing: the 32 MiB image as Intel HEX from binary, and as S-records from the 16-byte-record HEX file"
+    echo "Writing: the 32 MiB image as Intel HEX from binary, and as S-records and binary from the 16-byte-record HEX file"
     echo
     printf '| %-22s | %-9s | %10s | %9s | %13s | %11s |\n' task tool "median (s)" "best (s)" "peak RSS" "time / ours"
     printf '|%s|%s|%s|%s|%s|%s|\n' ------------------------ ----------- ------------ ----------- --------------- -------------
@@ -243,6 +249,7 @@ if [ -z "$only" ] || [ "$only" = 3 ]; then
         read -r task tool <<<"$w"
         label="binary -> Intel HEX"
         [ "$task" = srec ] && label="Intel HEX -> S-records"
+        [ "$task" = bin ] && label="Intel HEX -> binary"
         # columns of writes.txt: round task tool seconds rss_kib
         times=$(awk -v k="$task" -v t="$tool" '$2 == k && $3 == t {print $4}' "$write_results")
         ratios=$(awk -v k="$task" -v t="$tool" '
@@ -256,4 +263,65 @@ if [ -z "$only" ] || [ "$only" = 3 ]; then
     done
     echo
     echo "\"time / ours\" is the median, over the rounds, of the tool's time divided by hexblocks' time in the same round."
+fi
+
+# Peak memory of each path through the tool on the 32 MiB image (one run
+# each), as a multiple of the image.
+if [ -z "$only" ] || [ "$only" = 4 ]; then
+    image=$work/32MiB-16B.bin
+    [ -f "$work/32MiB.srec" ] || "$hexblocks" convert "$work/32MiB-16B.hex" -o "$work/32MiB.srec"
+    [ -f "$work/32MiB.elf" ] || "$benchtool" elf "$work/32MiB.elf" "$image"
+    out=$BENCH_OUT/memory
+    paths=(
+        "info HEX|info $work/32MiB-16B.hex"
+        "info --strict HEX|info --strict $work/32MiB-16B.hex"
+        "info HEX, shuffled|info $work/32MiB-16B-shuffled.hex"
+        "info S-records|info $work/32MiB.srec"
+        "info ELF|info $work/32MiB.elf"
+        "info binary|info $image@0"
+        "convert HEX -> binary|convert $work/32MiB-16B.hex -o $out.bin"
+        "convert HEX -> S-records|convert $work/32MiB-16B.hex -o $out.srec"
+        "convert binary -> HEX|convert $image@0 -o $out.hex"
+        "convert ELF -> HEX|convert $work/32MiB.elf -o $out.hex"
+        "bin HEX|bin $work/32MiB-16B.hex --one-block -o $out.bin"
+        "crc HEX|crc $work/32MiB-16B.hex"
+        "map HEX|map $work/32MiB-16B.hex"
+        "plan HEX|plan $work/32MiB-16B.hex --sectors 0:512x64K"
+    )
+    data_bytes=$(stat -c %s "$image")
+    echo
+    echo "Peak memory of each path on the 32 MiB image (one run each)"
+    echo
+    printf '| %-26s | %9s | %13s |\n' path "time (s)" "peak RSS"
+    printf '|%s|%s|%s|\n' ---------------------------- ----------- ---------------
+    for p in "${paths[@]}"; do
+        IFS='|' read -r label args <<<"$p"
+        # shellcheck disable=SC2086
+        read -r seconds rss code _ <<<"$("$benchtool" run -- "$hexblocks" $args)"
+        [ "$code" = 0 ] || { echo "hexblocks $args failed (exit $code)" >&2; exit 1; }
+        awk -v l="$label" -v s="$seconds" -v r="$rss" -v db="$data_bytes" \
+            'BEGIN { printf "| %-26s | %9.3f | %6.0f MiB %4.2fx |\n", l, s, r / 1024, r * 1024 / db }'
+        rm -f "$out".*
+    done
+fi
+
+# Instructions per byte of text, which do not depend on what else the machine
+# is doing: valgrind's callgrind on hexblocks info, process start-up included,
+# on the 1 MiB image as HEX and as S-records.
+if [ -z "$only" ] || [ "$only" = 5 ]; then
+    scripts/deps.sh valgrind
+    [ -f "$work/1MiB.srec" ] || "$hexblocks" convert "$work/1MiB-16B.hex" -o "$work/1MiB.srec"
+    echo
+    echo "Instructions per byte (callgrind, process start-up included)"
+    echo
+    printf '| %-28s | %12s | %10s |\n' command instructions "per byte"
+    printf '|%s|%s|%s|\n' ------------------------------ -------------- ------------
+    for c in "info|$work/1MiB-16B.hex" "info --strict|$work/1MiB-16B.hex" "info|$work/1MiB.srec"; do
+        IFS='|' read -r command file <<<"$c"
+        # shellcheck disable=SC2086
+        total=$(valgrind --tool=callgrind --callgrind-out-file=/dev/null "$hexblocks" $command "$file" 2>&1 >/dev/null |
+            sed -n 's/.*Collected : \([0-9]*\).*/\1/p')
+        awk -v c="$command $(basename "$file")" -v t="$total" -v b="$(stat -c %s "$file")" \
+            'BEGIN { printf "| %-28s | %12d | %10.2f |\n", c, t, t / b }'
+    done
 fi
