@@ -17,6 +17,13 @@ inline void silenceDiagnostics()
     std::cerr.setstate(std::ios::badbit);
 }
 
+// Every target starts with the library's diagnostics silenced.
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    silenceDiagnostics();
+    return 0;
+}
+
 // What the library prints while an object of this class lives, kept
 // instead of printed.
 class CapturedStreams {
@@ -125,6 +132,17 @@ inline void checkReadBack(const MemoryImage& image, const MemoryImage::saveoptio
     } else {
         FUZZ_CHECK(linearStart(read) == linearStart(image));
         FUZZ_CHECK(read.header() == image.header());
+    }
+}
+
+// An image read from arbitrary bytes, written in each format and read back.
+inline void checkReadBackInEveryFormat(const MemoryImage& image)
+{
+    for (MemoryImage::fileformat_t format : {MemoryImage::fileformat_t::INTEL_HEX, MemoryImage::fileformat_t::SRECORD,
+                                             MemoryImage::fileformat_t::BINARY}) {
+        MemoryImage::saveoptions_t options;
+        options.format = format;
+        checkReadBack(image, options);
     }
 }
 

@@ -253,12 +253,6 @@ void checkEdit(MemoryImage& image, Parameters& p)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    silenceDiagnostics();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const size_t PARAMETERS = 32;

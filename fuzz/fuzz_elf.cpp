@@ -6,12 +6,6 @@
 #include "fuzz_common.h"
 #include "memory_image.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    silenceDiagnostics();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     MemoryImage image;
@@ -32,11 +26,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     }
     checkSegments(image);
-    for (MemoryImage::fileformat_t format : {MemoryImage::fileformat_t::INTEL_HEX, MemoryImage::fileformat_t::SRECORD,
-                                             MemoryImage::fileformat_t::BINARY}) {
-        MemoryImage::saveoptions_t save;
-        save.format = format;
-        checkReadBack(image, save);
-    }
+    checkReadBackInEveryFormat(image);
     return 0;
 }

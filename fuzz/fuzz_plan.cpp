@@ -155,12 +155,6 @@ void checkCompare(const MemoryImage& image, const uint8_t* data, size_t size)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    silenceDiagnostics();
-    return 0;
-}
-
 // The input: geometry text up to the first newline, a page size, an erased
 // value and the blank-page flag in the next six bytes, then the image (any
 // format, else binary at 0x08000000).

@@ -30,12 +30,6 @@ fullread_t readWith(const uint8_t* data, size_t size, placement_t placement, Mem
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    silenceDiagnostics();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     MemoryImage image, sorted;
@@ -57,11 +51,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     FUZZ_CHECK(sameSegments(image, sorted) && sameSegments(ascending, sorted));
     FUZZ_CHECK(linearStart(image) == linearStart(sorted) && image.header() == sorted.header());
     checkSegments(image);
-    for (MemoryImage::fileformat_t format : {MemoryImage::fileformat_t::INTEL_HEX, MemoryImage::fileformat_t::SRECORD,
-                                             MemoryImage::fileformat_t::BINARY}) {
-        MemoryImage::saveoptions_t save;
-        save.format = format;
-        checkReadBack(image, save);
-    }
+    checkReadBackInEveryFormat(image);
     return 0;
 }
