@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include <sys/mman.h>
 
@@ -83,9 +84,15 @@ bool AscendingAssembler::addPiece(uint32_t address, const uint8_t* data, uint32_
             shrink(segments_.back().bytes);
         segments_.push_back(MemoryImage::segment_t{address, std::vector<uint8_t>()});
         // The first segment takes the room that the text can fill; later
-        // ones, after a gap, grow as they need.
-        if (segments_.size() == 1)
-            segments_.back().bytes.reserve(static_cast<size_t>(reserve_));
+        // ones, after a gap, grow as they need. The room is only a hint:
+        // where it cannot be had (a system that does not overcommit), the
+        // segment grows as it needs too.
+        if (segments_.size() == 1) {
+            try {
+                segments_.back().bytes.reserve(static_cast<size_t>(reserve_));
+            } catch (const std::bad_alloc&) {
+            }
+        }
         end_ = address;
     }
     if (staged_ + length > STAGING_SIZE)

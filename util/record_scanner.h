@@ -188,7 +188,7 @@ protected:
 
     size_t line_ = 0;
     badline_t badLine_;
-    uint8_t record_[MAX_RECORD_BYTES + HEX_DECODE_SLACK];
+    uint8_t record_[MAX_RECORD_BYTES + HEX_DECODE_SLACK] = {}; // cleared: an S-record's address is read four bytes at a time
     const char* textEnd_ = nullptr;     // where the text in memory ends, for decodeHex()
     std::unique_ptr<char[]> buffer_; // for sources read in pieces
     size_t bufferSize_ = 0;
