@@ -280,3 +280,111 @@ TEST(RecordScanner, ASourceLongerThanItSaidIsReadWhole)
         EXPECT_EQ(pieces.records.size(), 2u);
     }
 }
+
+namespace {
+
+// A handler that takes runs: what it was given, in order, as text.
+struct RunTaker {
+    std::vector<std::string> taken;
+    bool operator()(const scannedrecord_t& r)
+    {
+        taken.push_back("record " + std::to_string(r.type) + "@" + std::to_string(r.offset) + "+" +
+                        std::to_string(r.length));
+        return true;
+    }
+    bool takeRun(const datarun_t& run)
+    {
+        std::string bytes;
+        for (size_t i = 0; i < run.length; ++i)
+            bytes += std::to_string(run.data[i]) + ",";
+        taken.push_back("run @" + std::to_string(run.address) + "+" + std::to_string(run.length) + " x" +
+                        std::to_string(run.records) + " last " + std::to_string(run.lastOffset) + "+" +
+                        std::to_string(run.lastLength) + " " + bytes);
+        return true;
+    }
+};
+
+} // namespace
+
+TEST(RecordScanner, DataRecordsThatFollowEachOtherComeInRuns)
+{
+    const std::string text = joinLines({dataRecord(0x10, {1, 2}), dataRecord(0x12, {3}), // one run
+                                        dataRecord(0x20, {4}),                          // a gap: another
+                                        linearBaseRecord(1),                            // hands the run on
+                                        dataRecord(0x21, {5}), "", dataRecord(0x22, {6}), // a blank line splits
+                                        dataRecord(0xFFFF, {7, 8}),                     // past 0xFFFF: alone
+                                        dataRecord(0x30, {}),                           // empty: alone
+                                        EOF_RECORD});
+    MemoryText source(text.data(), text.size());
+    RecordScanner<linerules_t::FULL_FORMAT> scanner;
+    RunTaker taker;
+    EXPECT_EQ(scanner.scan(source, taker), scanend_t::END_RECORD);
+    EXPECT_EQ(taker.taken, (std::vector<std::string>{"run @16+3 x2 last 18+1 1,2,3,", "run @32+1 x1 last 32+1 4,",
+                                                     "record 4@0+2", "run @33+1 x1 last 33+1 5,",
+                                                     "run @34+1 x1 last 34+1 6,", "record 0@65535+2",
+                                                     "record 0@48+0"}));
+}
+
+TEST(RecordScanner, RunsEndWhereTheTextEndsOrTheirBufferIsFull)
+{
+    // 300 records of 16 bytes one after another, and no end record: runs of
+    // at most 4096 bytes, handed on when the text ends, holding every byte.
+    std::vector<std::string> lines;
+    std::vector<uint8_t> all;
+    for (uint32_t i = 0; i < 300; ++i) {
+        std::vector<uint8_t> bytes(16);
+        for (size_t j = 0; j < 16; ++j)
+            bytes[j] = static_cast<uint8_t>(i * 16 + j);
+        all.insert(all.end(), bytes.begin(), bytes.end());
+        lines.push_back(dataRecord(static_cast<uint16_t>(i * 16), bytes));
+    }
+    const std::string text = joinLines(lines);
+    for (bool pieces : {false, true}) {
+        MemoryText memory(text.data(), text.size());
+        UnderstatedText understated(text, text.size());
+        RecordScanner<linerules_t::STRICT> scanner;
+        struct Collector {
+            std::vector<uint8_t> bytes;
+            std::vector<size_t> runs;
+            bool operator()(const scannedrecord_t&) { return false; }
+            bool takeRun(const datarun_t& run)
+            {
+                EXPECT_EQ(run.address, bytes.size());
+                bytes.insert(bytes.end(), run.data, run.data + run.length);
+                runs.push_back(run.length);
+                return true;
+            }
+        } collector;
+        EXPECT_EQ(scanner.scan(pieces ? static_cast<TextSource&>(understated) : memory, collector),
+                  scanend_t::END_OF_INPUT);
+        EXPECT_EQ(collector.bytes, all);
+        EXPECT_EQ(collector.runs, (std::vector<size_t>{4096, 704}));
+        EXPECT_EQ(scanner.lineCount(), 300u);
+    }
+}
+
+TEST(RecordScanner, AHandlerThatStopsAtARunStopsTheScan)
+{
+    const std::string text = joinLines({dataRecord(0, {1}), dataRecord(1, {2}), linearBaseRecord(1), EOF_RECORD});
+    MemoryText source(text.data(), text.size());
+    RecordScanner<linerules_t::FULL_FORMAT> scanner;
+    struct Refuser {
+        size_t records = 0;
+        bool operator()(const scannedrecord_t&) { return ++records > 0; }
+        bool takeRun(const datarun_t&) { return false; }
+    } refuser;
+    EXPECT_EQ(scanner.scan(source, refuser), scanend_t::STOPPED);
+    EXPECT_EQ(refuser.records, 0u);
+}
+
+TEST(RecordScanner, SrecordRunsCountTheirRecords)
+{
+    const std::string text = "S1060000010203F3\nS1050003040DE6\nS9030000FC\n";
+    MemoryText source(text.data(), text.size());
+    RecordScanner<linerules_t::SRECORD> scanner;
+    RunTaker taker;
+    EXPECT_EQ(scanner.scan(source, taker), scanend_t::END_RECORD);
+    ASSERT_EQ(taker.taken.size(), 2u);
+    EXPECT_EQ(taker.taken[0], "run @0+5 x2 last 3+2 1,2,3,4,13,");
+    EXPECT_EQ(taker.taken[1], "record 9@0+0");
+}

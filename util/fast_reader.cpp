@@ -70,7 +70,8 @@ public:
     outcome_t read(TextSource& source)
     {
         RecordScanner<linerules_t::STRICT> scanner;
-        const scanend_t end = scanner.scan(source, [this](const scannedrecord_t& record) INTELHEX_ALWAYS_INLINE_LAMBDA { return take(record); });
+        Handler handler{*this};
+        const scanend_t end = scanner.scan(source, handler);
         if (outOfOrder_)
             return outcome_t::OUT_OF_ORDER;
         if (end != scanend_t::END_RECORD)
@@ -81,23 +82,43 @@ public:
     }
 
 private:
+    // What the scanner hands records to: data records mostly in runs.
+    struct Handler {
+        AscendingReader& reader;
+        INTELHEX_ALWAYS_INLINE bool operator()(const scannedrecord_t& record) { return reader.take(record); }
+        INTELHEX_ALWAYS_INLINE bool takeRun(const datarun_t& run) { return reader.takeRun(run); }
+    };
+
+    INTELHEX_ALWAYS_INLINE bool takeRun(const datarun_t& run)
+    {
+        const uint16_t offset = static_cast<uint16_t>(run.address);
+        if (!continuesLastRun(offset) && !startRun(offset, records_.linearBase()))
+            return false;
+        appendBytes(run.data, run.length);
+        runs_.back().lastRecordAddr = run.lastOffset;
+        runs_.back().lastRecordLen = run.lastLength;
+        return true;
+    }
+
+    bool continuesLastRun(uint16_t offset) const
+    {
+        if (runs_.empty())
+            return false;
+        const fastrun_t& run = runs_.back();
+        const uint16_t runEnd = static_cast<uint16_t>(run.lastRecordAddr + run.lastRecordLen);
+        return run.linearBase == records_.linearBase() && runEnd == offset && offset > run.lastRecordAddr;
+    }
+
     INTELHEX_ALWAYS_INLINE bool take(const scannedrecord_t& record)
     {
         if (!QuietRecords::isData(record))
             return records_.takeOther(record);
-        // The usual record continues the last run.
-        if (!runs_.empty()) {
-            fastrun_t& run = runs_.back();
-            const uint16_t runEnd = static_cast<uint16_t>(run.lastRecordAddr + run.lastRecordLen);
-            if (run.linearBase == records_.linearBase() && runEnd == record.offset &&
-                record.offset > run.lastRecordAddr) {
-                appendBytes(record.data, record.length);
-                run.lastRecordAddr = record.offset;
-                run.lastRecordLen = record.length;
-                return true;
-            }
-        }
-        return startRun(record.offset, record.data, record.length, records_.linearBase());
+        if (!continuesLastRun(record.offset) && !startRun(record.offset, records_.linearBase()))
+            return false;
+        appendBytes(record.data, record.length);
+        runs_.back().lastRecordAddr = record.offset;
+        runs_.back().lastRecordLen = record.length;
+        return true;
     }
 
     // The last run's bytes are gathered in a buffer as large as a run can
@@ -134,10 +155,10 @@ private:
         stagingSize_ = MAX_RUN;
     }
 
-    // A record that does not continue the last run: it starts a new one, or
-    // it is out of order. (Its fields come by value, so that the usual
-    // record need not be kept in memory for this call.)
-    bool startRun(uint16_t offset, const uint8_t* data, uint8_t length, uint16_t linearBase)
+    // Records that do not continue the last run start a new one, unless they
+    // are out of order. The new run is empty; its final record is the first
+    // record's place until the caller says otherwise.
+    bool startRun(uint16_t offset, uint16_t linearBase)
     {
         if (!runs_.empty()) {
             fastrun_t& run = runs_.back();
@@ -147,8 +168,7 @@ private:
             }
             closeRun(run);
         }
-        runs_.push_back(fastrun_t{linearBase, offset, offset, length, std::vector<uint8_t>()});
-        appendBytes(data, length);
+        runs_.push_back(fastrun_t{linearBase, offset, offset, 0, std::vector<uint8_t>()});
         return true;
     }
 

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <type_traits>
 
 namespace intelhex_internal {
 
@@ -18,9 +19,14 @@ public:
     // False when the assembler gave up; read_ tells the rest.
     bool run(TextSource& source)
     {
-        scanRecords<linerules_t::FULL_FORMAT>(source, read_, [this](const scannedrecord_t& record) INTELHEX_ALWAYS_INLINE_LAMBDA {
-            return take(record);
-        });
+        // The ascending assembler takes the scanner's runs of data records.
+        if constexpr (std::is_same_v<Assembler, AscendingAssembler>) {
+            RunHandler handler{*this};
+            scanRecords<linerules_t::FULL_FORMAT>(source, read_, handler);
+        } else {
+            Handler handler{*this};
+            scanRecords<linerules_t::FULL_FORMAT>(source, read_, handler);
+        }
         return !gaveUp_;
     }
 
@@ -29,6 +35,22 @@ public:
     std::string header() const { return std::string(); }
 
 private:
+    struct Handler {
+        RecordInterpreter& interpreter;
+        INTELHEX_ALWAYS_INLINE bool operator()(const scannedrecord_t& record) { return interpreter.take(record); }
+    };
+    struct RunHandler : Handler {
+        bool takeRun(const datarun_t& run) { return this->interpreter.takeRun(run); }
+    };
+
+    bool takeRun(const datarun_t& run)
+    {
+        if (assembler_.addRun(base_ + run.address, run.data, run.length))
+            return true;
+        gaveUp_ = true;
+        return false;
+    }
+
 
     static std::string textOf(const scannedrecord_t& record) { return std::string(record.text, record.textLength); }
 

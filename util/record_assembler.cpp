@@ -76,30 +76,46 @@ AscendingAssembler::AscendingAssembler(uint64_t textSize)
 
 bool AscendingAssembler::addPiece(uint32_t address, const uint8_t* data, uint32_t length)
 {
-    if (!segments_.empty() && address < end_)
-        return false; // it reaches back: not for this assembler
-    if (segments_.empty() || address > end_) {
-        flush();
-        if (!segments_.empty())
-            shrink(segments_.back().bytes);
-        segments_.push_back(MemoryImage::segment_t{address, std::vector<uint8_t>()});
-        // The first segment takes the room that the text can fill; later
-        // ones, after a gap, grow as they need. The room is only a hint:
-        // where it cannot be had (a system that does not overcommit), the
-        // segment grows as it needs too.
-        if (segments_.size() == 1) {
-            try {
-                segments_.back().bytes.reserve(static_cast<size_t>(reserve_));
-            } catch (const std::bad_alloc&) {
-            }
-        }
-        end_ = address;
-    }
+    if ((segments_.empty() || address != end_) && !startSegment(address))
+        return false;
     if (staged_ + length > STAGING_SIZE)
         flush();
     std::memcpy(staging_.get() + staged_, data, length);
     staged_ += length;
     end_ += length;
+    return true;
+}
+
+bool AscendingAssembler::addRun(uint32_t address, const uint8_t* data, size_t length)
+{
+    if ((segments_.empty() || address != end_) && !startSegment(address))
+        return false;
+    flush();
+    std::vector<uint8_t>& bytes = segments_.back().bytes;
+    bytes.insert(bytes.end(), data, data + length);
+    end_ += length;
+    return true;
+}
+
+bool AscendingAssembler::startSegment(uint32_t address)
+{
+    if (!segments_.empty() && address < end_)
+        return false; // it reaches back: not for this assembler
+    flush();
+    if (!segments_.empty())
+        shrink(segments_.back().bytes);
+    segments_.push_back(MemoryImage::segment_t{address, std::vector<uint8_t>()});
+    // The first segment takes the room that the text can fill; later ones,
+    // after a gap, grow as they need. The room is only a hint: where it
+    // cannot be had (a system that does not overcommit), the segment grows
+    // as it needs too.
+    if (segments_.size() == 1) {
+        try {
+            segments_.back().bytes.reserve(static_cast<size_t>(reserve_));
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    end_ = address;
     return true;
 }
 

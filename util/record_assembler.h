@@ -121,6 +121,10 @@ public:
         return true;
     }
 
+    // Records gathered by the scanner, one after another (see datarun_t):
+    // they go straight into the segment.
+    bool addRun(uint32_t address, const uint8_t* data, size_t length);
+
     std::vector<MemoryImage::segment_t> finish();
 
 private:
@@ -133,6 +137,7 @@ private:
     // (The piece comes as values, so that the usual one need not be kept
     // in memory for this call.)
     bool addPiece(uint32_t address, const uint8_t* data, uint32_t length);
+    bool startSegment(uint32_t address);
     void flush();
     static void shrink(std::vector<uint8_t>& bytes);
 

@@ -17,6 +17,8 @@
 #include <memory>
 #include <streambuf>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
@@ -135,6 +137,30 @@ struct scannedrecord_t {
     uint32_t address = 0; // S-records: the address field
 };
 
+// Data records that follow one another without a gap, gathered by the
+// scanner for a handler that takes them together: one with a member
+// bool takeRun(const datarun_t&) beside its bool operator()(const
+// scannedrecord_t&). Intel HEX: data records (type 00) with bytes, each
+// within its 64 KiB (offset + length <= 0x10000), with no other record
+// between them; address is the first one's 16-bit offset. S-records: S1 to
+// S3 records with bytes; address is the first one's address. The scanner
+// hands a run on before any other record, before the end of the text, and
+// when its buffer is full, so a handler may get runs that continue each
+// other. Such a handler gets data records only in runs.
+struct datarun_t {
+    uint32_t address;
+    const uint8_t* data; // valid until the handler returns
+    size_t length;
+    size_t records;
+    uint16_t lastOffset; // Intel HEX: the final record's offset and length
+    uint8_t lastLength;
+};
+
+template <typename Handler, typename = void> struct takesRuns : std::false_type {};
+template <typename Handler>
+struct takesRuns<Handler, std::void_t<decltype(std::declval<Handler&>().takeRun(std::declval<const datarun_t&>()))>>
+    : std::true_type {};
+
 // Copies a record's data bytes: the most common length, 16, inline, without
 // a call.
 INTELHEX_ALWAYS_INLINE void copyRecordData(uint8_t* to, const uint8_t* from, size_t length)
@@ -192,6 +218,21 @@ protected:
     const char* textEnd_ = nullptr;     // where the text in memory ends, for decodeHex()
     std::unique_ptr<char[]> buffer_; // for sources read in pieces
     size_t bufferSize_ = 0;
+
+    // The run being gathered, for a handler that takes runs.
+    static constexpr size_t RUN_CAPACITY = 4096;
+    std::unique_ptr<uint8_t[]> run_;
+
+    // The run being gathered: a local of the scan loop, so that it stays in
+    // registers.
+    struct runstate_t {
+        size_t length = 0;
+        uint64_t end = 0; // the address after the run's last byte
+        uint32_t address = 0;
+        uint32_t records = 0;
+        uint32_t last = 0; // the final record's address and length
+        uint8_t lastLength = 0;
+    };
 };
 
 // Scans a source line by line with a reader's line rules and hands each
@@ -211,12 +252,17 @@ private:
     lineaction_t takeDecodedSrecord(const char* text, size_t length, size_t byteCount, uint8_t sum,
                                     OnRecord& onRecord);
     template <typename OnRecord>
-    const char* takeNextLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord);
+    const char* takeNextLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord,
+                             runstate_t& run);
     template <typename OnRecord>
-    const char* takeUsualLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord);
+    const char* takeUsualLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord,
+                              runstate_t& run);
 
     template <typename OnRecord> scanend_t scanMemory(const char* text, size_t size, OnRecord& onRecord);
     template <typename OnRecord> scanend_t scanPieces(TextSource& source, OnRecord& onRecord);
+    template <typename OnRecord>
+    bool addToRun(uint32_t address, const uint8_t* data, uint8_t length, OnRecord& onRecord, runstate_t& run);
+    template <typename OnRecord> bool flushRun(OnRecord& onRecord, runstate_t& run);
 };
 
 // --- implementation of the templates -------------------------------------
@@ -238,6 +284,51 @@ scanend_t RecordScanner<RULES>::scan(TextSource& source, OnRecord&& onRecord)
     return scanPieces(source, onRecord);
 }
 
+template <linerules_t RULES>
+template <typename OnRecord>
+INTELHEX_ALWAYS_INLINE bool RecordScanner<RULES>::addToRun(uint32_t address, const uint8_t* data, uint8_t length,
+                                                           OnRecord& onRecord, runstate_t& run)
+{
+    if (run.length > 0 && address == run.end && run.length + length <= RUN_CAPACITY) {
+        copyRecordData(run_.get() + run.length, data, length);
+    } else {
+        if (!flushRun(onRecord, run))
+            return false;
+        if (!run_)
+            run_.reset(new uint8_t[RUN_CAPACITY]);
+        std::memcpy(run_.get(), data, length);
+        run.address = address;
+        run.records = 0;
+        run.end = address;
+    }
+    run.length += length;
+    run.records += 1;
+    run.last = address;
+    run.lastLength = length;
+    run.end += length;
+    return true;
+}
+
+// Hands the run gathered so far, if any, to a handler that takes runs;
+// false when the handler asks to stop.
+template <linerules_t RULES>
+template <typename OnRecord>
+INTELHEX_ALWAYS_INLINE bool RecordScanner<RULES>::flushRun(OnRecord& onRecord, runstate_t& run)
+{
+    if constexpr (takesRuns<std::remove_reference_t<OnRecord>>::value) {
+        if (run.length == 0)
+            return true;
+        const datarun_t taken{run.address, run_.get(), run.length, run.records, static_cast<uint16_t>(run.last),
+                              run.lastLength};
+        run.length = 0;
+        return onRecord.takeRun(taken);
+    } else {
+        (void)onRecord;
+        (void)run;
+        return true;
+    }
+}
+
 inline scanend_t RecordScannerBase::endOf(lineaction_t action)
 {
     switch (action) {
@@ -252,13 +343,20 @@ inline scanend_t RecordScannerBase::endOf(lineaction_t action)
 
 template <linerules_t RULES>
 template <typename OnRecord>
-INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeNextLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord)
+INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeNextLine(const char* line, const char* end,
+                                                                      lineaction_t& action, OnRecord& onRecord,
+                                                                      runstate_t& run)
 {
-    if (const char* next = takeUsualLine(line, end, action, onRecord))
+    if (const char* next = takeUsualLine(line, end, action, onRecord, run))
         return next;
     const char* newline = static_cast<const char*>(std::memchr(line, '\n', static_cast<size_t>(end - line)));
     if (newline == nullptr)
         return nullptr;
+    // A run goes before whatever this line holds.
+    if (!flushRun(onRecord, run)) {
+        action = lineaction_t::STOP;
+        return newline + 1;
+    }
     action = takeLine(line, static_cast<size_t>(newline - line), onRecord);
     return newline + 1;
 }
@@ -269,19 +367,21 @@ scanend_t RecordScanner<RULES>::scanMemory(const char* text, size_t size, OnReco
 {
     const char* const end = text + size;
     textEnd_ = end;
+    runstate_t run;
     for (const char* line = text; line < end;) {
         lineaction_t action = lineaction_t::NEXT;
-        const char* next = takeNextLine(line, end, action, onRecord);
+        const char* next = takeNextLine(line, end, action, onRecord, run);
         if (next == nullptr) {
             // The last line, with no newline after it.
-            action = takeLine(line, static_cast<size_t>(end - line), onRecord);
+            action = flushRun(onRecord, run) ? takeLine(line, static_cast<size_t>(end - line), onRecord)
+                                             : lineaction_t::STOP;
             next = end;
         }
         if (action != lineaction_t::NEXT)
             return endOf(action);
         line = next;
     }
-    return scanend_t::END_OF_INPUT;
+    return flushRun(onRecord, run) ? scanend_t::END_OF_INPUT : scanend_t::STOPPED;
 }
 
 template <linerules_t RULES>
@@ -302,6 +402,7 @@ scanend_t RecordScanner<RULES>::scanPieces(TextSource& source, OnRecord& onRecor
     capacity = bufferSize_;
     size_t held = 0;
     uint64_t taken = 0; // bytes read so far
+    runstate_t run;
     for (;;) {
         if (capacity < PIECE && taken > expected) {
             std::unique_ptr<char[]> larger(new char[PIECE]);
@@ -319,7 +420,7 @@ scanend_t RecordScanner<RULES>::scanPieces(TextSource& source, OnRecord& onRecor
         const char* line = buffer;
         for (;;) {
             lineaction_t action = lineaction_t::NEXT;
-            const char* next = takeNextLine(line, end, action, onRecord);
+            const char* next = takeNextLine(line, end, action, onRecord, run);
             if (next == nullptr)
                 break;
             if (action != lineaction_t::NEXT)
@@ -328,6 +429,8 @@ scanend_t RecordScanner<RULES>::scanPieces(TextSource& source, OnRecord& onRecor
         }
         held = static_cast<size_t>(end - line);
         if (got == 0) {
+            if (!flushRun(onRecord, run))
+                return scanend_t::STOPPED;
             if (held == 0)
                 return scanend_t::END_OF_INPUT;
             // The last line, with no newline after it (or too long).
@@ -413,7 +516,9 @@ INTELHEX_ALWAYS_INLINE typename RecordScanner<RULES>::lineaction_t RecordScanner
 // end-of-file records go through takeLine() too.
 template <linerules_t RULES>
 template <typename OnRecord>
-INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeUsualLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord)
+INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeUsualLine(const char* line, const char* end,
+                                                                       lineaction_t& action, OnRecord& onRecord,
+                                                                       runstate_t& run)
 {
     const bool srecord = RULES == linerules_t::SRECORD;
     const size_t countAt = srecord ? 2 : 1;
@@ -451,9 +556,22 @@ INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeUsualLine(const cha
         const uint32_t address = (static_cast<uint32_t>(record_[1]) << 24 | static_cast<uint32_t>(record_[2]) << 16 |
                                   static_cast<uint32_t>(record_[3]) << 8 | record_[4]) >>
                                  (8 * (4 - addressSize));
+        const uint8_t dataLength = static_cast<uint8_t>(record_[0] - addressSize - 1);
+        if constexpr (takesRuns<std::remove_reference_t<OnRecord>>::value) {
+            if (dataLength > 0 && static_cast<uint64_t>(address) + dataLength <= 0x100000000ull) {
+                ++line_;
+                action = addToRun(address, record_ + 1 + addressSize, dataLength, onRecord, run) ? lineaction_t::NEXT
+                                                                                           : lineaction_t::STOP;
+                return next;
+            }
+            if (!flushRun(onRecord, run)) {
+                action = lineaction_t::STOP;
+                return next;
+            }
+        }
         ++line_;
         scannedrecord_t record{line_, record_ + 1 + addressSize, line, length, 0, static_cast<uint8_t>(type),
-                               static_cast<uint8_t>(record_[0] - addressSize - 1)};
+                               dataLength};
         record.address = address;
         action = onRecord(record) ? lineaction_t::NEXT : lineaction_t::STOP;
         return next;
@@ -462,6 +580,18 @@ INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeUsualLine(const cha
     // which, and what it means under the rules.
     if (sum != 0 || record_[3] == 0x01)
         return nullptr;
+    if constexpr (takesRuns<std::remove_reference_t<OnRecord>>::value) {
+        const uint32_t offset = static_cast<uint32_t>(record_[1]) << 8 | record_[2];
+        if (record_[3] == 0x00 && record_[0] > 0 && offset + record_[0] <= 0x10000u) {
+            ++line_;
+            action = addToRun(offset, record_ + 4, record_[0], onRecord, run) ? lineaction_t::NEXT : lineaction_t::STOP;
+            return next;
+        }
+        if (!flushRun(onRecord, run)) {
+            action = lineaction_t::STOP;
+            return next;
+        }
+    }
     ++line_;
     const scannedrecord_t record{line_,   record_ + 4, line, length, static_cast<uint16_t>(record_[1] << 8 | record_[2]),
                                  record_[3], record_[0]};

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <type_traits>
 #include <string>
 
 namespace intelhex_internal {
@@ -21,9 +22,14 @@ public:
     // False when the assembler gave up; read_ tells the rest.
     bool run(TextSource& source)
     {
-        scanRecords<linerules_t::SRECORD>(source, read_, [this](const scannedrecord_t& record) INTELHEX_ALWAYS_INLINE_LAMBDA {
-            return take(record);
-        });
+        // The ascending assembler takes the scanner's runs of data records.
+        if constexpr (std::is_same_v<Assembler, AscendingAssembler>) {
+            RunHandler handler{*this};
+            scanRecords<linerules_t::SRECORD>(source, read_, handler);
+        } else {
+            Handler handler{*this};
+            scanRecords<linerules_t::SRECORD>(source, read_, handler);
+        }
         return !gaveUp_;
     }
 
@@ -32,6 +38,23 @@ public:
     std::string header() const { return header_; }
 
 private:
+    struct Handler {
+        SrecordInterpreter& interpreter;
+        INTELHEX_ALWAYS_INLINE bool operator()(const scannedrecord_t& record) { return interpreter.take(record); }
+    };
+    struct RunHandler : Handler {
+        bool takeRun(const datarun_t& run) { return this->interpreter.takeRun(run); }
+    };
+
+    bool takeRun(const datarun_t& run)
+    {
+        dataRecords_ += run.records;
+        if (assembler_.addRun(run.address, run.data, run.length))
+            return true;
+        gaveUp_ = true;
+        return false;
+    }
+
 
     INTELHEX_ALWAYS_INLINE bool take(const scannedrecord_t& record)
     {
