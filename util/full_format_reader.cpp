@@ -51,7 +51,6 @@ private:
         return false;
     }
 
-
     static std::string textOf(const scannedrecord_t& record) { return std::string(record.text, record.textLength); }
 
     INTELHEX_ALWAYS_INLINE bool take(const scannedrecord_t& record)

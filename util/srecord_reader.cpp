@@ -55,7 +55,6 @@ private:
         return false;
     }
 
-
     INTELHEX_ALWAYS_INLINE bool take(const scannedrecord_t& record)
     {
         // The usual record: data, within the 32-bit address space.
