@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <type_traits>
 
 namespace intelhex_internal {
 
@@ -19,14 +18,7 @@ public:
     // False when the assembler gave up; read_ tells the rest.
     bool run(TextSource& source)
     {
-        // The ascending assembler takes the scanner's runs of data records.
-        if constexpr (std::is_same_v<Assembler, AscendingAssembler>) {
-            RunHandler handler{*this};
-            scanRecords<linerules_t::FULL_FORMAT>(source, read_, handler);
-        } else {
-            Handler handler{*this};
-            scanRecords<linerules_t::FULL_FORMAT>(source, read_, handler);
-        }
+        scanInto<linerules_t::FULL_FORMAT, Assembler>(source, read_, *this);
         return !gaveUp_;
     }
 
@@ -34,15 +26,7 @@ public:
     uint32_t startValue() const { return startValue_; }
     std::string header() const { return std::string(); }
 
-private:
-    struct Handler {
-        RecordInterpreter& interpreter;
-        INTELHEX_ALWAYS_INLINE bool operator()(const scannedrecord_t& record) { return interpreter.take(record); }
-    };
-    struct RunHandler : Handler {
-        bool takeRun(const datarun_t& run) { return this->interpreter.takeRun(run); }
-    };
-
+    // For scanInto: a run of data records, and any record.
     bool takeRun(const datarun_t& run)
     {
         if (assembler_.addRun(base_ + run.address, run.data, run.length))
@@ -50,8 +34,6 @@ private:
         gaveUp_ = true;
         return false;
     }
-
-    static std::string textOf(const scannedrecord_t& record) { return std::string(record.text, record.textLength); }
 
     INTELHEX_ALWAYS_INLINE bool take(const scannedrecord_t& record)
     {
@@ -65,6 +47,9 @@ private:
         }
         return takeOther(record);
     }
+
+private:
+    static std::string textOf(const scannedrecord_t& record) { return std::string(record.text, record.textLength); }
 
     // Any other record.
     bool takeOther(const scannedrecord_t& record)

@@ -19,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -258,6 +259,30 @@ template <linerules_t RULES, typename Take> void scanRecords(TextSource& source,
     case scanend_t::END_OF_INPUT:
     case scanend_t::STOPPED:
         break;
+    }
+}
+
+// The record handlers of scanInto(): any record goes to the interpreter's
+// take(record), and a run of data records to its takeRun(run).
+template <typename Interpreter> struct RecordHandler {
+    Interpreter& interpreter;
+    INTELHEX_ALWAYS_INLINE bool operator()(const scannedrecord_t& record) { return interpreter.take(record); }
+};
+template <typename Interpreter> struct RunHandler : RecordHandler<Interpreter> {
+    bool takeRun(const datarun_t& run) { return this->interpreter.takeRun(run); }
+};
+
+// Scans source for a reader's interpreter, handing runs of data records on
+// whole to the ascending assembler, which takes them in one piece.
+template <linerules_t RULES, typename Assembler, typename Interpreter>
+void scanInto(TextSource& source, fullread_t& read, Interpreter& interpreter)
+{
+    if constexpr (std::is_same_v<Assembler, AscendingAssembler>) {
+        RunHandler<Interpreter> handler{{interpreter}};
+        scanRecords<RULES>(source, read, handler);
+    } else {
+        RecordHandler<Interpreter> handler{interpreter};
+        scanRecords<RULES>(source, read, handler);
     }
 }
 

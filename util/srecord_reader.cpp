@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <type_traits>
 #include <string>
 
 namespace intelhex_internal {
@@ -22,14 +21,7 @@ public:
     // False when the assembler gave up; read_ tells the rest.
     bool run(TextSource& source)
     {
-        // The ascending assembler takes the scanner's runs of data records.
-        if constexpr (std::is_same_v<Assembler, AscendingAssembler>) {
-            RunHandler handler{*this};
-            scanRecords<linerules_t::SRECORD>(source, read_, handler);
-        } else {
-            Handler handler{*this};
-            scanRecords<linerules_t::SRECORD>(source, read_, handler);
-        }
+        scanInto<linerules_t::SRECORD, Assembler>(source, read_, *this);
         return !gaveUp_;
     }
 
@@ -37,15 +29,7 @@ public:
     uint32_t startValue() const { return start_; }
     std::string header() const { return header_; }
 
-private:
-    struct Handler {
-        SrecordInterpreter& interpreter;
-        INTELHEX_ALWAYS_INLINE bool operator()(const scannedrecord_t& record) { return interpreter.take(record); }
-    };
-    struct RunHandler : Handler {
-        bool takeRun(const datarun_t& run) { return this->interpreter.takeRun(run); }
-    };
-
+    // For scanInto: a run of data records, and any record.
     bool takeRun(const datarun_t& run)
     {
         dataRecords_ += run.records;
@@ -70,6 +54,7 @@ private:
         return takeOther(record);
     }
 
+private:
     // Any other record. (It comes by value, so that the usual record need
     // not be kept in memory for this call.)
     bool takeOther(scannedrecord_t record)
