@@ -8,7 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -387,4 +389,202 @@ TEST(RecordScanner, SrecordRunsCountTheirRecords)
     ASSERT_EQ(taker.taken.size(), 2u);
     EXPECT_EQ(taker.taken[0], "run @0+5 x2 last 3+2 1,2,3,4,13,");
     EXPECT_EQ(taker.taken[1], "record 9@0+0");
+}
+
+namespace {
+
+// Everything a handler is given, as text: the bytes of data records that
+// can join a run one by one with their addresses (whether they came in a
+// run or alone), and any other record whole.
+struct Events {
+    std::vector<std::string> seen;
+    size_t runRecords = 0; // data records counted by the runs
+    bool srecord = false;
+
+    void addBytes(uint64_t address, const uint8_t* data, size_t length)
+    {
+        for (size_t i = 0; i < length; ++i)
+            seen.push_back(std::to_string(address + i) + "=" + std::to_string(data[i]));
+    }
+    bool joinsRuns(const scannedrecord_t& r) const
+    {
+        if (srecord)
+            return r.type >= 1 && r.type <= 3 && r.length > 0 && uint64_t{r.address} + r.length <= 0x100000000ull;
+        return r.type == 0 && r.length > 0 && r.offset + r.length <= 0x10000u;
+    }
+    bool operator()(const scannedrecord_t& r)
+    {
+        if (joinsRuns(r))
+            addBytes(srecord ? r.address : r.offset, r.data, r.length);
+        else
+            seen.push_back(describe(r));
+        return true;
+    }
+};
+
+// The same, taking runs; a run's last record ends where the run ends.
+struct RunEvents : Events {
+    bool takeRun(const datarun_t& run)
+    {
+        EXPECT_GT(run.lastLength, 0u);
+        if (!srecord) {
+            EXPECT_EQ(uint64_t{run.lastOffset} + run.lastLength, uint64_t{run.address} + run.length);
+        }
+        addBytes(run.address, run.data, run.length);
+        runRecords += run.records;
+        return true;
+    }
+};
+
+// Lines that mostly continue each other in one shape, and now and then
+// something that ends such a stretch: another count, another line ending,
+// a gap, a record of another type with the same count, an address record,
+// the end of a 64 KiB window (or of the address space), lower-case digits,
+// a blank line, and rarely a wrong checksum or a character that is not a
+// digit, which end the scan.
+std::string mixedText(std::mt19937& random, bool srecord, size_t lines)
+{
+    auto chance = [&](unsigned in) { return random() % in == 0; };
+    std::string text;
+    unsigned count = 16;
+    const unsigned type = srecord ? 1 + random() % 3 : 0;
+    uint32_t address = srecord && type == 3 ? 0xFFFFF000u + random() % 0x800 : random() % 0xF000;
+    for (size_t i = 0; i < lines; ++i) {
+        if (chance(25))
+            count = 1 + random() % 40;
+        if (chance(40))
+            address += 1 + random() % 64;
+        if (chance(60))
+            address = srecord ? (type == 3 ? 0xFFFFFFF8u : 0xFFF8u) : 0xFFF8u;
+        std::vector<uint8_t> bytes(count);
+        for (uint8_t& b : bytes)
+            b = static_cast<uint8_t>(random());
+        std::string line;
+        if (srecord) {
+            const unsigned lineType = chance(30) ? 5 + random() % 5 : type;
+            line = srecordLine(lineType, lineType >= 5 ? (lineType == 5 || lineType == 9 ? 2 : lineType == 6 || lineType == 8 ? 3 : 4) : type + 1,
+                               address, bytes);
+        } else if (chance(30)) {
+            line = hexRecord(static_cast<uint8_t>(1 + random() % 5), static_cast<uint16_t>(address), bytes);
+        } else if (chance(40)) {
+            line = linearBaseRecord(static_cast<uint16_t>(random()));
+        } else {
+            line = dataRecord(static_cast<uint16_t>(address), bytes);
+        }
+        if (chance(30))
+            for (char& c : line)
+                c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        if (chance(400))
+            line[line.size() - 1] = line[line.size() - 1] == '0' ? '1' : '0'; // a wrong checksum
+        if (chance(400))
+            line[3 + random() % (line.size() - 3)] = 'g';
+        text += line + (chance(20) ? "\r\n" : "\n");
+        if (chance(80))
+            text += "\n";
+        address += count;
+    }
+    return text;
+}
+
+template <linerules_t RULES, typename Handler> Scanned scanEvents(TextSource& source, Handler& handler)
+{
+    RecordScanner<RULES> scanner;
+    Scanned s;
+    s.end = scanner.scan(source, handler);
+    s.bad = scanner.badLine();
+    s.lines = scanner.lineCount();
+    return s;
+}
+
+template <linerules_t RULES> void expectRunsGiveWhatRecordsGive(const std::string& text)
+{
+    const bool srecord = RULES == linerules_t::SRECORD;
+    Events records;
+    records.srecord = srecord;
+    MemoryText memory(text.data(), text.size());
+    const Scanned byRecord = scanEvents<RULES>(memory, records);
+    size_t dataRecords = 0;
+    {
+        // How many records the runs should count.
+        Events counter;
+        counter.srecord = srecord;
+        MemoryText again(text.data(), text.size());
+        RecordScanner<RULES> scanner;
+        scanner.scan(again, [&](const scannedrecord_t& r) {
+            dataRecords += counter.joinsRuns(r) ? 1 : 0;
+            return true;
+        });
+    }
+    for (bool pieces : {false, true}) {
+        SCOPED_TRACE(pieces ? "read in pieces" : "in memory");
+        RunEvents runs;
+        runs.srecord = srecord;
+        MemoryText inMemory(text.data(), text.size());
+        UnderstatedText understated(text, 100);
+        const Scanned byRun = scanEvents<RULES>(pieces ? static_cast<TextSource&>(understated) : inMemory, runs);
+        EXPECT_EQ(byRun.end, byRecord.end);
+        EXPECT_EQ(byRun.bad.line, byRecord.bad.line);
+        EXPECT_EQ(byRun.bad.reason, byRecord.bad.reason);
+        EXPECT_EQ(byRun.lines, byRecord.lines);
+        EXPECT_EQ(runs.seen, records.seen);
+        // A scan that ended early may leave records past the bad line out
+        // of the count that the separate scan made.
+        if (byRecord.end != scanend_t::BAD_LINE) {
+            EXPECT_EQ(runs.runRecords, dataRecords);
+        }
+    }
+}
+
+} // namespace
+
+TEST(RecordScanner, RunsGiveWhatRecordsGiveWhateverComesBetween)
+{
+    std::mt19937 random(20261122);
+    for (int i = 0; i < 300; ++i) {
+        SCOPED_TRACE("text " + std::to_string(i));
+        const size_t lines = 1 + random() % 400;
+        const std::string hex = mixedText(random, false, lines);
+        expectRunsGiveWhatRecordsGive<linerules_t::STRICT>(hex);
+        expectRunsGiveWhatRecordsGive<linerules_t::FULL_FORMAT>(hex);
+        expectRunsGiveWhatRecordsGive<linerules_t::SRECORD>(mixedText(random, true, lines));
+        if (HasFailure())
+            return;
+    }
+}
+
+TEST(RecordScanner, ALineAsLongAsThoseBeforeItButOfAnotherShapeIsReadAsWhatItIs)
+{
+    // After records of 16 bytes: a line of the same length whose count says
+    // 17 (and whose checksum fits that count) is a line whose length does
+    // not match its count, not a record of 16 bytes.
+    std::string odd = dataRecord(0x20, countingBytes(16, 0x20));
+    odd[2] = '1';
+    unsigned sum = 0;
+    for (size_t i = 1; i + 2 < odd.size(); i += 2)
+        sum += static_cast<unsigned>(std::stoul(odd.substr(i, 2), nullptr, 16));
+    const char* digits = "0123456789ABCDEF";
+    odd[odd.size() - 2] = digits[(-sum >> 4) & 0xF];
+    odd[odd.size() - 1] = digits[-sum & 0xF];
+    const std::string hex = joinLines({dataRecord(0, countingBytes(16)), dataRecord(0x10, countingBytes(16, 0x10)), odd,
+                                       EOF_RECORD});
+    const Scanned full = scanMemory(hex, linerules_t::FULL_FORMAT);
+    EXPECT_EQ(full.end, scanend_t::BAD_LINE);
+    EXPECT_EQ(full.bad.line, 3u);
+    EXPECT_EQ(full.bad.reason, "byte count 17 does not match the length of the line");
+    RunEvents runs;
+    MemoryText source(hex.data(), hex.size());
+    EXPECT_EQ(scanEvents<linerules_t::FULL_FORMAT>(source, runs).end, scanend_t::BAD_LINE);
+    EXPECT_EQ(runs.seen.size(), 32u);
+
+    // S-records: an S2 record after S1 records with the same count has a
+    // three-byte address.
+    const std::string srec = srecordLine(1, 2, 0x1000, countingBytes(16)) + "\n" +
+                             srecordLine(1, 2, 0x1010, countingBytes(16)) + "\n" +
+                             srecordLine(2, 3, 0x101020, countingBytes(15)) + "\n";
+    RunEvents srecRuns;
+    srecRuns.srecord = true;
+    MemoryText srecSource(srec.data(), srec.size());
+    EXPECT_EQ(scanEvents<linerules_t::SRECORD>(srecSource, srecRuns).end, scanend_t::END_OF_INPUT);
+    ASSERT_EQ(srecRuns.seen.size(), 47u);
+    EXPECT_EQ(srecRuns.seen[32], std::to_string(0x101020) + "=0");
 }

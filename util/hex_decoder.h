@@ -21,9 +21,11 @@
 #if defined(__GNUC__)
 #define INTELHEX_ALWAYS_INLINE inline __attribute__((always_inline))
 #define INTELHEX_ALWAYS_INLINE_LAMBDA __attribute__((always_inline))
+#define INTELHEX_NOINLINE __attribute__((noinline))
 #else
 #define INTELHEX_ALWAYS_INLINE inline
 #define INTELHEX_ALWAYS_INLINE_LAMBDA
+#define INTELHEX_NOINLINE
 #endif
 
 namespace intelhex_internal {

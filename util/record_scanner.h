@@ -257,6 +257,8 @@ private:
     template <typename OnRecord>
     const char* takeUsualLine(const char* line, const char* end, lineaction_t& action, OnRecord& onRecord,
                               runstate_t& run);
+    const char* takeRunLines(const char* line, const char* end, const char* shape, size_t length, size_t ending,
+                             runstate_t& run);
 
     template <typename OnRecord> scanend_t scanMemory(const char* text, size_t size, OnRecord& onRecord);
     template <typename OnRecord> scanend_t scanPieces(TextSource& source, OnRecord& onRecord);
@@ -560,9 +562,11 @@ INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeUsualLine(const cha
         if constexpr (takesRuns<std::remove_reference_t<OnRecord>>::value) {
             if (dataLength > 0 && static_cast<uint64_t>(address) + dataLength <= 0x100000000ull) {
                 ++line_;
-                action = addToRun(address, record_ + 1 + addressSize, dataLength, onRecord, run) ? lineaction_t::NEXT
-                                                                                           : lineaction_t::STOP;
-                return next;
+                if (!addToRun(address, record_ + 1 + addressSize, dataLength, onRecord, run)) {
+                    action = lineaction_t::STOP;
+                    return next;
+                }
+                return takeRunLines(next, end, line, length, static_cast<size_t>(next - line) - length, run);
             }
             if (!flushRun(onRecord, run)) {
                 action = lineaction_t::STOP;
@@ -584,8 +588,11 @@ INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeUsualLine(const cha
         const uint32_t offset = static_cast<uint32_t>(record_[1]) << 8 | record_[2];
         if (record_[3] == 0x00 && record_[0] > 0 && offset + record_[0] <= 0x10000u) {
             ++line_;
-            action = addToRun(offset, record_ + 4, record_[0], onRecord, run) ? lineaction_t::NEXT : lineaction_t::STOP;
-            return next;
+            if (!addToRun(offset, record_ + 4, record_[0], onRecord, run)) {
+                action = lineaction_t::STOP;
+                return next;
+            }
+            return takeRunLines(next, end, line, length, static_cast<size_t>(next - line) - length, run);
         }
         if (!flushRun(onRecord, run)) {
             action = lineaction_t::STOP;
@@ -597,6 +604,86 @@ INTELHEX_ALWAYS_INLINE const char* RecordScanner<RULES>::takeUsualLine(const cha
                                  record_[3], record_[0]};
     action = onRecord(record) ? lineaction_t::NEXT : lineaction_t::STOP;
     return next;
+}
+
+// The first four characters of a line as a little-endian number.
+INTELHEX_ALWAYS_INLINE uint32_t firstFour(const char* text)
+{
+    const unsigned char* c = reinterpret_cast<const unsigned char*>(text);
+    return static_cast<uint32_t>(c[0]) | static_cast<uint32_t>(c[1]) << 8 | static_cast<uint32_t>(c[2]) << 16 |
+           static_cast<uint32_t>(c[3]) << 24;
+}
+
+// After a data record that went into the run: the lines that follow it and
+// look like it (the same start, so the same type and count, and the same line
+// ending) are taken in a loop that knows their length, as long as each is a
+// data record with a right checksum that continues the run and fits in it.
+// shape is the record's line, length its length without the line ending.
+// Returns where the first line not taken starts; that line goes through the
+// usual steps, which say what it is.
+template <linerules_t RULES>
+INTELHEX_NOINLINE const char* RecordScanner<RULES>::takeRunLines(const char* line, const char* end, const char* shape,
+                                                                 size_t length, size_t ending, runstate_t& run)
+{
+    const bool srecord = RULES == linerules_t::SRECORD;
+    const size_t countAt = srecord ? 2 : 1;
+    const size_t byteCount = (length - countAt) / 2;
+    // The bytes before the data: the count, the address and, in Intel HEX, the type.
+    const size_t addressSize = srecord ? static_cast<size_t>(shape[1] - '0') + 1 : 2;
+    const size_t headLength = 1 + addressSize + (srecord ? 0 : 1);
+    const size_t dataLength = byteCount - headLength - 1;
+    const uint8_t rightSum = srecord ? 0xFF : 0x00;
+    const size_t lineLength = length + ending;
+    // The line's first four characters, as one number: S-records compare all
+    // four, Intel HEX the first three (the fourth is an address digit).
+    const uint32_t shapeMask = srecord ? 0xFFFFFFFFu : 0x00FFFFFFu;
+    const uint32_t shapeWord = firstFour(shape) & shapeMask;
+    // The last character of a line is '\n'; with CR LF the one before it is '\r'.
+    const char beforeLast = ending == 1 ? '\n' : '\r';
+    // The run in locals, which the loop keeps in registers. A record that
+    // continues the run (its address is the run's end) stays inside the
+    // address space (in Intel HEX, inside its 64 KiB) while the run's end is
+    // at most lastEnd, and fits while the run holds at most fullLength bytes.
+    const uint64_t lastEnd = (srecord ? 0x100000000ull : 0x10000u) - dataLength;
+    const size_t fullLength = RUN_CAPACITY - dataLength;
+    uint8_t* const runBytes = run_.get();
+    size_t runLength = run.length;
+    uint64_t runEnd = run.end;
+    size_t taken = 0;
+    for (; static_cast<size_t>(end - line) >= lineLength; line += lineLength, ++taken) {
+        if ((firstFour(line) & shapeMask) != shapeWord || line[lineLength - 1] != '\n' || line[length] != beforeLast)
+            break;
+        if (runLength > fullLength || runEnd > lastEnd)
+            break;
+        uint8_t sum = 0;
+        if (!decodeHex(line + countAt, byteCount, static_cast<size_t>(end - line) - countAt, record_, sum) ||
+            sum != rightSum)
+            break;
+        uint32_t address;
+        if (srecord) {
+            address = (static_cast<uint32_t>(record_[1]) << 24 | static_cast<uint32_t>(record_[2]) << 16 |
+                       static_cast<uint32_t>(record_[3]) << 8 | record_[4]) >>
+                      (8 * (4 - addressSize));
+        } else {
+            if (record_[3] != 0x00)
+                break;
+            address = static_cast<uint32_t>(record_[1]) << 8 | record_[2];
+        }
+        if (address != runEnd)
+            break;
+        copyRecordData(runBytes + runLength, record_ + headLength, dataLength);
+        runLength += dataLength;
+        runEnd += dataLength;
+    }
+    if (taken > 0) {
+        line_ += taken;
+        run.length = runLength;
+        run.end = runEnd;
+        run.records += static_cast<uint32_t>(taken);
+        run.last = static_cast<uint32_t>(runEnd - dataLength);
+        run.lastLength = static_cast<uint8_t>(dataLength);
+    }
+    return line;
 }
 
 // Decodes byteCount bytes of hex digits into record_ (no more than a
