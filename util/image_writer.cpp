@@ -278,50 +278,82 @@ char* putHexRecord(char* p, uint8_t type, uint16_t offset, const uint8_t* data, 
     return putLineEnd(p, crlf);
 }
 
-void writeIntelHex(const MemoryImage& image, const saveoptions_t& options, OutputBuffer& out)
+// The bytes the writers ask an input for at a time: large enough that
+// asking costs nothing, small enough to stay in the cache.
+const size_t PIECE = 1 << 20;
+
+bool isEmpty(const WriterInput& input)
+{
+    return input.segmentCount() == 0;
+}
+
+uint64_t highestOf(const WriterInput& input)
+{
+    const size_t last = input.segmentCount() - 1;
+    return input.segmentAddress(last) + input.segmentSize(last) - 1;
+}
+
+uint64_t dataSizeOf(const WriterInput& input)
+{
+    uint64_t size = 0;
+    for (size_t i = 0; i < input.segmentCount(); ++i)
+        size += input.segmentSize(i);
+    return size;
+}
+
+bool writeIntelHex(WriterInput& input, const saveoptions_t& options, OutputBuffer& out)
 {
     const bool segmented = options.addressing == MemoryImage::addressing_t::SEGMENT;
     const size_t lineMax = 1 + 2 * (5 + 255) + 2;
     uint32_t upper = 0; // the upper 16 bits the last address record gave
-    for (const MemoryImage::segment_t& segment : image.segments()) {
-        const uint8_t* bytes = segment.bytes.data();
-        uint64_t address = segment.address;
-        const uint64_t end = segment.endAddress();
-        while (address < end) {
-            const uint32_t high = static_cast<uint32_t>(address >> 16);
-            if (high != upper) {
-                // Segment addressing: a base of high * 0x1000 paragraphs.
-                const uint16_t value = static_cast<uint16_t>(segmented ? high << 12 : high);
-                const uint8_t base[2] = {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
-                out.commit(putHexRecord(out.reserve(lineMax), segmented ? 0x02 : 0x04, 0, base, 2, options.crlf));
-                upper = high;
+    for (size_t s = 0; s < input.segmentCount(); ++s) {
+        const uint64_t start = input.segmentAddress(s);
+        const uint64_t end = start + input.segmentSize(s);
+        for (uint64_t address = start; address < end;) {
+            // A piece ends on a 64 KiB boundary, where a record ends anyway.
+            const uint64_t pieceEnd = std::min(end, (address + PIECE) & ~uint64_t{0xFFFF});
+            const uint8_t* bytes = input.bytes(s, address - start, static_cast<size_t>(pieceEnd - address));
+            if (bytes == nullptr)
+                return false;
+            const uint64_t pieceStart = address;
+            while (address < pieceEnd) {
+                const uint32_t high = static_cast<uint32_t>(address >> 16);
+                if (high != upper) {
+                    // Segment addressing: a base of high * 0x1000 paragraphs.
+                    const uint16_t value = static_cast<uint16_t>(segmented ? high << 12 : high);
+                    const uint8_t base[2] = {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
+                    out.commit(putHexRecord(out.reserve(lineMax), segmented ? 0x02 : 0x04, 0, base, 2, options.crlf));
+                    upper = high;
+                }
+                // Up to the record size, and never across a 64 KiB boundary.
+                const uint64_t boundary = (address | 0xFFFF) + 1;
+                const size_t length =
+                    static_cast<size_t>(std::min<uint64_t>({options.recordSize, pieceEnd - address, boundary - address}));
+                out.commit(putHexRecord(out.reserve(lineMax), 0x00, static_cast<uint16_t>(address),
+                                        bytes + (address - pieceStart), length, options.crlf));
+                address += length;
             }
-            // Up to the record size, and never across a 64 KiB boundary.
-            const uint64_t boundary = (address | 0xFFFF) + 1;
-            const size_t length = static_cast<size_t>(std::min<uint64_t>({options.recordSize, end - address, boundary - address}));
-            out.commit(putHexRecord(out.reserve(lineMax), 0x00, static_cast<uint16_t>(address),
-                                    bytes + (address - segment.address), length, options.crlf));
-            address += length;
         }
     }
-    if (image.hasStartAddress()) {
-        const MemoryImage::startaddress_t start = image.startAddress();
+    if (input.hasStartAddress()) {
+        const MemoryImage::startaddress_t start = input.startAddress();
         const uint8_t value[4] = {static_cast<uint8_t>(start.value >> 24), static_cast<uint8_t>(start.value >> 16),
                                   static_cast<uint8_t>(start.value >> 8), static_cast<uint8_t>(start.value)};
         out.commit(putHexRecord(out.reserve(lineMax), start.type, 0, value, 4, options.crlf));
     }
     out.commit(putHexRecord(out.reserve(lineMax), 0x01, 0, nullptr, 0, options.crlf));
+    return true;
 }
 
 // --- S-records -----------------------------------------------------------------
 
 // The start address an S7 to S9 record carries: a linear address, CS * 16 + IP
 // for a segment start address, 0 when there is none.
-uint64_t srecordStart(const MemoryImage& image)
+uint64_t srecordStart(const WriterInput& input)
 {
-    if (!image.hasStartAddress())
+    if (!input.hasStartAddress())
         return 0;
-    const MemoryImage::startaddress_t start = image.startAddress();
+    const MemoryImage::startaddress_t start = input.startAddress();
     if (start.type == 3)
         return static_cast<uint64_t>(start.value >> 16) * 16 + (start.value & 0xFFFF);
     return start.value;
@@ -332,11 +364,11 @@ unsigned addressSizeFor(uint64_t address)
     return address <= 0xFFFF ? 2 : address <= 0xFFFFFF ? 3 : 4;
 }
 
-unsigned srecordAddressSize(const MemoryImage& image, const saveoptions_t& options)
+unsigned srecordAddressSize(const WriterInput& input, const saveoptions_t& options)
 {
     if (options.addressSize != 0)
         return options.addressSize;
-    return std::max(addressSizeFor(image.empty() ? 0 : image.highestAddress()), addressSizeFor(srecordStart(image)));
+    return std::max(addressSizeFor(isEmpty(input) ? 0 : highestOf(input)), addressSizeFor(srecordStart(input)));
 }
 
 char* putSrecord(char* p, unsigned type, unsigned addressSize, uint32_t address, const uint8_t* data, size_t length,
@@ -357,79 +389,103 @@ char* putSrecord(char* p, unsigned type, unsigned addressSize, uint32_t address,
     return putLineEnd(p, crlf);
 }
 
-void writeSrecords(const MemoryImage& image, const saveoptions_t& options, OutputBuffer& out)
+bool writeSrecords(WriterInput& input, const saveoptions_t& options, OutputBuffer& out)
 {
-    const unsigned addressSize = srecordAddressSize(image, options);
+    const unsigned addressSize = srecordAddressSize(input, options);
     const unsigned dataType = addressSize - 1; // S1, S2, S3
     const size_t lineMax = 2 + 2 * 256 + 2;
-    const std::string& header = image.header();
+    const std::string header = input.header();
     out.commit(putSrecord(out.reserve(lineMax), 0, 2, 0, reinterpret_cast<const uint8_t*>(header.data()), header.size(),
                           options.crlf));
+    // Records are counted from the segment's start, so pieces hold whole ones.
+    const size_t pieceMax = std::max<size_t>(1, PIECE / options.recordSize) * options.recordSize;
     uint64_t records = 0;
-    for (const MemoryImage::segment_t& segment : image.segments()) {
-        const uint8_t* bytes = segment.bytes.data();
-        for (uint64_t at = 0; at < segment.bytes.size();) {
-            const size_t length = static_cast<size_t>(std::min<uint64_t>(options.recordSize, segment.bytes.size() - at));
-            out.commit(putSrecord(out.reserve(lineMax), dataType, addressSize, static_cast<uint32_t>(segment.address + at),
-                                  bytes + at, length, options.crlf));
-            at += length;
-            ++records;
+    for (size_t s = 0; s < input.segmentCount(); ++s) {
+        const uint64_t address = input.segmentAddress(s);
+        const uint64_t size = input.segmentSize(s);
+        for (uint64_t at = 0; at < size;) {
+            const size_t piece = static_cast<size_t>(std::min<uint64_t>(pieceMax, size - at));
+            const uint8_t* bytes = input.bytes(s, at, piece);
+            if (bytes == nullptr)
+                return false;
+            for (size_t done = 0; done < piece;) {
+                const size_t length = std::min<size_t>(options.recordSize, piece - done);
+                out.commit(putSrecord(out.reserve(lineMax), dataType, addressSize,
+                                      static_cast<uint32_t>(address + at + done), bytes + done, length, options.crlf));
+                done += length;
+                ++records;
+            }
+            at += piece;
         }
     }
     if (records <= 0xFFFF)
         out.commit(putSrecord(out.reserve(lineMax), 5, 2, static_cast<uint32_t>(records), nullptr, 0, options.crlf));
     else if (records <= 0xFFFFFF)
         out.commit(putSrecord(out.reserve(lineMax), 6, 3, static_cast<uint32_t>(records), nullptr, 0, options.crlf));
-    out.commit(putSrecord(out.reserve(lineMax), 11 - addressSize, addressSize, static_cast<uint32_t>(srecordStart(image)),
+    out.commit(putSrecord(out.reserve(lineMax), 11 - addressSize, addressSize, static_cast<uint32_t>(srecordStart(input)),
                           nullptr, 0, options.crlf));
+    return true;
 }
 
 // --- Binary ----------------------------------------------------------------------
 
-void writeBinary(const MemoryImage& image, const saveoptions_t& options, OutputBuffer& out)
+bool writeBinary(WriterInput& input, const saveoptions_t& options, OutputBuffer& out)
 {
-    std::vector<char> fill(static_cast<size_t>(std::min<uint64_t>(image.span(), 64 * 1024)), static_cast<char>(options.fill));
-    uint64_t next = image.lowestAddress();
-    for (const MemoryImage::segment_t& segment : image.segments()) {
-        for (uint64_t gap = segment.address - next; gap > 0;) {
+    if (isEmpty(input))
+        return true;
+    const uint64_t lowest = input.segmentAddress(0);
+    std::vector<char> fill(static_cast<size_t>(std::min<uint64_t>(highestOf(input) - lowest + 1, 64 * 1024)),
+                           static_cast<char>(options.fill));
+    uint64_t next = lowest;
+    for (size_t s = 0; s < input.segmentCount(); ++s) {
+        const uint64_t address = input.segmentAddress(s);
+        for (uint64_t gap = address - next; gap > 0;) {
             const size_t take = static_cast<size_t>(std::min<uint64_t>(gap, fill.size()));
             out.put(fill.data(), take);
             gap -= take;
         }
-        out.put(reinterpret_cast<const char*>(segment.bytes.data()), segment.bytes.size());
-        next = segment.endAddress();
+        const uint64_t size = input.segmentSize(s);
+        for (uint64_t at = 0; at < size;) {
+            const size_t piece = static_cast<size_t>(std::min<uint64_t>(PIECE, size - at));
+            const uint8_t* bytes = input.bytes(s, at, piece);
+            if (bytes == nullptr)
+                return false;
+            out.put(reinterpret_cast<const char*>(bytes), piece);
+            at += piece;
+        }
+        next = address + size;
     }
+    return true;
 }
 
 } // namespace
 
-result_t checkSaveOptions(const MemoryImage& image, const saveoptions_t& options)
+result_t checkSaveOptions(const WriterInput& input, const saveoptions_t& options)
 {
     switch (options.format) {
     case fileformat_t::INTEL_HEX:
         if (options.recordSize < 1 || options.recordSize > 255)
             return failed("record size " + std::to_string(options.recordSize) + " is out of range (1 to 255)");
-        if (options.addressing == MemoryImage::addressing_t::SEGMENT && !image.empty() &&
-            image.highestAddress() > 0xFFFFF)
+        if (options.addressing == MemoryImage::addressing_t::SEGMENT && !isEmpty(input) && highestOf(input) > 0xFFFFF)
             return failed("segment addressing reaches only the first MiB, and the image goes up to " +
-                          hexAddress(image.highestAddress()));
+                          hexAddress(highestOf(input)));
         return result_t();
     case fileformat_t::SRECORD: {
         if (options.addressSize != 0 && (options.addressSize < 2 || options.addressSize > 4))
             return failed("S-record address size " + std::to_string(options.addressSize) + " is not 2, 3 or 4");
-        const unsigned addressSize = srecordAddressSize(image, options);
+        const unsigned addressSize = srecordAddressSize(input, options);
         const unsigned most = 255 - addressSize - 1;
         if (options.recordSize < 1 || options.recordSize > most)
             return failed("record size " + std::to_string(options.recordSize) + " is out of range: S-records with " +
                           std::to_string(addressSize) + "-byte addresses hold 1 to " + std::to_string(most) +
                           " data bytes");
         const uint64_t limit = (1ull << (8 * addressSize)) - 1;
-        if (!image.empty() && image.highestAddress() > limit)
+        if (!isEmpty(input) && highestOf(input) > limit)
             return failed("S-record address size " + std::to_string(addressSize) + " cannot hold address " +
-                          hexAddress(image.highestAddress()));
-        if (srecordStart(image) > limit)
+                          hexAddress(highestOf(input)));
+        if (srecordStart(input) > limit)
             return failed("S-record address size " + std::to_string(addressSize) + " cannot hold the start address " +
-                          hexAddress(srecordStart(image)));
+                          hexAddress(srecordStart(input)));
         return result_t();
     }
     case fileformat_t::BINARY:
@@ -440,36 +496,52 @@ result_t checkSaveOptions(const MemoryImage& image, const saveoptions_t& options
     return failed("images cannot be saved as ELF");
 }
 
+result_t checkSaveOptions(const MemoryImage& image, const saveoptions_t& options)
+{
+    const ImageInput input(image);
+    return checkSaveOptions(input, options);
+}
+
 // At least the size of the output: two digits a byte, and no more records
 // than the record size, the 64 KiB boundaries and the segments make, with the
 // longest record layout, an address record for each, and the header.
-uint64_t outputBound(const MemoryImage& image, const saveoptions_t& options)
+uint64_t outputBound(const WriterInput& input, const saveoptions_t& options)
 {
+    if (isEmpty(input))
+        return 1024;
     if (options.format == fileformat_t::BINARY)
-        return image.span();
-    const uint64_t data = image.dataSize();
-    const uint64_t records = data / std::max(options.recordSize, 1u) + data / 0x10000 + 2 * image.segments().size() + 4;
+        return highestOf(input) - input.segmentAddress(0) + 1;
+    const uint64_t data = dataSizeOf(input);
+    const uint64_t records = data / std::max(options.recordSize, 1u) + data / 0x10000 + 2 * input.segmentCount() + 4;
     return 2 * data + 2 * 17 * records + 1024;
+}
+
+result_t writeImage(WriterInput& input, const saveoptions_t& options, ByteSink& sink)
+{
+    const result_t checked = checkSaveOptions(input, options);
+    if (!checked)
+        return checked;
+    OutputBuffer out(sink, outputBound(input, options));
+    bool whole = true;
+    switch (options.format) {
+    case fileformat_t::INTEL_HEX:
+        whole = writeIntelHex(input, options, out);
+        break;
+    case fileformat_t::SRECORD:
+        whole = writeSrecords(input, options, out);
+        break;
+    default:
+        whole = writeBinary(input, options, out);
+        break;
+    }
+    const result_t written = out.finish();
+    return whole ? written : failed(input.failure());
 }
 
 result_t writeImage(const MemoryImage& image, const saveoptions_t& options, ByteSink& sink)
 {
-    const result_t checked = checkSaveOptions(image, options);
-    if (!checked)
-        return checked;
-    OutputBuffer out(sink, outputBound(image, options));
-    switch (options.format) {
-    case fileformat_t::INTEL_HEX:
-        writeIntelHex(image, options, out);
-        break;
-    case fileformat_t::SRECORD:
-        writeSrecords(image, options, out);
-        break;
-    default:
-        writeBinary(image, options, out);
-        break;
-    }
-    return out.finish();
+    ImageInput input(image);
+    return writeImage(input, options, sink);
 }
 
 } // namespace intelhex_internal
