@@ -9,7 +9,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <thread>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -422,4 +427,213 @@ TEST(SaveFile, ADeviceIsWrittenDirectly)
     const MemoryImage::result_t full = imageOf({{0, {1}}}).saveFile("/dev/full");
     EXPECT_FALSE(full);
     EXPECT_EQ(full.reason, "cannot write '/dev/full': No space left on device");
+}
+
+namespace {
+
+// What readFile() (binary at address) and then saveFile() give, as
+// {ok, reason, the output's bytes}; an output written is removed after.
+struct written_t {
+    bool ok;
+    std::string reason;
+    std::vector<uint8_t> output;
+};
+
+written_t throughTheImage(const std::string& input, uint32_t address, const std::string& output,
+                          const saveoptions_t& options)
+{
+    MemoryImage image;
+    MemoryImage::readoptions_t binary;
+    binary.detect = false;
+    binary.format = fileformat_t::BINARY;
+    binary.address = address;
+    const MemoryImage::readresult_t read = image.readFile(input.c_str(), binary);
+    if (!read)
+        return {false, read.reason, {}};
+    const MemoryImage::result_t saved = image.saveFile(output.c_str(), options);
+    written_t w{saved.ok, saved.reason, saved ? readFileBytes(output) : std::vector<uint8_t>()};
+    if (saved)
+        std::remove(output.c_str());
+    return w;
+}
+
+written_t streamed(const std::string& input, uint32_t address, const std::string& output, const saveoptions_t& options,
+                   bool* inputFailed = nullptr)
+{
+    const MemoryImage::convertresult_t converted =
+        MemoryImage::convertBinaryFile(input.c_str(), address, output.c_str(), options);
+    if (inputFailed != nullptr)
+        *inputFailed = converted.inputFailed;
+    written_t w{converted.ok, converted.reason, converted ? readFileBytes(output) : std::vector<uint8_t>()};
+    if (converted)
+        std::remove(output.c_str());
+    return w;
+}
+
+} // namespace
+
+TEST(ConvertBinaryFile, WritesWhatReadingAndSavingTheImageWrites)
+{
+    // Sizes around the pieces the writers ask for (1 MiB) and the 64 KiB
+    // windows, at addresses aligned and not, up to the top of the address
+    // space; every format with record sizes that divide neither.
+    TempDir dir;
+    std::mt19937 random(7);
+    const size_t sizes[] = {0, 1, 17, 65537, (1u << 20) + 0x10003};
+    std::vector<saveoptions_t> formats;
+    for (unsigned recordSize : {1u, 7u, 16u, 255u}) {
+        saveoptions_t hex;
+        hex.recordSize = recordSize;
+        hex.crlf = recordSize == 7;
+        formats.push_back(hex);
+        saveoptions_t srec = optionsFor(fileformat_t::SRECORD);
+        srec.recordSize = std::min(recordSize, 250u);
+        srec.addressSize = recordSize == 16 ? 4 : 0;
+        formats.push_back(srec);
+    }
+    formats.push_back(optionsFor(fileformat_t::BINARY));
+    saveoptions_t segment;
+    segment.addressing = MemoryImage::addressing_t::SEGMENT;
+    formats.push_back(segment);
+    for (size_t size : sizes) {
+        std::string bytes(size, '\0');
+        for (char& c : bytes)
+            c = static_cast<char>(random());
+        const std::string input = dir.write("in.bin", bytes);
+        for (uint32_t address : {0u, 0x08004000u, 0x0000FFF3u, static_cast<uint32_t>(0x100000000ull - size)}) {
+            for (const saveoptions_t& options : formats) {
+                SCOPED_TRACE(std::to_string(size) + " bytes at " + std::to_string(address) + ", format " +
+                             std::to_string(static_cast<int>(options.format)) + ", records of " +
+                             std::to_string(options.recordSize));
+                const written_t expected = throughTheImage(input, address, dir.file("image.out"), options);
+                const written_t got = streamed(input, address, dir.file("streamed.out"), options);
+                EXPECT_EQ(got.ok, expected.ok);
+                EXPECT_EQ(got.reason, expected.reason);
+                EXPECT_TRUE(got.output == expected.output);
+                if (HasFailure())
+                    return;
+            }
+        }
+    }
+}
+
+TEST(ConvertBinaryFile, FailuresAreThoseOfReadingAndSavingAndLeaveNoOutput)
+{
+    TempDir dir;
+    const std::string input = dir.write("in.bin", std::string(100, 'x'));
+    const std::string kept = dir.write("kept.hex", "keep me");
+    bool inputFailed = false;
+    // The input's failures.
+    written_t got = streamed(dir.file("missing.bin"), 0, kept, saveoptions_t(), &inputFailed);
+    EXPECT_FALSE(got.ok);
+    EXPECT_TRUE(inputFailed);
+    EXPECT_EQ(got.reason, "cannot open the file: No such file or directory");
+    EXPECT_EQ(got.reason, throughTheImage(dir.file("missing.bin"), 0, kept, saveoptions_t()).reason);
+    got = streamed(input, 0xFFFFFFA0u, kept, saveoptions_t(), &inputFailed);
+    EXPECT_TRUE(inputFailed);
+    EXPECT_EQ(got.reason, "binary input of 100 bytes at 0xFFFFFFA0 would run past address 0xFFFFFFFF");
+    EXPECT_EQ(got.reason, throughTheImage(input, 0xFFFFFFA0u, kept, saveoptions_t()).reason);
+    // The output's and the options'.
+    saveoptions_t bad;
+    bad.recordSize = 0;
+    got = streamed(input, 0, kept, bad, &inputFailed);
+    EXPECT_FALSE(inputFailed);
+    EXPECT_EQ(got.reason, "record size 0 is out of range (1 to 255)");
+    saveoptions_t segment;
+    segment.addressing = MemoryImage::addressing_t::SEGMENT;
+    got = streamed(input, 0x100000, kept, segment, &inputFailed);
+    EXPECT_FALSE(inputFailed);
+    EXPECT_EQ(got.reason, "segment addressing reaches only the first MiB, and the image goes up to 0x00100063");
+    got = streamed(input, 0, dir.file("missing/out.hex"), saveoptions_t(), &inputFailed);
+    EXPECT_FALSE(inputFailed);
+    EXPECT_EQ(got.reason, "cannot create '" + dir.file("missing/out.hex") + "': No such file or directory");
+    EXPECT_EQ(readFileBytes(kept), std::vector<uint8_t>({'k', 'e', 'e', 'p', ' ', 'm', 'e'}));
+    EXPECT_EQ(listFiles(dir.path()), std::vector<std::string>({"in.bin", "kept.hex"}));
+}
+
+TEST(ConvertBinaryFile, AFileShorterThanItSaysFailsAndLeavesNoOutput)
+{
+    // sysfs attributes say 4096 bytes and hold a line.
+    const char* attribute = "/sys/kernel/mm/transparent_hugepage/enabled";
+    struct stat status;
+    if (::stat(attribute, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size != 4096)
+        GTEST_SKIP() << attribute << " is not here";
+    TempDir dir;
+    bool inputFailed = false;
+    const written_t got = streamed(attribute, 0, dir.file("out.hex"), saveoptions_t(), &inputFailed);
+    EXPECT_FALSE(got.ok);
+    EXPECT_TRUE(inputFailed);
+    EXPECT_EQ(got.reason, "the file became shorter while it was read");
+    EXPECT_TRUE(listFiles(dir.path()).empty());
+}
+
+TEST(ConvertBinaryFile, APipeIsReadWholeFirst)
+{
+    TempDir dir;
+    const std::string fifo = dir.file("in.fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string bytes(70000, '\x5A');
+    std::thread writer([&] {
+        std::ofstream out(fifo, std::ios::binary);
+        out << bytes;
+    });
+    const MemoryImage::convertresult_t converted =
+        MemoryImage::convertBinaryFile(fifo.c_str(), 0x100, dir.file("out.hex").c_str());
+    writer.join();
+    ASSERT_TRUE(converted) << converted.reason;
+    MemoryImage image;
+    ASSERT_TRUE(image.readFile(dir.file("out.hex").c_str()));
+    EXPECT_EQ(image.segments().size(), 1u);
+    EXPECT_EQ(image.lowestAddress(), 0x100u);
+    EXPECT_EQ(image.copyRange(0x100, 70000, 0), std::vector<uint8_t>(bytes.begin(), bytes.end()));
+}
+
+TEST(ImageWriter, RecordsOfLargeSegmentsAreLaidOutAsOfSmallOnes)
+{
+    // Segments longer than the pieces the writers take at a time: every
+    // data record is as long as the record size allows, counted from the
+    // segment's start (Intel HEX: and from each 64 KiB boundary), so the
+    // pieces leave no trace in the output.
+    const uint32_t address = 0x0000FFF3;
+    const size_t size = (1u << 20) + 0x10003;
+    std::vector<uint8_t> bytes(size);
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<uint8_t>(i * 7 + 1);
+    const MemoryImage image = imageOf({{address, bytes}});
+    for (unsigned recordSize : {7u, 16u, 250u}) {
+        SCOPED_TRACE("records of " + std::to_string(recordSize));
+        saveoptions_t hex;
+        hex.recordSize = recordSize;
+        std::istringstream hexText(saved(image, hex));
+        uint64_t expected = address;
+        uint32_t upper = 0;
+        for (std::string line; std::getline(hexText, line);) {
+            const unsigned length = static_cast<unsigned>(std::stoul(line.substr(1, 2), nullptr, 16));
+            const unsigned type = static_cast<unsigned>(std::stoul(line.substr(7, 2), nullptr, 16));
+            if (type == 4)
+                upper = static_cast<uint32_t>(std::stoul(line.substr(9, 4), nullptr, 16));
+            if (type != 0)
+                continue;
+            const uint64_t at = uint64_t{upper} << 16 | std::stoul(line.substr(3, 4), nullptr, 16);
+            ASSERT_EQ(at, expected);
+            ASSERT_EQ(length, std::min<uint64_t>({recordSize, (at | 0xFFFF) + 1 - at, address + size - at}));
+            expected += length;
+        }
+        EXPECT_EQ(expected, address + size);
+
+        saveoptions_t srec = optionsFor(fileformat_t::SRECORD);
+        srec.recordSize = recordSize;
+        std::istringstream srecText(saved(image, srec));
+        expected = address;
+        for (std::string line; std::getline(srecText, line);) {
+            if (line[1] != '2')
+                continue;
+            const unsigned count = static_cast<unsigned>(std::stoul(line.substr(2, 2), nullptr, 16));
+            const uint64_t at = std::stoul(line.substr(4, 6), nullptr, 16);
+            ASSERT_EQ(at, expected);
+            ASSERT_EQ(count - 4, std::min<uint64_t>(recordSize, address + size - at));
+            expected += count - 4;
+        }
+        EXPECT_EQ(expected, address + size);
+    }
 }

@@ -75,6 +75,10 @@ struct Inputs {
     IntelHexFile blocks; // info, map, bin, dump: FILE as blocks
     MemoryImage image;   // convert, crc: every input merged; plan, verify: FILE; diff: A
     MemoryImage other;   // diff: B
+    // convert: set when its one binary input is written straight to the
+    // output, never held as an image (and then nothing above is read).
+    bool streamed = false;
+    InputSpec streamedInput;
 };
 
 // Prints a usage error with usage and returns EXIT_USAGE.

@@ -251,7 +251,7 @@ const std::vector<CommandEntry>& commandTable()
                   {option_t::CRC_ENDIAN}},
                  CUSTOM_CRC,
                  {{option_t::HELP}}}),
-         "", {"INPUT"}, true, loading_t::MERGED, EXIT_FAILED, runConvert},
+         "", {"INPUT"}, true, loading_t::STREAMED, EXIT_FAILED, runConvert},
         {"crc", "usage: hexblocks crc FILE [--algorithm NAME] [--range START:END] [--fill BYTE] [--json]\n",
          "crc FILE [--algorithm NAME]", "CRC or sum of a range of the image",
          "Compute a CRC or sum over a range of FILE (Intel HEX, S-records, ELF or\n"

@@ -26,7 +26,8 @@ enum class loading_t {
     BLOCKS,      // the one FILE as IntelHexFile blocks
     MERGED,      // every operand, merged by --overlap and --start-address
     FIRST,       // the first operand as an image (the others are the command's)
-    FIRST_TWO    // the first two operands as two images
+    FIRST_TWO,   // the first two operands as two images
+    STREAMED     // convert: one binary file written straight to the output when it can be, else MERGED
 };
 
 // Every option of every command.

@@ -359,8 +359,24 @@ int runDump(const Options& options, Inputs& inputs)
     return EXIT_OK;
 }
 
+// convert of one binary file: written as it is read.
+int runStreamedConvert(const Options& options, const InputSpec& input)
+{
+    const MemoryImage::convertresult_t converted =
+        MemoryImage::convertBinaryFile(input.path.c_str(), input.address, options.output.c_str(), options.save);
+    if (converted)
+        return EXIT_OK;
+    if (converted.inputFailed)
+        std::cerr << input.path << ": " << converted.reason << std::endl;
+    else
+        std::cerr << PROGRAM << ": " << options.output << ": " << converted.reason << std::endl;
+    return EXIT_FAILED;
+}
+
 int runConvert(const Options& options, Inputs& inputs)
 {
+    if (inputs.streamed)
+        return runStreamedConvert(options, inputs.streamedInput);
     MemoryImage& image = inputs.image;
     if (!applyEdits(options, image))
         return EXIT_FAILED;

@@ -26,6 +26,9 @@ bool readCommandInputs(const CommandEntry& command, const Options& options, Inpu
         return loadImage(options, inputs.blocks);
     case loading_t::MERGED:
         return readInputs(options, inputs.image);
+    case loading_t::STREAMED:
+        inputs.streamed = streamsBinaryInput(options, inputs.streamedInput);
+        return inputs.streamed || readInputs(options, inputs.image);
     case loading_t::FIRST:
         return readOneInput(options, options.inputs[0], inputs.image);
     case loading_t::FIRST_TWO:

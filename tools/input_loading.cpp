@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include <sys/stat.h>
+
 
 namespace {
 
@@ -199,6 +201,21 @@ bool readOperand(const Options& options, const std::string& operand, InputSpec& 
 }
 
 } // namespace
+
+bool streamsBinaryInput(const Options& options, InputSpec& source)
+{
+    if (options.inputs.size() != 1 || !options.edits.empty() || options.output == "-")
+        return false;
+    std::string error;
+    InputSpec input;
+    struct stat status;
+    if (!parseInput(options.inputs[0], options.hasInputFormat ? &options.inputFormat : nullptr, input, error) ||
+        input.detect || input.format != fileformat_t::BINARY || input.path == "-" ||
+        ::stat(input.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return false;
+    source = input;
+    return true;
+}
 
 bool readOneInput(const Options& options, const std::string& operand, MemoryImage& image)
 {

@@ -20,6 +20,12 @@ bool loadImage(const Options& options, IntelHexFile& image);
 // their lines.
 bool readInputs(const Options& options, MemoryImage& combined);
 
+// Whether convert can write its input straight to its output file, without
+// holding it as an image: one input, binary (FILE@ADDRESS, FILE.bin or
+// --input-format bin) and a regular file, no edits, and an output file
+// rather than standard output. Sets source to that input when it can.
+bool streamsBinaryInput(const Options& options, InputSpec& source);
+
 // Reads the one input operand names (a file, FILE@ADDRESS or "-") into
 // image; false after printing why it cannot.
 bool readOneInput(const Options& options, const std::string& operand, MemoryImage& image);

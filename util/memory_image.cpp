@@ -56,12 +56,21 @@ MemoryImage::readresult_t failedRead(const std::string& reason)
     return result;
 }
 
+// Why size bytes of binary input cannot go at address; empty when they can.
+std::string binaryPlacementError(uint64_t size, uint32_t address)
+{
+    if (static_cast<uint64_t>(address) + size <= ADDRESS_SPACE)
+        return std::string();
+    return "binary input of " + std::to_string(size) + " bytes at " + intelhex_internal::hexAddress(address) +
+           " would run past address 0xFFFFFFFF";
+}
+
 // Makes bytes, placed at address, the whole image.
 MemoryImage::readresult_t readBinaryBytes(MemoryImage& image, std::vector<uint8_t>&& bytes, uint32_t address)
 {
-    if (static_cast<uint64_t>(address) + bytes.size() > ADDRESS_SPACE)
-        return failedRead("binary input of " + std::to_string(bytes.size()) + " bytes at " + intelhex_internal::hexAddress(address) +
-                          " would run past address 0xFFFFFFFF");
+    const std::string placement = binaryPlacementError(bytes.size(), address);
+    if (!placement.empty())
+        return failedRead(placement);
     std::vector<MemoryImage::segment_t> segments;
     if (!bytes.empty())
         segments.push_back(MemoryImage::segment_t{address, std::move(bytes)});
@@ -452,6 +461,113 @@ MemoryImage::result_t MemoryImage::save(std::ostream& out, const saveoptions_t& 
 {
     StreamSink sink(out);
     return intelhex_internal::writeImage(*this, options, sink);
+}
+
+namespace {
+
+// A binary file as the writers' input, read a piece at a time as they ask:
+// one segment of the file's size (as it was when opened) at an address.
+class BinaryFileInput : public intelhex_internal::WriterInput {
+public:
+    BinaryFileInput(int fd, uint32_t address, uint64_t size) : fd_(fd), address_(address), size_(size) {}
+    size_t segmentCount() const override { return size_ > 0 ? 1 : 0; }
+    uint32_t segmentAddress(size_t) const override { return address_; }
+    uint64_t segmentSize(size_t) const override { return size_; }
+    bool hasStartAddress() const override { return false; }
+    MemoryImage::startaddress_t startAddress() const override { return MemoryImage::startaddress_t(); }
+    std::string header() const override { return std::string(); }
+    std::string failure() const override { return failure_; }
+
+    const uint8_t* bytes(size_t, uint64_t, size_t size) override
+    {
+        if (buffer_.size() < size)
+            buffer_.resize(size);
+        size_t held = 0;
+        while (held < size) {
+            const ssize_t got = ::read(fd_, buffer_.data() + held, size - held);
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got < 0) {
+                failure_ = std::string("cannot read the file: ") + std::strerror(errno);
+                return nullptr;
+            }
+            if (got == 0) {
+                failure_ = "the file became shorter while it was read";
+                return nullptr;
+            }
+            held += static_cast<size_t>(got);
+        }
+        return buffer_.data();
+    }
+
+private:
+    int fd_;
+    uint32_t address_;
+    uint64_t size_;
+    std::vector<uint8_t> buffer_;
+    std::string failure_;
+};
+
+MemoryImage::convertresult_t convertFailure(bool inputFailed, const std::string& reason)
+{
+    MemoryImage::convertresult_t result;
+    result.inputFailed = inputFailed;
+    result.reason = reason;
+    return result;
+}
+
+} // namespace
+
+MemoryImage::convertresult_t MemoryImage::convertBinaryFile(const char* input, uint32_t address, const char* output,
+                                                            const saveoptions_t& options)
+{
+    const int fd = ::open(input, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return convertFailure(true, std::string("cannot open the file: ") + std::strerror(errno));
+    struct stat status;
+    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        // A pipe or a device: its size is known only at its end.
+        ::close(fd);
+        MemoryImage image;
+        readoptions_t binary;
+        binary.detect = false;
+        binary.format = fileformat_t::BINARY;
+        binary.address = address;
+        const readresult_t read = image.readFile(input, binary);
+        if (!read)
+            return convertFailure(true, read.reason);
+        const result_t saved = image.saveFile(output, options);
+        convertresult_t result = convertFailure(false, saved.reason);
+        result.ok = saved.ok;
+        return result;
+    }
+    const uint64_t size = static_cast<uint64_t>(status.st_size);
+    std::string reason = size > std::numeric_limits<size_t>::max()
+                             ? "the file is too large: " + std::to_string(size) + " bytes"
+                             : binaryPlacementError(size, address);
+    convertresult_t result;
+    if (!reason.empty()) {
+        result = convertFailure(true, reason);
+    } else {
+        BinaryFileInput bytes(fd, address, size);
+        const result_t checked = intelhex_internal::checkSaveOptions(bytes, options);
+        intelhex_internal::OutputFile file;
+        if (!checked) {
+            result = convertFailure(false, checked.reason);
+        } else if (!file.open(output)) {
+            result = convertFailure(false, file.failure());
+        } else {
+            const result_t written = intelhex_internal::writeImage(bytes, options, file);
+            if (!written)
+                result = convertFailure(!bytes.failure().empty(), written.reason);
+            else if (!file.commit())
+                result = convertFailure(false, file.failure());
+            else
+                result.ok = true;
+        }
+    }
+    ::close(fd);
+    return result;
 }
 
 MemoryImage::result_t MemoryImage::saveFile(const char* path, const saveoptions_t& options) const

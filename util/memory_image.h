@@ -513,6 +513,29 @@ public:
     /// pipe) is written directly.
     result_t saveFile(const char* path, const saveoptions_t& options = saveoptions_t()) const;
 
+    /// What convertBinaryFile() reports. Converts to true on success.
+    struct convertresult_t {
+        bool ok = false;          ///< The output was written.
+        bool inputFailed = false; ///< The input was to blame (else the output or the options).
+        std::string reason;       ///< Why it failed; empty on success.
+
+        /// @return ok.
+        explicit operator bool() const { return ok; }
+    };
+
+    /// Writes the binary file at input, placed at address, to the file at
+    /// output exactly as readFile() (binary, at address) and then
+    /// saveFile(output, options) would, without holding the image: the
+    /// bytes are read a piece at a time while the output is written, so
+    /// memory stays at a few MiB however large the file, and reading
+    /// overlaps writing. The input is read as long as it was when opened.
+    /// The failures are those of readFile() (inputFailed set) and of
+    /// saveFile(), with the same reasons, and leave no output; an input that
+    /// shrinks while it is read fails too. An input that is not a regular
+    /// file (a pipe) is read whole first.
+    static convertresult_t convertBinaryFile(const char* input, uint32_t address, const char* output,
+                                             const saveoptions_t& options = saveoptions_t());
+
     /// @}
 
     /// @name IntelHexFile blocks

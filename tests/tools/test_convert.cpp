@@ -163,6 +163,42 @@ TEST_F(Convert, BinaryInputAtAnAddressByNameExtensionOrOption)
                             ": binary input of 3 bytes at 0xFFFFFFFE would run past address 0xFFFFFFFF\n");
 }
 
+TEST_F(Convert, OneBinaryFileIsWrittenAsItIsReadWithTheSameOutputAndMessages)
+{
+    // One binary file, no edits, an output file: written as it is read.
+    // Standard output, an edit or a second input read it into an image
+    // first; the output and the messages are the same either way.
+    std::string bytes(200000, '\0');
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char>(i * 13 + i / 251);
+    const std::string bin = dir.write("big.bin", bytes);
+    for (const char* format : {"ihex", "srec", "bin"}) {
+        SCOPED_TRACE(format);
+        const ProcessResult streamed =
+            hexblocks({"convert", bin + "@0x0800FFF0", "-O", format, "--record-size", "32", "-o", dir.file("s.out")});
+        ASSERT_EQ(streamed.exitCode, 0) << streamed.err;
+        EXPECT_EQ(streamed.out + streamed.err, "");
+        const ProcessResult held =
+            hexblocks({"convert", bin + "@0x0800FFF0", "-O", format, "--record-size", "32", "-o", "-"});
+        ASSERT_EQ(held.exitCode, 0) << held.err;
+        EXPECT_TRUE(fileText(dir.file("s.out")) == held.out);
+        const ProcessResult edited = hexblocks({"convert", bin + "@0x0800FFF0", "-O", format, "--record-size", "32",
+                                                "--offset", "0", "-o", dir.file("e.out")});
+        ASSERT_EQ(edited.exitCode, 0) << edited.err;
+        EXPECT_TRUE(fileText(dir.file("e.out")) == held.out);
+    }
+    const ProcessResult missing = hexblocks({"convert", dir.file("none.bin"), "-o", dir.file("n.hex")});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_EQ(missing.out, "");
+    EXPECT_EQ(missing.err, dir.file("none.bin") + ": cannot open the file: No such file or directory\n");
+    const ProcessResult segment =
+        hexblocks({"convert", bin + "@0x100000", "--addressing", "segment", "-o", dir.file("n.hex")});
+    EXPECT_EQ(segment.exitCode, 1);
+    EXPECT_EQ(segment.err, "hexblocks: " + dir.file("n.hex") +
+                               ": segment addressing reaches only the first MiB, and the image goes up to 0x00130D3F\n");
+    EXPECT_FALSE(fileExists(dir.file("n.hex")));
+}
+
 TEST_F(Convert, StandardInputIsReadOnceFromAPipe)
 {
     const ProcessResult r = hexblocksWithInput({"convert", "-", "-o", "-", "-O", "srec"}, FIRMWARE);
