@@ -501,6 +501,9 @@ TEST(ConvertBinaryFile, WritesWhatReadingAndSavingTheImageWrites)
             c = static_cast<char>(random());
         const std::string input = dir.write("in.bin", bytes);
         for (uint32_t address : {0u, 0x08004000u, 0x0000FFF3u, static_cast<uint32_t>(0x100000000ull - size)}) {
+            // The largest size at two addresses: an odd one and the top.
+            if (size > 65537 && (address == 0 || address == 0x08004000u))
+                continue;
             for (const saveoptions_t& options : formats) {
                 SCOPED_TRACE(std::to_string(size) + " bytes at " + std::to_string(address) + ", format " +
                              std::to_string(static_cast<int>(options.format)) + ", records of " +
@@ -600,7 +603,7 @@ TEST(ImageWriter, RecordsOfLargeSegmentsAreLaidOutAsOfSmallOnes)
     for (size_t i = 0; i < size; ++i)
         bytes[i] = static_cast<uint8_t>(i * 7 + 1);
     const MemoryImage image = imageOf({{address, bytes}});
-    for (unsigned recordSize : {7u, 16u, 250u}) {
+    for (unsigned recordSize : {7u, 250u}) {
         SCOPED_TRACE("records of " + std::to_string(recordSize));
         saveoptions_t hex;
         hex.recordSize = recordSize;
