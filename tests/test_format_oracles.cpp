@@ -261,5 +261,18 @@ TEST(FormatOraclesBinary, ObjcopyBinaryInputAndOutputAgreeWithOurs)
         ASSERT_TRUE(fromBinary.readFile(dir.file("ours.bin").c_str(), binary));
         EXPECT_EQ(segmentsOf(read), segmentsOf(fromBinary)) << i;
         EXPECT_EQ(fromBinary.span(), image.span()) << i;
+        // That binary written as it is read, as HEX and as S-records, read
+        // back by objcopy.
+        for (const char* format : {"ihex", "srec"}) {
+            MemoryImage::saveoptions_t options;
+            options.format = format[0] == 'i' ? fileformat_t::INTEL_HEX : fileformat_t::SRECORD;
+            options.recordSize = 1 + static_cast<unsigned>(i * 29) % 250;
+            const std::string streamed = dir.file(std::string("streamed.") + format);
+            const MemoryImage::convertresult_t converted =
+                MemoryImage::convertBinaryFile(dir.file("ours.bin").c_str(), base, streamed.c_str(), options);
+            ASSERT_TRUE(converted) << converted.reason;
+            run(OBJCOPY_PATH, {"-I", format, "-O", "binary", streamed, dir.file("back.bin")}, "objcopy");
+            EXPECT_EQ(readFileBytes(dir.file("back.bin")), readFileBytes(dir.file("ours.bin"))) << i << " " << format;
+        }
     }
 }
