@@ -301,6 +301,22 @@ uint64_t dataSizeOf(const WriterInput& input)
     return size;
 }
 
+// Hands take(offset, bytes, size) a segment's bytes in pieces of at most
+// pieceMax, in order; false when the input cannot give one.
+template <typename Take> bool forEachPiece(WriterInput& input, size_t segment, size_t pieceMax, Take&& take)
+{
+    const uint64_t size = input.segmentSize(segment);
+    for (uint64_t at = 0; at < size;) {
+        const size_t piece = static_cast<size_t>(std::min<uint64_t>(pieceMax, size - at));
+        const uint8_t* bytes = input.bytes(segment, at, piece);
+        if (bytes == nullptr)
+            return false;
+        take(at, bytes, piece);
+        at += piece;
+    }
+    return true;
+}
+
 bool writeIntelHex(WriterInput& input, const saveoptions_t& options, OutputBuffer& out)
 {
     const bool segmented = options.addressing == MemoryImage::addressing_t::SEGMENT;
@@ -402,12 +418,7 @@ bool writeSrecords(WriterInput& input, const saveoptions_t& options, OutputBuffe
     uint64_t records = 0;
     for (size_t s = 0; s < input.segmentCount(); ++s) {
         const uint64_t address = input.segmentAddress(s);
-        const uint64_t size = input.segmentSize(s);
-        for (uint64_t at = 0; at < size;) {
-            const size_t piece = static_cast<size_t>(std::min<uint64_t>(pieceMax, size - at));
-            const uint8_t* bytes = input.bytes(s, at, piece);
-            if (bytes == nullptr)
-                return false;
+        const bool whole = forEachPiece(input, s, pieceMax, [&](uint64_t at, const uint8_t* bytes, size_t piece) {
             for (size_t done = 0; done < piece;) {
                 const size_t length = std::min<size_t>(options.recordSize, piece - done);
                 out.commit(putSrecord(out.reserve(lineMax), dataType, addressSize,
@@ -415,8 +426,9 @@ bool writeSrecords(WriterInput& input, const saveoptions_t& options, OutputBuffe
                 done += length;
                 ++records;
             }
-            at += piece;
-        }
+        });
+        if (!whole)
+            return false;
     }
     if (records <= 0xFFFF)
         out.commit(putSrecord(out.reserve(lineMax), 5, 2, static_cast<uint32_t>(records), nullptr, 0, options.crlf));
@@ -444,16 +456,12 @@ bool writeBinary(WriterInput& input, const saveoptions_t& options, OutputBuffer&
             out.put(fill.data(), take);
             gap -= take;
         }
-        const uint64_t size = input.segmentSize(s);
-        for (uint64_t at = 0; at < size;) {
-            const size_t piece = static_cast<size_t>(std::min<uint64_t>(PIECE, size - at));
-            const uint8_t* bytes = input.bytes(s, at, piece);
-            if (bytes == nullptr)
-                return false;
+        const bool whole = forEachPiece(input, s, PIECE, [&](uint64_t, const uint8_t* bytes, size_t piece) {
             out.put(reinterpret_cast<const char*>(bytes), piece);
-            at += piece;
-        }
-        next = address + size;
+        });
+        if (!whole)
+            return false;
+        next = address + input.segmentSize(s);
     }
     return true;
 }
