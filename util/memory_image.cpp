@@ -56,6 +56,14 @@ MemoryImage::readresult_t failedRead(const std::string& reason)
     return result;
 }
 
+// Why a binary file of size bytes cannot be read into memory; empty when it can.
+std::string binaryFileSizeError(uint64_t size)
+{
+    if (size <= std::numeric_limits<size_t>::max())
+        return std::string();
+    return "the file is too large: " + std::to_string(size) + " bytes";
+}
+
 // Why size bytes of binary input cannot go at address; empty when they can.
 std::string binaryPlacementError(uint64_t size, uint32_t address)
 {
@@ -405,8 +413,8 @@ MemoryImage::readresult_t MemoryImage::readFile(const char* path, const readopti
     } else if (format == fileformat_t::ELF) {
         intelhex_internal::DescriptorBytes bytes(fd, static_cast<uint64_t>(status.st_size));
         result = intelhex_internal::readElf(bytes, *this);
-    } else if (static_cast<uint64_t>(status.st_size) > std::numeric_limits<size_t>::max()) {
-        result = failedRead("the file is too large: " + std::to_string(status.st_size) + " bytes");
+    } else if (!binaryFileSizeError(static_cast<uint64_t>(status.st_size)).empty()) {
+        result = failedRead(binaryFileSizeError(static_cast<uint64_t>(status.st_size)));
     } else {
         // Straight into the segment's bytes.
         std::vector<uint8_t> bytes;
@@ -464,6 +472,28 @@ MemoryImage::result_t MemoryImage::save(std::ostream& out, const saveoptions_t& 
 }
 
 namespace {
+
+// Writes input to the file at path through a temporary file (see
+// saveFile()). Bad options leave no file, not even an empty one.
+MemoryImage::result_t writeInputToFile(intelhex_internal::WriterInput& input, const char* path,
+                                       const MemoryImage::saveoptions_t& options)
+{
+    MemoryImage::result_t result = intelhex_internal::checkSaveOptions(input, options);
+    if (!result)
+        return result;
+    intelhex_internal::OutputFile file;
+    if (!file.open(path)) {
+        result.ok = false;
+        result.reason = file.failure();
+        return result;
+    }
+    result = intelhex_internal::writeImage(input, options, file);
+    if (result && !file.commit()) {
+        result.ok = false;
+        result.reason = file.failure();
+    }
+    return result;
+}
 
 // A binary file as the writers' input, read a piece at a time as they ask:
 // one segment of the file's size (as it was when opened) at an address.
@@ -542,29 +572,15 @@ MemoryImage::convertresult_t MemoryImage::convertBinaryFile(const char* input, u
         return result;
     }
     const uint64_t size = static_cast<uint64_t>(status.st_size);
-    std::string reason = size > std::numeric_limits<size_t>::max()
-                             ? "the file is too large: " + std::to_string(size) + " bytes"
-                             : binaryPlacementError(size, address);
-    convertresult_t result;
-    if (!reason.empty()) {
-        result = convertFailure(true, reason);
-    } else {
+    std::string reason = binaryFileSizeError(size);
+    if (reason.empty())
+        reason = binaryPlacementError(size, address);
+    convertresult_t result = convertFailure(true, reason);
+    if (reason.empty()) {
         BinaryFileInput bytes(fd, address, size);
-        const result_t checked = intelhex_internal::checkSaveOptions(bytes, options);
-        intelhex_internal::OutputFile file;
-        if (!checked) {
-            result = convertFailure(false, checked.reason);
-        } else if (!file.open(output)) {
-            result = convertFailure(false, file.failure());
-        } else {
-            const result_t written = intelhex_internal::writeImage(bytes, options, file);
-            if (!written)
-                result = convertFailure(!bytes.failure().empty(), written.reason);
-            else if (!file.commit())
-                result = convertFailure(false, file.failure());
-            else
-                result.ok = true;
-        }
+        const result_t written = writeInputToFile(bytes, output, options);
+        result = convertFailure(!bytes.failure().empty(), written.reason);
+        result.ok = written.ok;
     }
     ::close(fd);
     return result;
@@ -572,22 +588,8 @@ MemoryImage::convertresult_t MemoryImage::convertBinaryFile(const char* input, u
 
 MemoryImage::result_t MemoryImage::saveFile(const char* path, const saveoptions_t& options) const
 {
-    // Bad options leave no file, not even an empty one.
-    result_t result = intelhex_internal::checkSaveOptions(*this, options);
-    if (!result)
-        return result;
-    intelhex_internal::OutputFile file;
-    if (!file.open(path)) {
-        result.ok = false;
-        result.reason = file.failure();
-        return result;
-    }
-    result = intelhex_internal::writeImage(*this, options, file);
-    if (result && !file.commit()) {
-        result.ok = false;
-        result.reason = file.failure();
-    }
-    return result;
+    intelhex_internal::ImageInput input(*this);
+    return writeInputToFile(input, path, options);
 }
 
 // ---------------------------------------------------------------------------
