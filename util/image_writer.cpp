@@ -301,13 +301,18 @@ uint64_t dataSizeOf(const WriterInput& input)
     return size;
 }
 
-// Hands take(offset, bytes, size) a segment's bytes in pieces of at most
-// pieceMax, in order; false when the input cannot give one.
-template <typename Take> bool forEachPiece(WriterInput& input, size_t segment, size_t pieceMax, Take&& take)
+// Hands take(offset, bytes, size) a segment's bytes in pieces, in order:
+// the piece at offset at is at most pieceMax bytes and never crosses an
+// address that is a multiple of align (a power of 2; 1 for none). False when
+// the input cannot give one.
+template <typename Take>
+bool forEachPiece(WriterInput& input, size_t segment, size_t pieceMax, uint64_t align, Take&& take)
 {
+    const uint64_t start = input.segmentAddress(segment);
     const uint64_t size = input.segmentSize(segment);
     for (uint64_t at = 0; at < size;) {
-        const size_t piece = static_cast<size_t>(std::min<uint64_t>(pieceMax, size - at));
+        const uint64_t limit = std::max((start + at + pieceMax) & ~(align - 1), start + at + 1) - start;
+        const size_t piece = static_cast<size_t>(std::min<uint64_t>(limit, size) - at);
         const uint8_t* bytes = input.bytes(segment, at, piece);
         if (bytes == nullptr)
             return false;
@@ -324,15 +329,11 @@ bool writeIntelHex(WriterInput& input, const saveoptions_t& options, OutputBuffe
     uint32_t upper = 0; // the upper 16 bits the last address record gave
     for (size_t s = 0; s < input.segmentCount(); ++s) {
         const uint64_t start = input.segmentAddress(s);
-        const uint64_t end = start + input.segmentSize(s);
-        for (uint64_t address = start; address < end;) {
-            // A piece ends on a 64 KiB boundary, where a record ends anyway.
-            const uint64_t pieceEnd = std::min(end, (address + PIECE) & ~uint64_t{0xFFFF});
-            const uint8_t* bytes = input.bytes(s, address - start, static_cast<size_t>(pieceEnd - address));
-            if (bytes == nullptr)
-                return false;
-            const uint64_t pieceStart = address;
-            while (address < pieceEnd) {
+        // A piece ends on a 64 KiB boundary, where a record ends anyway.
+        const bool whole = forEachPiece(input, s, PIECE, 0x10000, [&](uint64_t at, const uint8_t* bytes, size_t piece) {
+            const uint64_t pieceStart = start + at;
+            const uint64_t pieceEnd = pieceStart + piece;
+            for (uint64_t address = pieceStart; address < pieceEnd;) {
                 const uint32_t high = static_cast<uint32_t>(address >> 16);
                 if (high != upper) {
                     // Segment addressing: a base of high * 0x1000 paragraphs.
@@ -349,7 +350,9 @@ bool writeIntelHex(WriterInput& input, const saveoptions_t& options, OutputBuffe
                                         bytes + (address - pieceStart), length, options.crlf));
                 address += length;
             }
-        }
+        });
+        if (!whole)
+            return false;
     }
     if (input.hasStartAddress()) {
         const MemoryImage::startaddress_t start = input.startAddress();
@@ -418,7 +421,7 @@ bool writeSrecords(WriterInput& input, const saveoptions_t& options, OutputBuffe
     uint64_t records = 0;
     for (size_t s = 0; s < input.segmentCount(); ++s) {
         const uint64_t address = input.segmentAddress(s);
-        const bool whole = forEachPiece(input, s, pieceMax, [&](uint64_t at, const uint8_t* bytes, size_t piece) {
+        const bool whole = forEachPiece(input, s, pieceMax, 1, [&](uint64_t at, const uint8_t* bytes, size_t piece) {
             for (size_t done = 0; done < piece;) {
                 const size_t length = std::min<size_t>(options.recordSize, piece - done);
                 out.commit(putSrecord(out.reserve(lineMax), dataType, addressSize,
@@ -456,7 +459,7 @@ bool writeBinary(WriterInput& input, const saveoptions_t& options, OutputBuffer&
             out.put(fill.data(), take);
             gap -= take;
         }
-        const bool whole = forEachPiece(input, s, PIECE, [&](uint64_t, const uint8_t* bytes, size_t piece) {
+        const bool whole = forEachPiece(input, s, PIECE, 1, [&](uint64_t, const uint8_t* bytes, size_t piece) {
             out.put(reinterpret_cast<const char*>(bytes), piece);
         });
         if (!whole)
