@@ -138,6 +138,17 @@ bool readDescriptor(int fd, std::vector<uint8_t>& bytes, size_t expected)
     return true;
 }
 
+// Reads a pipe or a device, whose size is known only at its end, whole into
+// bytes. It is read through the descriptor that looked at it: opening it
+// again would leave a moment without a reader, in which a pipe's writer
+// fails and what it wrote is lost. Empty when read, else the reason.
+std::string readUnsized(int fd, std::vector<uint8_t>& bytes)
+{
+    if (readDescriptor(fd, bytes, 0))
+        return std::string();
+    return std::string("cannot read the file: ") + std::strerror(errno);
+}
+
 // Sends save()'s output to a stream.
 class StreamSink : public intelhex_internal::ByteSink {
 public:
@@ -385,13 +396,11 @@ MemoryImage::readresult_t MemoryImage::readFile(const char* path, const readopti
         return failedRead(std::string("cannot open the file: ") + std::strerror(errno));
     struct stat status;
     if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-        // A pipe or a device: read once, into memory.
         std::vector<uint8_t> bytes;
-        const bool read = readDescriptor(fd, bytes, 0);
-        const int error = errno;
+        const std::string error = readUnsized(fd, bytes);
         ::close(fd);
-        if (!read)
-            return failedRead(std::string("cannot read the file: ") + std::strerror(error));
+        if (!error.empty())
+            return failedRead(error);
         return readMemory(bytes.data(), bytes.size(), options);
     }
     fileformat_t format = options.format;
@@ -556,14 +565,13 @@ MemoryImage::convertresult_t MemoryImage::convertBinaryFile(const char* input, u
         return convertFailure(true, std::string("cannot open the file: ") + std::strerror(errno));
     struct stat status;
     if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-        // A pipe or a device: its size is known only at its end.
+        std::vector<uint8_t> bytes;
+        const std::string error = readUnsized(fd, bytes);
         ::close(fd);
+        if (!error.empty())
+            return convertFailure(true, error);
         MemoryImage image;
-        readoptions_t binary;
-        binary.detect = false;
-        binary.format = fileformat_t::BINARY;
-        binary.address = address;
-        const readresult_t read = image.readFile(input, binary);
+        const readresult_t read = readBinaryBytes(image, std::move(bytes), address);
         if (!read)
             return convertFailure(true, read.reason);
         const result_t saved = image.saveFile(output, options);

@@ -103,10 +103,16 @@ FifoFile::FifoFile(const TempDir& dir, const std::string& name, const std::strin
     }
 }
 
+bool FifoFile::wroteAll()
+{
+    if (status_ == -1 && waitpid(writer_, &status_, 0) != writer_)
+        status_ = 1;
+    return WIFEXITED(status_) && WEXITSTATUS(status_) == 0;
+}
+
 FifoFile::~FifoFile()
 {
-    int status = 0;
-    waitpid(writer_, &status, 0);
+    wroteAll();
 }
 
 std::vector<std::string> listFiles(const std::string& path)

@@ -38,9 +38,14 @@ public:
 
     const std::string& path() const { return path_; }
 
+    // Waits for the child: true when it wrote the whole text, false when a
+    // write failed (the reader went away before taking it all).
+    bool wroteAll();
+
 private:
     std::string path_;
     int writer_;
+    int status_ = -1; // the child's wait status, once waited for
 };
 
 // The whole content of a file as bytes; empty when it cannot be read.
