@@ -326,6 +326,22 @@ TEST_F(FullFormat, MissingFile)
     EXPECT_EQ(image.getErrorReason(), "cannot open the file");
 }
 
+TEST_F(FullFormat, APathThatOpensButCannotBeReadFailsWithItsReason)
+{
+    for (bool oneBlock : {false, true}) {
+        IntelHexFile loaded;
+        bool ok = true;
+        const CapturedOutput out =
+            captureOutput([&] { EXPECT_NO_THROW(ok = loaded.loadFullFormat(dir.path().c_str(), oneBlock)); });
+        EXPECT_FALSE(ok);
+        EXPECT_EQ(out.out, "");
+        EXPECT_EQ(out.err, "#ERROR: cannot read the file: Is a directory.\n");
+        EXPECT_EQ(loaded.getErrorLine(), 0u);
+        EXPECT_EQ(loaded.getErrorReason(), "cannot read the file: Is a directory");
+        EXPECT_FALSE(loaded.hasData());
+    }
+}
+
 TEST_F(FullFormat, ReadsFromAPipe)
 {
     // Out of order, so that the reader cannot take it in one pass it could

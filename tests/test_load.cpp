@@ -321,6 +321,31 @@ TEST_F(Load, EmptyFileFails)
     EXPECT_FALSE(image.hasData());
 }
 
+// A path that opens but cannot be read (a directory; /proc/self/mem, whose
+// first page is not mapped, fails with EIO) gives no line: load() then
+// prints what it prints for an empty line and fails, in either mode, exactly
+// as the exact reader does, and throws nothing.
+TEST_F(Load, APathThatOpensButCannotBeReadFailsAsAnEmptyLine)
+{
+    for (const std::string& path : {dir.path(), std::string("/proc/self/mem")}) {
+        for (bool oneBlock : {false, true}) {
+            SCOPED_TRACE(path + (oneBlock ? ", one block" : ", blocks"));
+            IntelHexFile loaded, exact;
+            bool ok = true, exactOk = true;
+            const CapturedOutput got = captureOutput([&] { EXPECT_NO_THROW(ok = loaded.load(path.c_str(), oneBlock)); });
+            const CapturedOutput want =
+                captureOutput([&] { exactOk = IntelHexTestAccess::loadExact(exact, path, oneBlock); });
+            EXPECT_FALSE(ok);
+            EXPECT_FALSE(exactOk);
+            EXPECT_EQ(got.out, TOO_SHORT);
+            EXPECT_EQ(got.err, "#ERROR: corrupt line data in line \"\"\n");
+            EXPECT_EQ(got.out, want.out);
+            EXPECT_EQ(got.err, want.err);
+            EXPECT_FALSE(loaded.hasData());
+        }
+    }
+}
+
 TEST_F(Load, DataRunningPastAnEvenLengthLinePropagatesOutOfRange)
 {
     const std::string path = dir.write("short.hex", joinLines({":05003000023", EOF_RECORD}));

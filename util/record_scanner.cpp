@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ios>
+#include <system_error>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -60,7 +62,21 @@ StreamBufferText::StreamBufferText(std::streambuf& buffer)
 
 ssize_t StreamBufferText::read(char* buffer, size_t capacity)
 {
-    return static_cast<ssize_t>(buffer_.sgetn(buffer, static_cast<std::streamsize>(capacity)));
+    // A file stream's buffer throws when the system's read fails (a
+    // directory, an I/O error); the stream itself would take that as a read
+    // that yields nothing, so this reports it as a failed read rather than
+    // letting it leave the library.
+    try {
+        return static_cast<ssize_t>(buffer_.sgetn(buffer, static_cast<std::streamsize>(capacity)));
+    } catch (const std::ios_base::failure& e) {
+        const std::error_code code = e.code();
+        const bool fromSystem = code.category() == std::generic_category() || code.category() == std::system_category();
+        errno = fromSystem && code.value() != 0 ? code.value() : EIO;
+        return -1;
+    } catch (...) {
+        errno = EIO;
+        return -1;
+    }
 }
 
 uint64_t StreamBufferText::sizeLeft() const
