@@ -441,7 +441,7 @@ int runVerify(const Options& options, Inputs& inputs)
     const MemoryImage::verifyresult_t result =
         inputs.image.verifyFile(dump == "-" ? "/dev/stdin" : dump.c_str(), options.dumpAddress);
     if (!result.reason.empty()) {
-        std::cerr << PROGRAM << ": " << dump << ": " << result.reason << std::endl;
+        std::cerr << dump << ": " << result.reason << std::endl;
         return EXIT_TROUBLE;
     }
     if (options.json)

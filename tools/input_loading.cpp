@@ -54,48 +54,80 @@ fileformat_t formatOf(const InputSpec& input)
     return format;
 }
 
-// Sends what is written to std::cout to standard error while it lives:
-// the library's loaders print some diagnostics on standard output, which
-// the tool keeps for the command's own output.
-class StandardOutputToError {
+// While it lives, sends what is written to std::cout and std::cerr to
+// standard error and notes whether anything was: the exact reader prints its
+// diagnostics on both streams, and the tool keeps standard output for the
+// command's own output.
+class DiagnosticsToError : private std::streambuf {
 public:
-    StandardOutputToError() : saved_((std::cout.flush(), std::cout.rdbuf(std::cerr.rdbuf()))) {}
-    ~StandardOutputToError() { std::cout.rdbuf(saved_); }
-    StandardOutputToError(const StandardOutputToError&) = delete;
-    StandardOutputToError& operator=(const StandardOutputToError&) = delete;
+    DiagnosticsToError()
+        : error_((std::cout.flush(), std::cerr.rdbuf())), savedOut_(std::cout.rdbuf(this)),
+          savedErr_(std::cerr.rdbuf(this))
+    {
+    }
+    ~DiagnosticsToError()
+    {
+        std::cout.rdbuf(savedOut_);
+        std::cerr.rdbuf(savedErr_);
+    }
+    DiagnosticsToError(const DiagnosticsToError&) = delete;
+    DiagnosticsToError& operator=(const DiagnosticsToError&) = delete;
+
+    bool printed() const { return printed_; }
 
 private:
-    std::streambuf* saved_;
+    int_type overflow(int_type c) override
+    {
+        if (traits_type::eq_int_type(c, traits_type::eof()))
+            return traits_type::not_eof(c);
+        printed_ = true;
+        return error_->sputc(traits_type::to_char_type(c));
+    }
+    std::streamsize xsputn(const char* s, std::streamsize n) override
+    {
+        printed_ = printed_ || n > 0;
+        return error_->sputn(s, n);
+    }
+    int sync() override { return error_->pubsync(); }
+
+    std::streambuf* error_;
+    std::streambuf* savedOut_;
+    std::streambuf* savedErr_;
+    bool printed_ = false;
 };
 
-// Loads Intel HEX with the library's IntelHexFile readers: the whole
-// format, or with --strict load(). The library prints its own diagnostics,
-// all on standard error; this adds one line, "NAME:LINE: reason" (or "NAME:
-// reason" when no line is to blame).
-bool loadHex(const Options& options, const std::string& path, const std::string& name, IntelHexFile& image)
+// Loads Intel HEX with load(), the exact reader, for --strict: its own
+// diagnostics are the point, so they appear once, on standard error, and the
+// tool adds a line, "NAME:LINE: reason" (or "NAME: reason"), only when the
+// reader printed nothing.
+bool loadStrict(const Options& options, const std::string& path, const std::string& name, IntelHexFile& image)
 {
-    StandardOutputToError diagnosticsToError;
+    DiagnosticsToError diagnostics;
+    std::string reason;
     try {
-        const bool loaded = options.strict ? image.load(path.c_str(), options.oneBlock)
-                                           : image.loadFullFormat(path.c_str(), options.oneBlock);
-        if (loaded)
+        if (image.load(path.c_str(), options.oneBlock))
             return true;
     } catch (const std::out_of_range&) {
+        reason = "a record's data runs past the end of its line";
     } catch (const std::bad_alloc&) {
-        if (image.getErrorReason().empty())
-            std::cerr << name << ": out of memory" << std::endl;
+        reason = "out of memory";
     }
+    if (diagnostics.printed() && reason.empty())
+        return false;
+    if (!image.getErrorReason().empty())
+        reason = image.getErrorReason();
     std::cerr << name;
     if (image.getErrorLine() > 0)
         std::cerr << ":" << image.getErrorLine();
-    std::cerr << ": " << (image.getErrorReason().empty() ? "cannot load" : image.getErrorReason()) << std::endl;
+    std::cerr << ": " << (reason.empty() ? "cannot load" : reason) << std::endl;
     return false;
 }
 
 } // namespace
 
-// Loads options.file into image as blocks, whatever its format: Intel HEX
-// through loadHex(), the other formats through a MemoryImage.
+// Loads options.file into image as blocks, whatever its format: with
+// --strict through loadStrict(), else through a MemoryImage, as every other
+// command reads.
 bool loadImage(const Options& options, IntelHexFile& image)
 {
     InputSpec input;
@@ -110,9 +142,9 @@ bool loadImage(const Options& options, IntelHexFile& image)
         return false;
     }
     const fileformat_t format = formatOf(input);
-    if (format == fileformat_t::INTEL_HEX)
-        return loadHex(options, input.path, name, image);
     if (options.strict) {
+        if (format == fileformat_t::INTEL_HEX)
+            return loadStrict(options, input.path, name, image);
         std::cerr << name << ": --strict reads only Intel HEX, and this is " << formatName(format)
                   << std::endl;
         return false;

@@ -9,9 +9,9 @@
 #include "intelhex.h"
 #include "memory_image.h"
 
-// Loads options.file into image as blocks: Intel HEX through the library's
-// IntelHexFile readers (which print their own diagnostics), the other
-// formats through a MemoryImage. False after printing why.
+// Loads options.file into image as blocks: read as an image, as every
+// command reads, or with --strict through IntelHexFile::load() (which prints
+// its own diagnostics). False after printing why.
 bool loadImage(const Options& options, IntelHexFile& image);
 
 // Reads every input (convert's, or crc's one) and merges them by

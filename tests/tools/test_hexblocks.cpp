@@ -316,9 +316,7 @@ TEST_F(Hexblocks, BadChecksumInEveryCommand)
         const ProcessResult r = hexblocks({command, path, command == "bin" ? "-o" + dir.path() : "-1"});
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "") << command;
-        EXPECT_EQ(r.err, "#ERROR: checksum error.\n#ERROR: corrupt line data in line \":0300300002337A1F\"\n" +
-                             path + ":2: checksum error\n")
-            << command;
+        EXPECT_EQ(r.err, path + ":2: checksum error\n") << command;
     }
     EXPECT_EQ(listFiles(dir.path()), std::vector<std::string>({"bad.hex"}));
 }
@@ -331,9 +329,7 @@ TEST_F(Hexblocks, UnsupportedTypeInEveryCommand)
         const ProcessResult r = hexblocks({command, path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "") << command;
-        EXPECT_EQ(r.err, record + "\n#ERROR: unsupported record type found (10)\n" + path +
-                             ":2: unsupported record type 0A\n")
-            << command;
+        EXPECT_EQ(r.err, path + ":2: unsupported record type 0A\n") << command;
     }
 }
 
@@ -345,9 +341,7 @@ TEST_F(Hexblocks, StrictRejectsStartAddressesInEveryCommand)
         const ProcessResult r = hexblocks({command, "--strict", path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "") << command;
-        EXPECT_EQ(r.err, start + "\n#ERROR: unsupported record type found (5)\n" + path +
-                             ":2: unsupported record type 05\n")
-            << command;
+        EXPECT_EQ(r.err, start + "\n#ERROR: unsupported record type found (5)\n") << command;
     }
 }
 
@@ -406,14 +400,56 @@ TEST_F(Hexblocks, MissingFileInEveryCommand)
         const ProcessResult r = hexblocks({command, path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.err, "#ERROR: failed to open \"" + path + "\"\n" + path + ": cannot open the file\n");
+        EXPECT_EQ(r.err, path + ": cannot open the file: No such file or directory\n");
     }
     EXPECT_TRUE(listFiles(dir.path()).empty());
 }
 
-// The library prints the record parser's shape diagnostics on standard
-// output; the tool keeps standard output for its own output and sends them
-// to standard error, in the order printed.
+// An input that opens but cannot be read (a directory) fails every command
+// with one line, "FILE: reason", and the command's exit code for an input it
+// cannot read: 1, or 2 for verify and diff, whose 1 means "different". With
+// --strict the exact reader's diagnostics for a read that yields no line
+// appear once, and nothing else.
+TEST_F(Hexblocks, AnInputThatCannotBeReadFailsWithOneLineInEveryCommand)
+{
+    const std::string unreadable = dir.path() + "/folder";
+    ASSERT_EQ(mkdir(unreadable.c_str(), 0755), 0);
+    const std::string dump = dir.write("dump.bin", std::string(16, '\xFF'));
+    const std::string line = unreadable + ": cannot read the file: Is a directory\n";
+    const std::vector<std::pair<std::vector<std::string>, int>> runs = {
+        {{"info", unreadable}, 1},
+        {{"map", unreadable}, 1},
+        {{"bin", unreadable, "-o", dir.path()}, 1},
+        {{"dump", unreadable}, 1},
+        {{"convert", unreadable, "-o", dir.file("out.hex")}, 1},
+        {{"crc", unreadable}, 1},
+        {{"plan", unreadable, "--sectors", "4x1K"}, 1},
+        {{"verify", unreadable, dump, "--at", "0"}, 2},
+        {{"verify", SAMPLE_HEX, unreadable, "--at", "0"}, 2},
+        {{"diff", unreadable, SAMPLE_HEX}, 2},
+        {{"diff", SAMPLE_HEX, unreadable}, 2}};
+    for (const auto& run : runs) {
+        const ProcessResult r = hexblocks(run.first);
+        EXPECT_EQ(r.exitCode, run.second) << run.first[0];
+        EXPECT_EQ(r.out, "") << run.first[0];
+        EXPECT_EQ(r.err, line) << run.first[0];
+    }
+    for (const std::string& command : COMMANDS) {
+        std::vector<std::string> args = {command, "--strict", unreadable};
+        if (command == "bin")
+            args.insert(args.end(), {"-o", dir.path()});
+        const ProcessResult r = hexblocks(args);
+        EXPECT_EQ(r.exitCode, 1) << command;
+        EXPECT_EQ(r.out, "") << command;
+        EXPECT_EQ(r.err, SIGNATURE + ": hexline to short\n#ERROR: corrupt line data in line \"\"\n") << command;
+    }
+    EXPECT_EQ(listFiles(dir.path()), std::vector<std::string>({"dump.bin", "folder"}));
+}
+
+// With --strict the exact reader prints the record parser's shape
+// diagnostics on standard output; the tool keeps standard output for its
+// own output and sends them to standard error, in the order printed, and
+// adds no line that repeats them.
 TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnosticsOnStandardError)
 {
     const std::string path = dir.write("cut.hex", dataRecord(0, {1}) + "\n");
@@ -422,8 +458,7 @@ TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnosticsOnStandardError)
         const ProcessResult r = hexblocks(args);
         EXPECT_EQ(r.exitCode, 1);
         EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.err, SIGNATURE + ": hexline to short\n#ERROR: corrupt line data in line \"\"\n" + path +
-                             ":2: line too short or not starting with ':'\n");
+        EXPECT_EQ(r.err, SIGNATURE + ": hexline to short\n#ERROR: corrupt line data in line \"\"\n");
     }
 }
 
@@ -487,8 +522,7 @@ TEST_F(Hexblocks, FullFormatReadsSegmentAndStartRecords)
     const ProcessResult strict = hexblocks({"info", "--strict", path});
     EXPECT_EQ(strict.exitCode, 1);
     EXPECT_EQ(strict.out, "");
-    EXPECT_EQ(strict.err, hexRecord(0x02, 0, {0x10, 0x00}) + "\n#ERROR: unsupported record type found (2)\n" + path +
-                              ":1: unsupported record type 02\n");
+    EXPECT_EQ(strict.err, hexRecord(0x02, 0, {0x10, 0x00}) + "\n#ERROR: unsupported record type found (2)\n");
 
     const ProcessResult r = hexblocks({"info", "--full-format", path});
     EXPECT_EQ(r.exitCode, 0);
@@ -535,8 +569,7 @@ TEST_F(Hexblocks, FullFormatErrorNamesTheLine)
     const ProcessResult r = hexblocks({"info", "--full-format", path});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, "#ERROR: checksum error.\n#ERROR: corrupt line data in line \":0300300002337A1F\"\n" + path +
-                         ":4: checksum error\n");
+    EXPECT_EQ(r.err, path + ":4: checksum error\n");
 }
 
 TEST_F(Hexblocks, OneBlockFullFormatEqualsObjcopyAcrossLinearBases)

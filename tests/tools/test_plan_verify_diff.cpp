@@ -278,7 +278,7 @@ TEST_F(FlashCommands, VerifyTroubleExitsTwo)
     ProcessResult r = hexblocks({"verify", hex, dir.file("none.bin"), "--at", "0"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, "hexblocks: " + dir.file("none.bin") + ": cannot open the file: No such file or directory\n");
+    EXPECT_EQ(r.err, dir.file("none.bin") + ": cannot open the file: No such file or directory\n");
     r = hexblocks({"verify", dir.file("none.hex"), dump, "--at", "0"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.err, dir.file("none.hex") + ": cannot open the file: No such file or directory\n");
