@@ -27,7 +27,7 @@
 # figures measure the converters rather than the disk: hexblocks writes one
 # file per block, and creating hundreds of files on a busy disk costs more
 # than converting them. BASELINE may name an earlier hexblocks (0.1.x, whose
-# default reader was the strict one and -F the whole format) to measure in
+# default reader was the strict one and -F the full format) to measure in
 # the second comparison beside this one. BENCH_ONLY=1, 2, 3, 4 or 5 runs one
 # part.
 set -euo pipefail
@@ -36,13 +36,13 @@ cd "$(dirname "$0")/.."
 rounds=${1:-5}
 scripts/deps.sh cmake make g++ binutils srecord
 cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc 2>/dev/null || echo 2)" --target hexblocks benchtool >/dev/null
+cmake --build --preset default -j "$(nproc 2>/dev/null || echo 2)" --target hexblocks_tool benchtool >/dev/null
 baseline=${BASELINE:-}
 hexblocks=$PWD/build/default/tools/hexblocks
 benchtool=$PWD/build/default/bench/benchtool
 work=${BENCH_DIR:-$PWD/build/bench}
 if [ -z "${BENCH_OUT:-}" ]; then
-    if [ -d /dev/shm ] && [ -w /dev/shm ]; then BENCH_OUT=/dev/shm/intelhex-bench; else BENCH_OUT=$work/out; fi
+    if [ -d /dev/shm ] && [ -w /dev/shm ]; then BENCH_OUT=/dev/shm/hexblocks-bench; else BENCH_OUT=$work/out; fi
 fi
 mkdir -p "$work" "$BENCH_OUT"
 trap 'rm -rf "$BENCH_OUT"' EXIT

@@ -5,6 +5,7 @@
 #include "checksum.h"
 #include "flash_plan.h"
 #include "intelhex.h"
+#include "formats.h"
 #include "memory_image.h"
 #include "support/elf_builder.h"
 #include "support/hex_text.h"
@@ -17,6 +18,8 @@
 #include <fstream>
 #include <random>
 #include <string>
+
+using namespace hexblocks;
 
 namespace {
 
@@ -114,7 +117,7 @@ void BM_ReadHexFile(benchmark::State& state)
     const ImageFile& file = state.range(0) != 0 ? shuffled : ascending;
     for (auto _ : state) {
         MemoryImage image;
-        benchmark::DoNotOptimize(image.readHexFile(file.path.c_str()).ok);
+        benchmark::DoNotOptimize(readFile(image, file.path.c_str(), readAs(file_format_t::INTEL_HEX)).ok());
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.textBytes));
 }
@@ -133,7 +136,7 @@ void BM_ReadHexFile32MiB(benchmark::State& state)
     const ImageFile& file = file32MiB();
     for (auto _ : state) {
         MemoryImage image;
-        benchmark::DoNotOptimize(image.readHexFile(file.path.c_str()).ok);
+        benchmark::DoNotOptimize(readFile(image, file.path.c_str(), readAs(file_format_t::INTEL_HEX)).ok());
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * file.dataBytes));
 }
@@ -151,15 +154,15 @@ struct OtherFormats {
     OtherFormats()
     {
         MemoryImage image;
-        if (!image.readHexFile(file32MiB().path.c_str()))
+        if (!readFile(image, file32MiB().path.c_str(), readAs(file_format_t::INTEL_HEX)))
             std::abort();
-        MemoryImage::saveoptions_t options;
-        options.format = MemoryImage::fileformat_t::SRECORD;
+        write_options_t options;
+        options.format = file_format_t::SRECORD;
         srecordPath = dir.file("image.srec");
-        if (!image.saveFile(srecordPath.c_str(), options))
+        if (!writeFile(image, srecordPath.c_str(), options))
             std::abort();
         std::vector<ElfSegment> segments;
-        for (const MemoryImage::segment_t& s : image.segments())
+        for (const segment_t& s : image.segments())
             segments.push_back(ElfSegment{1, s.address, s.address, s.bytes});
         const std::string elf = ElfBuilder(false, false).build(0, segments);
         elfPath = dir.write("image.elf", elf);
@@ -183,7 +186,7 @@ void BM_Read32MiB(benchmark::State& state)
         switch (state.range(0)) {
         case 0: {
             MemoryImage image;
-            benchmark::DoNotOptimize(image.readHexFile(file.path.c_str()).ok);
+            benchmark::DoNotOptimize(readFile(image, file.path.c_str(), readAs(file_format_t::INTEL_HEX)).ok());
             break;
         }
         case 1: {
@@ -194,7 +197,7 @@ void BM_Read32MiB(benchmark::State& state)
         default: {
             MemoryImage image;
             const bool elf = state.range(0) == 3;
-            benchmark::DoNotOptimize(image.readFile(elf ? others->elfPath.c_str() : others->srecordPath.c_str()).ok);
+            benchmark::DoNotOptimize(readFile(image, elf ? others->elfPath.c_str() : others->srecordPath.c_str()).ok());
             bytes = elf ? others->elfBytes : others->srecordBytes;
             break;
         }
@@ -210,7 +213,7 @@ const MemoryImage& image32MiB()
 {
     static MemoryImage image;
     if (image.empty())
-        image.readHexFile(file32MiB().path.c_str());
+        readFile(image, file32MiB().path.c_str(), readAs(file_format_t::INTEL_HEX));
     return image;
 }
 
@@ -219,7 +222,7 @@ void BM_Checksum32MiB(benchmark::State& state)
     const MemoryImage& image = image32MiB();
     const Checksum::algorithm_t& algorithm = Checksum::algorithms()[static_cast<size_t>(state.range(0))];
     state.SetLabel(algorithm.name);
-    const MemoryImage::range_t range{image.lowestAddress(), image.lowestAddress() + image.span()};
+    const range_t range{image.lowestAddress(), image.lowestAddress() + image.span()};
     for (auto _ : state) {
         Checksum checksum(algorithm);
         checksum.updateImage(image, range, 0xFF);

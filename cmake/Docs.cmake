@@ -2,7 +2,7 @@
 # cmake --build --preset default --target docs  ->  build/default/docs/html
 find_package(Doxygen QUIET)
 if(DOXYGEN_FOUND AND PROJECT_IS_TOP_LEVEL)
-    set(DOXYGEN_PROJECT_NAME intelhex)
+    set(DOXYGEN_PROJECT_NAME hexblocks)
     set(DOXYGEN_PROJECT_BRIEF "${PROJECT_DESCRIPTION}")
     set(DOXYGEN_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/docs)
     set(DOXYGEN_GENERATE_LATEX NO)
@@ -13,10 +13,9 @@ if(DOXYGEN_FOUND AND PROJECT_IS_TOP_LEVEL)
     set(DOXYGEN_QUIET YES)
     set(DOXYGEN_JAVADOC_AUTOBRIEF YES)
     set(DOXYGEN_MACRO_EXPANSION YES)
-    set(DOXYGEN_PREDEFINED "INTELHEX_API=")
+    set(DOXYGEN_PREDEFINED "HEXBLOCKS_API=")
     set(DOXYGEN_FULL_PATH_NAMES NO)
-    doxygen_add_docs(docs ${PROJECT_SOURCE_DIR}/util/intelhex.h ${PROJECT_SOURCE_DIR}/util/memory_image.h
-        ${PROJECT_SOURCE_DIR}/util/checksum.h ${PROJECT_SOURCE_DIR}/util/flash_plan.h
-        ${PROJECT_SOURCE_DIR}/util/utility.h
+    list(TRANSFORM HEXBLOCKS_PUBLIC_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/ OUTPUT_VARIABLE documented)
+    doxygen_add_docs(docs ${documented}
         COMMENT "API documentation with Doxygen")
 endif()

@@ -22,6 +22,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm;-L;${ARM_SYSROOT})
 
-if(NOT DEFINED INTELHEX_GTEST_SOURCE_DIR AND EXISTS /usr/src/googletest/CMakeLists.txt)
-    set(INTELHEX_GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest sources to build for the target")
+if(NOT DEFINED HEXBLOCKS_GTEST_SOURCE_DIR AND EXISTS /usr/src/googletest/CMakeLists.txt)
+    set(HEXBLOCKS_GTEST_SOURCE_DIR /usr/src/googletest CACHE PATH "GoogleTest sources to build for the target")
 endif()

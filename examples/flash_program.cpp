@@ -9,8 +9,9 @@
 // an old firmware (0xA5 everywhere); erasing sets a sector to 0xFF, and
 // programming can only clear bits, as on real NOR flash. The read-back of
 // the whole flash goes to READBACK.bin, for `hexblocks verify`.
-#include "flash_plan.h"
-#include "memory_image.h"
+#include <hexblocks/flash_plan.h>
+#include <hexblocks/formats.h>
+#include <hexblocks/memory_image.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -22,7 +23,7 @@ namespace {
 // The simulated device.
 class NorFlash {
 public:
-    explicit NorFlash(const FlashPlan::geometry_t& geometry)
+    explicit NorFlash(const hexblocks::FlashPlan::geometry_t& geometry)
         : start_(geometry.start), erased_(geometry.erased),
           cells_(static_cast<size_t>(geometry.end() - geometry.start), 0xA5)
     {
@@ -55,24 +56,24 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: %s FIRMWARE SECTORS READBACK.bin [PAGE_SIZE]\n", argv[0]);
         return 2;
     }
-    MemoryImage image;
-    const MemoryImage::readresult_t read = image.readFile(argv[1]);
+    hexblocks::MemoryImage image;
+    const hexblocks::read_result_t read = hexblocks::readFile(image, argv[1]);
     if (!read) {
         std::fprintf(stderr, "%s:%zu: %s\n", argv[1], read.line, read.reason.c_str());
         return 1;
     }
-    FlashPlan::geometry_t geometry;
+    hexblocks::FlashPlan::geometry_t geometry;
     if (argc == 5)
         geometry.pageSize = static_cast<uint32_t>(std::strtoul(argv[4], nullptr, 0));
-    const FlashPlan::result_t parsed = FlashPlan::parseSectors(argv[2], geometry);
+    const hexblocks::result_t parsed = hexblocks::FlashPlan::parseSectors(argv[2], geometry);
     if (!parsed) {
         std::fprintf(stderr, "%s: %s\n", argv[2], parsed.reason.c_str());
         return 2;
     }
 
     // 1. Plan.
-    FlashPlan plan;
-    const FlashPlan::result_t made = plan.make(image, geometry);
+    hexblocks::FlashPlan plan;
+    const hexblocks::result_t made = plan.make(image, geometry);
     if (!made) {
         std::fprintf(stderr, "%s: %s\n", argv[1], made.reason.c_str());
         return 1;
@@ -80,19 +81,19 @@ int main(int argc, char** argv)
 
     // 2. Erase, then program page by page: one page in memory at a time.
     NorFlash flash(geometry);
-    for (const FlashPlan::sector_t& sector : plan.eraseList()) {
+    for (const hexblocks::FlashPlan::sector_t& sector : plan.eraseList()) {
         if (sector.partial)
             std::printf("sector 0x%08X is partial: its bytes without data are erased\n",
                         static_cast<unsigned>(sector.address));
         flash.eraseSector(sector.address, sector.size);
     }
-    FlashPlan::PageWalker pages(image, plan);
+    hexblocks::FlashPlan::PageWalker pages(image, plan);
     while (pages.next())
         flash.programPage(pages.address(), pages.data(), pages.size());
 
     // 3. Read back and verify.
     const std::vector<uint8_t>& cells = flash.readBack();
-    const MemoryImage::verifyresult_t verified = image.verify(cells.data(), cells.size(), geometry.start);
+    const hexblocks::verify_result_t verified = image.verify(cells.data(), cells.size(), geometry.start);
     std::printf("programmed %llu pages, %llu bytes compared, %llu mismatches: %s\n",
                 static_cast<unsigned long long>(plan.writePages()),
                 static_cast<unsigned long long>(verified.compared),

@@ -3,7 +3,7 @@
 //   hex2bin FILE.hex [OUTDIR]
 //
 // Each block goes to OUTDIR/block_<full 32-bit start address>.bin.
-#include "intelhex.h"
+#include <hexblocks/intelhex.h>
 
 #include <cstdio>
 #include <string>

@@ -1,6 +1,6 @@
 // Helpers shared by the fuzz targets.
-#ifndef INTELHEX_FUZZ_COMMON_H
-#define INTELHEX_FUZZ_COMMON_H
+#ifndef HEXBLOCKS_FUZZ_COMMON_H
+#define HEXBLOCKS_FUZZ_COMMON_H
 
 #include <cstdint>
 #include <cstdio>
@@ -59,7 +59,10 @@ private:
 
 // Checks what every image read must be: segments with bytes, ascending with
 // a gap between each two, within the 32-bit address space.
+#include "formats.h"
 #include "memory_image.h"
+
+using namespace hexblocks;
 
 inline void checkSegments(const MemoryImage& image)
 {
@@ -87,33 +90,33 @@ inline uint64_t linearStart(const MemoryImage& image)
 {
     if (!image.hasStartAddress())
         return 0;
-    const MemoryImage::startaddress_t start = image.startAddress();
+    const start_address_t start = image.startAddress();
     return start.type == 3 ? static_cast<uint64_t>(start.value >> 16) * 16 + (start.value & 0xFFFF) : start.value;
 }
 
 // An image read back from text that save() wrote must be the image saved:
 // the same segments, and the same start address (S-records hold only the
 // address it stands for) and header (S-records only).
-inline void checkReadBack(const MemoryImage& image, const MemoryImage::saveoptions_t& options)
+inline void checkReadBack(const MemoryImage& image, const write_options_t& options)
 {
     // A flat binary of two bytes far apart would be gigabytes; 64 KiB is
     // enough to see gaps filled.
-    if (options.format == MemoryImage::fileformat_t::BINARY && image.span() > 0x10000)
+    if (options.format == file_format_t::BINARY && image.span() > 0x10000)
         return;
     std::ostringstream out;
-    const MemoryImage::result_t saved = image.save(out, options);
-    FUZZ_CHECK(saved.ok == saved.reason.empty());
-    if (!saved.ok)
+    const result_t saved = writeStream(image, out, options);
+    FUZZ_CHECK(saved.ok() == saved.reason.empty());
+    if (!saved.ok())
         return;
     const std::string text = out.str();
-    MemoryImage::readoptions_t readOptions;
+    read_options_t readOptions;
     readOptions.detect = false;
     readOptions.format = options.format;
     readOptions.address = image.empty() ? 0 : image.lowestAddress();
     MemoryImage read;
-    const MemoryImage::readresult_t result = read.readMemory(text.data(), text.size(), readOptions);
-    FUZZ_CHECK(result.ok && result.warnings.empty());
-    if (options.format == MemoryImage::fileformat_t::BINARY) {
+    const read_result_t result = readMemory(read, text.data(), text.size(), readOptions);
+    FUZZ_CHECK(result.ok() && result.warnings.empty());
+    if (options.format == file_format_t::BINARY) {
         // The flat image from the lowest to the highest address.
         if (image.empty()) {
             FUZZ_CHECK(read.empty());
@@ -125,7 +128,7 @@ inline void checkReadBack(const MemoryImage& image, const MemoryImage::saveoptio
         return;
     }
     FUZZ_CHECK(sameSegments(read, image));
-    if (options.format == MemoryImage::fileformat_t::INTEL_HEX) {
+    if (options.format == file_format_t::INTEL_HEX) {
         FUZZ_CHECK(read.hasStartAddress() == image.hasStartAddress());
         FUZZ_CHECK(read.startAddress().type == image.startAddress().type);
         FUZZ_CHECK(read.startAddress().value == image.startAddress().value);
@@ -138,9 +141,9 @@ inline void checkReadBack(const MemoryImage& image, const MemoryImage::saveoptio
 // An image read from arbitrary bytes, written in each format and read back.
 inline void checkReadBackInEveryFormat(const MemoryImage& image)
 {
-    for (MemoryImage::fileformat_t format : {MemoryImage::fileformat_t::INTEL_HEX, MemoryImage::fileformat_t::SRECORD,
-                                             MemoryImage::fileformat_t::BINARY}) {
-        MemoryImage::saveoptions_t options;
+    for (file_format_t format : {file_format_t::INTEL_HEX, file_format_t::SRECORD,
+                                             file_format_t::BINARY}) {
+        write_options_t options;
         options.format = format;
         checkReadBack(image, options);
     }

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <vector>
 
-using namespace intelhex_internal;
+using namespace hexblocks::detail;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

@@ -5,6 +5,7 @@
 // an image range must equal those over the same bytes flattened.
 #include "checksum.h"
 #include "fuzz_common.h"
+#include "formats.h"
 #include "memory_image.h"
 
 #include <algorithm>
@@ -12,13 +13,15 @@
 #include <utility>
 #include <vector>
 
+using namespace hexblocks;
+
 namespace {
 
 // Every data byte with its address, in address order: flat, so that the
 // model costs little beside the code it checks.
 using byte_t = std::pair<uint32_t, uint8_t>;
 using bytemap_t = std::vector<byte_t>;
-using range_t = MemoryImage::range_t;
+using range_t = range_t;
 
 const uint64_t TOP = 0x100000000ull;
 const uint64_t MAX_DATA = 1 << 16; // keeps the model cheap
@@ -26,7 +29,7 @@ const uint64_t MAX_DATA = 1 << 16; // keeps the model cheap
 bytemap_t modelOf(const MemoryImage& image)
 {
     bytemap_t bytes;
-    for (const MemoryImage::segment_t& s : image.segments())
+    for (const segment_t& s : image.segments())
         for (size_t i = 0; i < s.bytes.size(); ++i)
             bytes.emplace_back(static_cast<uint32_t>(s.address + i), s.bytes[i]);
     return bytes;
@@ -67,7 +70,7 @@ template <typename Keep> bytemap_t kept(const bytemap_t& model, Keep keep)
 
 void checkWellFormed(const MemoryImage& image)
 {
-    const std::vector<MemoryImage::segment_t>& segments = image.segments();
+    const std::vector<segment_t>& segments = image.segments();
     for (size_t i = 0; i < segments.size(); ++i) {
         FUZZ_CHECK(!segments[i].bytes.empty());
         FUZZ_CHECK(segments[i].endAddress() <= TOP);
@@ -110,25 +113,25 @@ bool inside(uint32_t address, const range_t& r)
 MemoryImage readPart(const uint8_t* data, size_t size, uint32_t address)
 {
     MemoryImage image;
-    MemoryImage::readoptions_t options;
-    if (!image.readMemory(data, size, options)) {
+    read_options_t options;
+    if (!readMemory(image, data, size, options)) {
         options.detect = false;
-        options.format = MemoryImage::fileformat_t::BINARY;
+        options.format = file_format_t::BINARY;
         options.address = address;
-        image.readMemory(data, size, options);
+        readMemory(image, data, size, options);
     }
     return image;
 }
 
 void checkMerge(MemoryImage& merged, MemoryImage& later, Parameters& p)
 {
-    MemoryImage::mergeoptions_t options;
-    options.overlap = static_cast<MemoryImage::overlappolicy_t>(p.next(1) % 4);
-    options.start = static_cast<MemoryImage::startpolicy_t>(p.next(1) % 4);
+    merge_options_t options;
+    options.overlap = static_cast<overlap_policy_t>(p.next(1) % 4);
+    options.start = static_cast<start_policy_t>(p.next(1) % 4);
     bytemap_t model = modelOf(merged);
     const bytemap_t theirs = modelOf(later);
-    const bool error = options.overlap == MemoryImage::overlappolicy_t::ERROR;
-    const bool identical = options.overlap == MemoryImage::overlappolicy_t::IDENTICAL;
+    const bool error = options.overlap == overlap_policy_t::ERROR;
+    const bool identical = options.overlap == overlap_policy_t::IDENTICAL;
     bool clash = false;
     uint32_t clashAt = 0;
     for (const auto& b : theirs) {
@@ -140,19 +143,19 @@ void checkMerge(MemoryImage& merged, MemoryImage& later, Parameters& p)
         }
     }
     const bytemap_t before = model;
-    const MemoryImage::mergeresult_t result = merged.merge(std::move(later), options);
+    const merge_result_t result = merged.merge(std::move(later), options);
     checkWellFormed(merged);
     if (clash) {
-        FUZZ_CHECK(!result && result.clash == MemoryImage::mergeresult_t::clash_t::DATA && result.address == clashAt);
+        FUZZ_CHECK(!result && result.clash == merge_result_t::clash_t::DATA && result.address == clashAt);
         FUZZ_CHECK(modelOf(merged) == before);
         return;
     }
     if (!result) {
-        FUZZ_CHECK(result.clash == MemoryImage::mergeresult_t::clash_t::START_ADDRESS);
+        FUZZ_CHECK(result.clash == merge_result_t::clash_t::START_ADDRESS);
         FUZZ_CHECK(modelOf(merged) == before);
         return;
     }
-    model = joined(model, theirs, options.overlap == MemoryImage::overlappolicy_t::FIRST);
+    model = joined(model, theirs, options.overlap == overlap_policy_t::FIRST);
     FUZZ_CHECK(modelOf(merged) == model);
 }
 
@@ -166,10 +169,10 @@ void checkEdit(MemoryImage& image, Parameters& p)
         auto moves = [delta](int64_t a) { return a + delta >= 0 && a + delta < static_cast<int64_t>(TOP); };
         bool fits = model.empty() || (moves(model.begin()->first) && moves(model.rbegin()->first));
         if (image.hasStartAddress()) {
-            const MemoryImage::startaddress_t s = image.startAddress();
+            const start_address_t s = image.startAddress();
             fits = fits && moves(s.type == 5 ? s.value : (s.value >> 16) * 16 + (s.value & 0xFFFF));
         }
-        const MemoryImage::result_t r = image.offset(delta);
+        const result_t r = image.offset(delta);
         FUZZ_CHECK(static_cast<bool>(r) == fits);
         if (!fits)
             break; // unchanged, as checked below
@@ -206,7 +209,7 @@ void checkEdit(MemoryImage& image, Parameters& p)
         for (size_t i = 0; whole && i < model.size(); i += word)
             for (unsigned k = 0; k < word; ++k)
                 whole = whole && model[i + k].first == model[i].first + k && model[i].first % word == 0;
-        const MemoryImage::result_t r = image.swapBytes(word);
+        const result_t r = image.swapBytes(word);
         FUZZ_CHECK(static_cast<bool>(r) == whole);
         if (!whole)
             break;
@@ -227,9 +230,9 @@ void checkEdit(MemoryImage& image, Parameters& p)
         const uint32_t at = p.next(4);
         const uint64_t end = static_cast<uint64_t>(at) + overImage.size();
         const bool fits = end <= TOP && (end <= r.start || at >= r.end);
-        const MemoryImage::result_t inserted =
-            Checksum::insert(image, algorithm, r, fill, at, p.next(1) & 1 ? Checksum::byteorder_t::BIG
-                                                                          : Checksum::byteorder_t::LITTLE);
+        const result_t inserted =
+            Checksum::insert(image, algorithm, r, fill, at, p.next(1) & 1 ? Checksum::byte_order_t::BIG
+                                                                          : Checksum::byte_order_t::LITTLE);
         FUZZ_CHECK(static_cast<bool>(inserted) == fits);
         if (fits) {
             bytemap_t stored;

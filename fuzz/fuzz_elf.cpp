@@ -4,24 +4,29 @@
 // through the HEX, S-record and binary writers; format detection must
 // agree with it.
 #include "fuzz_common.h"
+
+#include <optional>
+#include "formats.h"
 #include "memory_image.h"
+
+using namespace hexblocks;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     MemoryImage image;
-    MemoryImage::readoptions_t options;
+    read_options_t options;
     options.detect = false;
-    options.format = MemoryImage::fileformat_t::ELF;
-    const MemoryImage::readresult_t result = image.readMemory(data, size, options);
-    FUZZ_CHECK(result.ok == result.reason.empty());
-    MemoryImage::fileformat_t detected;
-    if (MemoryImage::detectFormat(data, size, detected) && detected == MemoryImage::fileformat_t::ELF) {
+    options.format = file_format_t::ELF;
+    const read_result_t result = readMemory(image, data, size, options);
+    FUZZ_CHECK(result.ok() == result.reason.empty());
+    FUZZ_CHECK(result.ok() == (result.status == status_t::OK));
+    if (detectFormat(data, size) == std::optional<file_format_t>(file_format_t::ELF)) {
         MemoryImage byDetection;
-        const MemoryImage::readresult_t detectedResult = byDetection.readMemory(data, size);
-        FUZZ_CHECK(detectedResult.ok == result.ok && detectedResult.reason == result.reason);
+        const read_result_t detectedResult = readMemory(byDetection, data, size);
+        FUZZ_CHECK(detectedResult.status == result.status && detectedResult.reason == result.reason);
         FUZZ_CHECK(sameSegments(byDetection, image));
     }
-    if (!result.ok) {
+    if (!result.ok()) {
         FUZZ_CHECK(image.empty() && !image.hasStartAddress());
         return 0;
     }

@@ -3,17 +3,21 @@
 // by sorting: all three must give the same image and the same report. A read
 // image must be well formed, copy out the same bytes it holds, and come back
 // unchanged through IntelHexFile blocks.
+#include "image_blocks.h"
 #include "fuzz_common.h"
 #include "full_format_reader.h"
+#include "formats.h"
 #include "memory_image.h"
 
 #include <algorithm>
 #include <vector>
 
+using namespace hexblocks;
+
 namespace {
 
-using intelhex_internal::fullread_t;
-using intelhex_internal::placement_t;
+using hexblocks::detail::fullread_t;
+using hexblocks::detail::placement_t;
 
 bool sameImage(const MemoryImage& a, const MemoryImage& b)
 {
@@ -35,7 +39,7 @@ bool sameReport(const fullread_t& a, const fullread_t& b)
 
 void checkImage(const MemoryImage& image)
 {
-    const std::vector<MemoryImage::segment_t>& segments = image.segments();
+    const std::vector<segment_t>& segments = image.segments();
     uint64_t data = 0;
     for (size_t i = 0; i < segments.size(); ++i) {
         FUZZ_CHECK(!segments[i].bytes.empty());
@@ -52,9 +56,9 @@ void checkImage(const MemoryImage& image)
         FUZZ_CHECK(image.span() == segments.back().endAddress() - segments.front().address);
 
     IntelHexFile file;
-    FUZZ_CHECK(image.appendTo(file));
+    FUZZ_CHECK(appendToBlocks(image, file));
     FUZZ_CHECK(file.getBlockCount() == segments.size());
-    FUZZ_CHECK(sameImage(MemoryImage::fromBlocks(file), image));
+    FUZZ_CHECK(sameImage(imageFromBlocks(file), image));
 }
 
 } // namespace
@@ -63,15 +67,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     MemoryImage windows;
     MemoryImage sorted;
-    intelhex_internal::MemoryText first(data, size);
-    const fullread_t byWindows = intelhex_internal::readFullFormat(first, windows, placement_t::WINDOWS);
-    intelhex_internal::MemoryText second(data, size);
-    const fullread_t bySorting = intelhex_internal::readFullFormat(second, sorted, placement_t::SORTING);
+    hexblocks::detail::MemoryText first(data, size);
+    const fullread_t byWindows = hexblocks::detail::readFullFormat(first, windows, placement_t::WINDOWS);
+    hexblocks::detail::MemoryText second(data, size);
+    const fullread_t bySorting = hexblocks::detail::readFullFormat(second, sorted, placement_t::SORTING);
     FUZZ_CHECK(sameReport(byWindows, bySorting));
     FUZZ_CHECK(sameImage(windows, sorted));
     MemoryImage ascending;
-    intelhex_internal::MemoryText third(data, size);
-    const fullread_t byAscending = intelhex_internal::readFullFormat(third, ascending, placement_t::ASCENDING);
+    hexblocks::detail::MemoryText third(data, size);
+    const fullread_t byAscending = hexblocks::detail::readFullFormat(third, ascending, placement_t::ASCENDING);
     FUZZ_CHECK(sameReport(byAscending, byWindows));
     FUZZ_CHECK(sameImage(ascending, windows));
     if (byWindows.status == fullread_t::status_t::OK)
@@ -81,9 +85,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     // The public entry point reports the same.
     MemoryImage image;
-    const MemoryImage::readresult_t result = image.readHex(data, size);
-    FUZZ_CHECK(result.ok == (byWindows.status == fullread_t::status_t::OK));
+    const read_result_t result = readMemory(image, data, size, readAs(file_format_t::INTEL_HEX));
+    FUZZ_CHECK(result.ok() == (byWindows.status == fullread_t::status_t::OK));
     FUZZ_CHECK(result.line == byWindows.line);
-    FUZZ_CHECK(result.ok == result.reason.empty());
+    FUZZ_CHECK(result.ok() == result.reason.empty());
     return 0;
 }

@@ -7,6 +7,7 @@
 // and diffs it against a copy with a range removed and a byte changed.
 #include "flash_plan.h"
 #include "fuzz_common.h"
+#include "formats.h"
 #include "memory_image.h"
 
 #include <algorithm>
@@ -14,6 +15,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+using namespace hexblocks;
 
 namespace {
 
@@ -25,7 +28,7 @@ using byte_t = std::pair<uint32_t, uint8_t>;
 std::vector<byte_t> modelOf(const MemoryImage& image)
 {
     std::vector<byte_t> bytes;
-    for (const MemoryImage::segment_t& s : image.segments())
+    for (const segment_t& s : image.segments())
         for (size_t i = 0; i < s.bytes.size(); ++i)
             bytes.emplace_back(static_cast<uint32_t>(s.address + i), s.bytes[i]);
     return bytes;
@@ -43,13 +46,15 @@ std::pair<size_t, size_t> within(const std::vector<byte_t>& model, uint64_t star
 void checkPlan(const MemoryImage& image, const FlashPlan::geometry_t& geometry, bool keepBlank)
 {
     FlashPlan plan;
-    const FlashPlan::result_t made = plan.make(image, geometry, keepBlank);
+    const result_t made = plan.make(image, geometry, keepBlank);
     const std::vector<byte_t> model = modelOf(image);
     const bool outside = !model.empty() && (model.front().first < geometry.start || model.back().first >= geometry.end());
     FUZZ_CHECK(static_cast<bool>(made) == !outside);
     if (!made) {
-        FUZZ_CHECK(made.address < geometry.start || made.address >= geometry.end());
-        FUZZ_CHECK(std::binary_search(model.begin(), model.end(), byte_t{made.address, 0},
+        FUZZ_CHECK(made.status == status_t::OUT_OF_RANGE && made.address.has_value());
+        const uint32_t address = made.address.value_or(0);
+        FUZZ_CHECK(address < geometry.start || address >= geometry.end());
+        FUZZ_CHECK(std::binary_search(model.begin(), model.end(), byte_t{address, 0},
                                       [](const byte_t& x, const byte_t& y) { return x.first < y.first; }));
         FUZZ_CHECK(plan.eraseList().empty() && plan.writeList().empty());
         return;
@@ -117,30 +122,30 @@ void checkCompare(const MemoryImage& image, const uint8_t* data, size_t size)
     std::vector<uint8_t> dump = image.copyRange(from, static_cast<size_t>(image.span() + (low - from)), 0xFF);
     for (size_t i = 1; i + 1 < size && i < 16; i += 2)
         dump[data[i] * 257u % dump.size()] ^= data[i + 1];
-    const MemoryImage::verifyresult_t verified = image.verify(dump.data(), dump.size(), from, 1000);
+    const verify_result_t verified = image.verify(dump.data(), dump.size(), from, 1000);
     FUZZ_CHECK(verified.compared == image.dataSize() && verified.notCovered == 0);
     FUZZ_CHECK(verified.mismatches == verified.first.size());
-    FUZZ_CHECK(verified.ok == (verified.mismatches == 0));
-    for (const MemoryImage::mismatch_t& m : verified.first)
+    FUZZ_CHECK(verified.ok() == (verified.mismatches == 0));
+    for (const mismatch_t& m : verified.first)
         FUZZ_CHECK(m.expected == image.copyRange(m.address, 1)[0] && m.found == dump[m.address - from]);
 
     // A copy with a range removed and the first byte changed.
     FUZZ_CHECK(image.diff(image).equal());
     MemoryImage other = image;
     const uint32_t cut = low + (size > 1 ? data[1] : 0) % static_cast<uint32_t>(image.span());
-    other.exclude(MemoryImage::range_t{cut, std::min<uint64_t>(0x100000000ull, static_cast<uint64_t>(cut) + (size > 2 ? data[2] : 1))});
+    other.exclude(range_t{cut, std::min<uint64_t>(0x100000000ull, static_cast<uint64_t>(cut) + (size > 2 ? data[2] : 1))});
     const uint64_t removed = image.dataSize() - other.dataSize();
     const uint8_t first = static_cast<uint8_t>(image.copyRange(low, 1)[0] ^ 0x5A);
     const bool firstKept = other.hasDataAt(low);
     if (firstKept)
         other.write(low, &first, 1);
-    const MemoryImage::diffresult_t diff = image.diff(other);
+    const diff_result_t diff = image.diff(other);
     uint64_t onlyImage = 0, differ = 0;
     uint64_t previousEnd = 0;
-    for (const MemoryImage::difference_t& d : diff.ranges) {
+    for (const difference_t& d : diff.ranges) {
         FUZZ_CHECK(d.start >= previousEnd && d.end > d.start);
-        FUZZ_CHECK(d.kind != MemoryImage::difference_t::kind_t::ONLY_OTHER);
-        if (d.kind == MemoryImage::difference_t::kind_t::ONLY_IMAGE) {
+        FUZZ_CHECK(d.kind != difference_t::kind_t::ONLY_OTHER);
+        if (d.kind == difference_t::kind_t::ONLY_IMAGE) {
             FUZZ_CHECK(d.bytes == d.end - d.start);
             onlyImage += d.bytes;
         } else {
@@ -173,17 +178,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const size_t restSize = size - static_cast<size_t>(rest - data);
 
     MemoryImage image;
-    MemoryImage::readoptions_t options;
-    if (!image.readMemory(rest, restSize, options)) {
+    read_options_t options;
+    if (!readMemory(image, rest, restSize, options)) {
         options.detect = false;
-        options.format = MemoryImage::fileformat_t::BINARY;
+        options.format = file_format_t::BINARY;
         options.address = 0x08000000;
-        image.readMemory(rest, restSize, options);
+        readMemory(image, rest, restSize, options);
     }
     if (image.dataSize() > MAX_DATA)
         return 0;
 
-    const FlashPlan::result_t parsed = FlashPlan::parseSectors(text, geometry);
+    const result_t parsed = FlashPlan::parseSectors(text, geometry);
     if (parsed) {
         FUZZ_CHECK(FlashPlan::checkGeometry(geometry));
         checkPlan(image, geometry, keepBlank);

@@ -6,12 +6,15 @@
 // reasons the writers give (segment addressing past 1 MiB, an address size
 // too small); it must then say why.
 #include "fuzz_common.h"
+#include "formats.h"
 #include "memory_image.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <string>
 #include <vector>
+
+using namespace hexblocks;
 
 namespace {
 
@@ -49,10 +52,10 @@ MemoryImage imageFrom(FuzzedDataProvider& input)
     }
     switch (input.ConsumeIntegralInRange<int>(0, 2)) {
     case 1:
-        FUZZ_CHECK(image.setStartAddress(MemoryImage::startaddress_t{5, input.ConsumeIntegral<uint32_t>()}));
+        FUZZ_CHECK(image.setStartAddress(start_address_t{5, input.ConsumeIntegral<uint32_t>()}));
         break;
     case 2:
-        FUZZ_CHECK(image.setStartAddress(MemoryImage::startaddress_t{3, input.ConsumeIntegral<uint32_t>()}));
+        FUZZ_CHECK(image.setStartAddress(start_address_t{3, input.ConsumeIntegral<uint32_t>()}));
         break;
     default:
         break;
@@ -68,19 +71,19 @@ MemoryImage imageFrom(FuzzedDataProvider& input)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     FuzzedDataProvider input(data, size);
-    MemoryImage::saveoptions_t hex;
+    write_options_t hex;
     hex.recordSize = input.ConsumeIntegralInRange<unsigned>(1, 255);
-    hex.addressing = input.ConsumeBool() ? MemoryImage::addressing_t::SEGMENT : MemoryImage::addressing_t::LINEAR;
+    hex.addressing = input.ConsumeBool() ? addressing_t::SEGMENT : addressing_t::LINEAR;
     hex.crlf = input.ConsumeBool();
-    MemoryImage::saveoptions_t srec;
-    srec.format = MemoryImage::fileformat_t::SRECORD;
+    write_options_t srec;
+    srec.format = file_format_t::SRECORD;
     srec.addressSize = input.ConsumeIntegralInRange<unsigned>(0, 4);
     if (srec.addressSize == 1)
         srec.addressSize = 0;
     srec.recordSize = input.ConsumeIntegralInRange<unsigned>(1, 250);
     srec.crlf = input.ConsumeBool();
-    MemoryImage::saveoptions_t binary;
-    binary.format = MemoryImage::fileformat_t::BINARY;
+    write_options_t binary;
+    binary.format = file_format_t::BINARY;
     binary.fill = input.ConsumeIntegral<uint8_t>();
 
     const MemoryImage image = imageFrom(input);

@@ -5,15 +5,18 @@
 // must be well formed and come back the same through the HEX, S-record and
 // binary writers.
 #include "fuzz_common.h"
+#include "formats.h"
 #include "memory_image.h"
 #include "srecord_reader.h"
 
 #include <string>
 
+using namespace hexblocks;
+
 namespace {
 
-using intelhex_internal::fullread_t;
-using intelhex_internal::placement_t;
+using hexblocks::detail::fullread_t;
+using hexblocks::detail::placement_t;
 
 bool sameReport(const fullread_t& a, const fullread_t& b)
 {
@@ -24,8 +27,8 @@ bool sameReport(const fullread_t& a, const fullread_t& b)
 
 fullread_t readWith(const uint8_t* data, size_t size, placement_t placement, MemoryImage& image)
 {
-    intelhex_internal::MemoryText source(data, size);
-    return intelhex_internal::readSrecords(source, image, placement);
+    hexblocks::detail::MemoryText source(data, size);
+    return hexblocks::detail::readSrecords(source, image, placement);
 }
 
 } // namespace
@@ -33,15 +36,15 @@ fullread_t readWith(const uint8_t* data, size_t size, placement_t placement, Mem
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     MemoryImage image, sorted;
-    MemoryImage::readoptions_t options;
+    read_options_t options;
     options.detect = false;
-    options.format = MemoryImage::fileformat_t::SRECORD;
-    const MemoryImage::readresult_t result = image.readMemory(data, size, options);
+    options.format = file_format_t::SRECORD;
+    const read_result_t result = readMemory(image, data, size, options);
     const fullread_t bySorting = readWith(data, size, placement_t::SORTING, sorted);
-    FUZZ_CHECK(result.ok == (bySorting.status == fullread_t::status_t::OK));
-    FUZZ_CHECK(result.ok == result.reason.empty());
+    FUZZ_CHECK(result.ok() == (bySorting.status == fullread_t::status_t::OK));
+    FUZZ_CHECK(result.ok() == result.reason.empty());
     FUZZ_CHECK(result.line == bySorting.line);
-    if (!result.ok) {
+    if (!result.ok()) {
         FUZZ_CHECK(image.empty() && !image.hasStartAddress());
         return 0;
     }

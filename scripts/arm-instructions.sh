@@ -13,7 +13,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 file=$(realpath "$1")
 tool=build/arm/tools/hexblocks
-[ -x "$tool" ] || cmake --build --preset arm --target hexblocks >/dev/null
+[ -x "$tool" ] || cmake --build --preset arm --target hexblocks_tool >/dev/null
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 printf ':00000001FF\n' >"$work/empty.hex"
@@ -49,9 +49,9 @@ echo "qemu-arm $(qemu-arm --version | head -1 | awk '{print $3}'), $(basename "$
 for decoder in neon scalar; do
     for flags in "" "--strict"; do
         # shellcheck disable=SC2086
-        empty=$(INTELHEX_HEX_DECODER=$decoder count info $flags "$work/empty.hex")
+        empty=$(HEXBLOCKS_HEX_DECODER=$decoder count info $flags "$work/empty.hex")
         # shellcheck disable=SC2086
-        whole=$(INTELHEX_HEX_DECODER=$decoder count info $flags "$file")
+        whole=$(HEXBLOCKS_HEX_DECODER=$decoder count info $flags "$file")
         awk -v d="$decoder" -v f="info${flags:+ $flags}" -v w="$whole" -v e="$empty" -v b="$bytes" \
             'BEGIN { printf "%-7s %-14s %12d instructions, %6.2f a byte; start-up %d, %6.2f a byte without it\n", d, f, w, w / b, e, (w - e) / b }'
     done

@@ -8,10 +8,10 @@ scripts/deps.sh cmake make g++-arm-linux-gnueabihf qemu-user googletest binutils
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake --preset arm >/dev/null
 cmake --build --preset arm -j "$jobs"
-file build/arm/tools/hexblocks build/arm/libintelhex.a | sed 's/, BuildID[^,]*//'
+file build/arm/tools/hexblocks build/arm/libhexblocks.a | sed 's/, BuildID[^,]*//'
 ctest --preset arm -j "$jobs"
 (cd build/arm && cpack >/dev/null)
-deb=$(ls build/arm/intelhex_*_armhf.deb)
+deb=$(ls build/arm/hexblocks_*_armhf.deb)
 dpkg-deb --info "$deb" | sed -n 's/^ \(Package\|Version\|Architecture\|Depends\):/   &/p'
 mkdir -p build/packages && cp "$deb" build/packages/
 echo "ok: $(basename "$deb") in build/packages"

@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 
 scripts/deps.sh cmake make g++ pkgconf dpkg-dev binutils file
-work=$(mktemp -d /tmp/intelhex-install-XXXXXX)
+work=$(mktemp -d /tmp/hexblocks-install-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 jobs=$(nproc 2>/dev/null || echo 2)
 expected=$'block 0: 0x08000000, 4096 bytes\nblock 1: 0x08004000, 12288 bytes\nblock 2: 0x0801FC00, 64 bytes\nimage: 3 segments, 16448 bytes in 130112\ncrc32: 0x76FD8B13'
@@ -32,8 +32,8 @@ for kind in static shared; do
     [ $kind = shared ] && shared=ON
     prefix=$work/prefix-$kind
     cmake -S . -B "$work/build-$kind" -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=$shared \
-        -DINTELHEX_BUILD_TESTS=OFF -DINTELHEX_BUILD_BENCHMARKS=OFF -DINTELHEX_BUILD_EXAMPLES=OFF \
-        -DINTELHEX_WERROR=ON -DCMAKE_INSTALL_PREFIX="$prefix" >/dev/null
+        -DHEXBLOCKS_BUILD_TESTS=OFF -DHEXBLOCKS_BUILD_BENCHMARKS=OFF -DHEXBLOCKS_BUILD_EXAMPLES=OFF \
+        -DHEXBLOCKS_WERROR=ON -DCMAKE_INSTALL_PREFIX="$prefix" >/dev/null
     cmake --build "$work/build-$kind" -j "$jobs" >/dev/null
     cmake --install "$work/build-$kind" >/dev/null
     echo "== $kind library installed in $prefix"
@@ -45,12 +45,14 @@ for kind in static shared; do
     echo "ok: manual page and bash completion installed"
 
     if [ $kind = shared ]; then
-        so=$(readlink -f "$prefix/lib/libintelhex.so")
+        so=$(readlink -f "$prefix/lib/libhexblocks.so")
         soname=$(objdump -p "$so" | awk '/SONAME/ {print $2}')
-        [ "$soname" = libintelhex.so.0.5 ] || { echo "unexpected SONAME $soname" >&2; exit 1; }
-        # Every exported symbol belongs to the public classes.
-        leaked=$(nm -D --defined-only -C "$so" | awk '{ $1=""; $2=""; print substr($0, 3) }' |
-            grep -v -E '^(IntelHexFile|IntelHexFileBlock|MemoryImage|Checksum|FlashPlan)::|^operator<\(IntelHexFile::hexfileline_t' || true)
+        [ "$soname" = libhexblocks.so.0.6 ] || { echo "unexpected SONAME $soname" >&2; exit 1; }
+        # Every exported symbol belongs to namespace hexblocks, but not to its
+        # internals, or to the IntelHexFile classes.
+        symbols=$(nm -D --defined-only -C "$so" | awk '{ $1=""; $2=""; print substr($0, 3) }')
+        leaked=$( (grep -v -E '^(hexblocks|IntelHexFile|IntelHexFileBlock)::|^operator<\(IntelHexFile::hexfileline_t' \
+            <<<"$symbols"; grep -E '^hexblocks::detail::' <<<"$symbols") || true)
         if [ -n "$leaked" ]; then
             echo "symbols exported beyond the public API:"$'\n'"$leaked" >&2
             exit 1
@@ -58,22 +60,22 @@ for kind in static shared; do
         echo "ok: SONAME $soname, only the public API exported ($(nm -D --defined-only "$so" | wc -l) symbols)"
     fi
 
-    cmake -S examples/consumer -B "$work/consumer-package-$kind" -DINTELHEX_CONSUMER_MODE=package \
+    cmake -S examples/consumer -B "$work/consumer-package-$kind" -DHEXBLOCKS_CONSUMER_MODE=package \
         -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
     cmake --build "$work/consumer-package-$kind" >/dev/null
     run_consumer "find_package ($kind)" "$work/consumer-package-$kind"
 
     PKG_CONFIG_PATH="$prefix/lib/pkgconfig" cmake -S examples/consumer -B "$work/consumer-pc-$kind" \
-        -DINTELHEX_CONSUMER_MODE=pkgconfig >/dev/null
+        -DHEXBLOCKS_CONSUMER_MODE=pkgconfig >/dev/null
     cmake --build "$work/consumer-pc-$kind" >/dev/null
     run_consumer "pkg-config ($kind)" "$work/consumer-pc-$kind" LD_LIBRARY_PATH="$prefix/lib"
 
-    cmake -S examples/consumer -B "$work/consumer-sub-$kind" -DINTELHEX_CONSUMER_MODE=subproject \
-        -DINTELHEX_SOURCE_DIR="$root" -DBUILD_SHARED_LIBS=$shared >/dev/null
+    cmake -S examples/consumer -B "$work/consumer-sub-$kind" -DHEXBLOCKS_CONSUMER_MODE=subproject \
+        -DHEXBLOCKS_SOURCE_DIR="$root" -DBUILD_SHARED_LIBS=$shared >/dev/null
     cmake --build "$work/consumer-sub-$kind" >/dev/null
     run_consumer "add_subdirectory ($kind)" "$work/consumer-sub-$kind"
     # Only the library is built for a parent project: no tests or tools.
-    if [ -e "$work/consumer-sub-$kind/intelhex/tools" ] || [ -e "$work/consumer-sub-$kind/intelhex/tests" ]; then
+    if [ -e "$work/consumer-sub-$kind/hexblocks/tools" ] || [ -e "$work/consumer-sub-$kind/hexblocks/tests" ]; then
         echo "the subproject built its tests or tools" >&2
         exit 1
     fi
@@ -81,7 +83,7 @@ done
 
 echo "== Debian package"
 (cd "$work/build-static" && cpack >/dev/null)
-deb=$(ls "$work"/build-static/intelhex_*.deb)
+deb=$(ls "$work"/build-static/hexblocks_*.deb)
 dpkg-deb --info "$deb" | sed -n 's/^ \(Package\|Version\|Architecture\|Depends\):/   &/p'
 dpkg-deb --contents "$deb" | awk '{print "   " $6}'
 dpkg-deb -x "$deb" "$work/deb-root"
@@ -89,10 +91,10 @@ for file in usr/share/man/man1/hexblocks.1 usr/share/bash-completion/completions
     [ -s "$work/deb-root/$file" ] || { echo "the .deb has no $file" >&2; exit 1; }
 done
 echo "ok: the .deb has the manual page and the bash completion"
-cmake -S examples/consumer -B "$work/consumer-deb" -DINTELHEX_CONSUMER_MODE=package \
+cmake -S examples/consumer -B "$work/consumer-deb" -DHEXBLOCKS_CONSUMER_MODE=package \
     -DCMAKE_PREFIX_PATH="$work/deb-root/usr" >/dev/null
 cmake --build "$work/consumer-deb" >/dev/null
 run_consumer "the .deb's files" "$work/consumer-deb"
-mkdir -p "${INTELHEX_DEB_DIR:-build/packages}"
-cp "$deb" "${INTELHEX_DEB_DIR:-build/packages}/"
-echo "ok: $(basename "$deb") in ${INTELHEX_DEB_DIR:-build/packages}"
+mkdir -p "${HEXBLOCKS_DEB_DIR:-build/packages}"
+cp "$deb" "${HEXBLOCKS_DEB_DIR:-build/packages}/"
+echo "ok: $(basename "$deb") in ${HEXBLOCKS_DEB_DIR:-build/packages}"

@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 
 scripts/deps.sh cmake make g++
 cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc 2>/dev/null || echo 2)" --target hexblocks >/dev/null
+cmake --build --preset default -j "$(nproc 2>/dev/null || echo 2)" --target hexblocks_tool >/dev/null
 hexfile=${1:-examples/sample.hex}
 set -x
 build/default/tools/hexblocks info "$hexfile"

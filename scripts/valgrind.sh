@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 preset=${1:-ci}
 scripts/deps.sh valgrind
 status=0
-for test in build/"$preset"/tests/intelhex_tests build/"$preset"/tests/hexblocks_tests; do
+for test in build/"$preset"/tests/library_tests build/"$preset"/tests/hexblocks_tests; do
     echo "== valgrind $test"
     valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-kinds=definite,indirect \
         --errors-for-leak-kinds=definite,indirect --trace-children=yes \

@@ -9,6 +9,8 @@
 
 #include <getopt.h>
 
+namespace hexblocks::cli {
+
 int usageError(const std::string& message, const char* usage)
 {
     std::cerr << PROGRAM << ": " << message << "\n"
@@ -73,7 +75,7 @@ struct CrcChoice {
     bool custom = false;
     bool hasWidth = false;
     bool hasPoly = false;
-    Checksum::crcmodel_t model{32, 0, 0, false, false, 0};
+    Checksum::crc_model_t model{32, 0, 0, false, false, 0};
 };
 
 // The value text names in names; false when it names none.
@@ -91,14 +93,14 @@ bool valueByName(const std::string& text, std::initializer_list<std::pair<const 
 
 // START:END, END exclusive: START up to 0xFFFFFFFF, END above START and up
 // to 0x100000000.
-bool parseRange(const std::string& text, MemoryImage::range_t& range)
+bool parseRange(const std::string& text, range_t& range)
 {
     const std::string::size_type colon = text.find(':');
     uint64_t start = 0, end = 0;
     if (colon == std::string::npos || !parseNumber(text.substr(0, colon), 0, 0xFFFFFFFF, start) ||
         !parseNumber(text.substr(colon + 1), 1, 0x100000000ull, end) || end <= start)
         return false;
-    range = MemoryImage::range_t{static_cast<uint32_t>(start), end};
+    range = range_t{static_cast<uint32_t>(start), end};
     return true;
 }
 
@@ -122,7 +124,7 @@ int parseEdit(option_t option, const std::string& text, bool followsCrop, const 
               Options& options)
 {
     Edit edit;
-    MemoryImage::range_t range{0, 0};
+    range_t range{0, 0};
     switch (option) {
     case option_t::OFFSET:
         edit.kind = Edit::kind_t::OFFSET;
@@ -248,7 +250,7 @@ int applyOption(option_t option, const char* value, const CommandEntry& command,
     case option_t::INSERT_CRC:
         return parseEdit(option, text, state.previous == option_t::CROP, command, options);
     case option_t::OUTPUT_FORMAT:
-        if (!formatByName(text, options.outputFormat) || options.outputFormat == fileformat_t::ELF)
+        if (!formatByName(text, options.outputFormat) || options.outputFormat == file_format_t::ELF)
             return usageError("invalid output format '" + text + "' (ihex, srec or bin)", command.usage);
         options.hasOutputFormat = true;
         break;
@@ -263,7 +265,7 @@ int applyOption(option_t option, const char* value, const CommandEntry& command,
         options.save.recordSize = static_cast<unsigned>(number);
         break;
     case option_t::ADDRESSING:
-        if (!valueByName(text, {{"linear", MemoryImage::addressing_t::LINEAR}, {"segment", MemoryImage::addressing_t::SEGMENT}},
+        if (!valueByName(text, {{"linear", addressing_t::LINEAR}, {"segment", addressing_t::SEGMENT}},
                          options.save.addressing))
             return usageError("invalid addressing '" + text + "' (linear or segment)", command.usage);
         break;
@@ -278,7 +280,7 @@ int applyOption(option_t option, const char* value, const CommandEntry& command,
         options.save.fill = static_cast<uint8_t>(number);
         break;
     case option_t::OVERLAP: {
-        using policy_t = MemoryImage::overlappolicy_t;
+        using policy_t = overlap_policy_t;
         if (!valueByName(text, {{"error", policy_t::ERROR}, {"first", policy_t::FIRST}, {"last", policy_t::LAST},
                                 {"identical", policy_t::IDENTICAL}},
                          options.merge.overlap))
@@ -286,7 +288,7 @@ int applyOption(option_t option, const char* value, const CommandEntry& command,
         break;
     }
     case option_t::START_ADDRESS: {
-        using policy_t = MemoryImage::startpolicy_t;
+        using policy_t = start_policy_t;
         if (!valueByName(text, {{"error", policy_t::ERROR}, {"first", policy_t::FIRST}, {"last", policy_t::LAST},
                                 {"drop", policy_t::DROP}},
                          options.merge.start))
@@ -300,7 +302,7 @@ int applyOption(option_t option, const char* value, const CommandEntry& command,
         state.crc.named = true;
         break;
     case option_t::CRC_ENDIAN:
-        if (!valueByName(text, {{"little", Checksum::byteorder_t::LITTLE}, {"big", Checksum::byteorder_t::BIG}},
+        if (!valueByName(text, {{"little", Checksum::byte_order_t::LITTLE}, {"big", Checksum::byte_order_t::BIG}},
                          options.crcOrder))
             return usageError("invalid byte order '" + text + "' for --crc-endian (little or big)", command.usage);
         break;
@@ -380,7 +382,7 @@ int checkOperands(const CommandEntry& command, const std::vector<std::string>& o
     if (name == "plan") {
         if (state.sectors.empty())
             return usageError("missing --sectors", command.usage);
-        const FlashPlan::result_t parsed = FlashPlan::parseSectors(state.sectors, options.geometry);
+        const result_t parsed = FlashPlan::parseSectors(state.sectors, options.geometry);
         if (!parsed)
             return usageError("invalid --sectors '" + state.sectors + "': " + parsed.reason, command.usage);
     }
@@ -434,3 +436,4 @@ int parseCommandLine(const CommandEntry& command, int argc, char** argv, Options
     return checkOperands(command, std::vector<std::string>(argv + optind, argv + argc), state, options);
 }
 
+} // namespace hexblocks::cli

@@ -5,17 +5,19 @@
 #ifndef HEXBLOCKS_COMMAND_LINE_H
 #define HEXBLOCKS_COMMAND_LINE_H
 
-#include "checksum.h"
+#include <hexblocks/checksum.h>
 #include "command_table.h"
-#include "flash_plan.h"
+#include <hexblocks/flash_plan.h>
 #include "image_files.h"
-#include "intelhex.h"
-#include "memory_image.h"
+#include <hexblocks/intelhex.h>
+#include <hexblocks/memory_image.h>
 
 #include <cstddef>
 #include <iosfwd>
 #include <string>
 #include <vector>
+
+namespace hexblocks::cli {
 
 
 // Exit codes.
@@ -32,7 +34,7 @@ struct Edit {
     enum class kind_t { OFFSET, CROP, EXCLUDE, FILL_RANGE, SWAP, INSERT_CRC };
     kind_t kind = kind_t::OFFSET;
     std::string option;                       // as written, for messages: "--swap 4"
-    std::vector<MemoryImage::range_t> ranges; // CROP: their union; EXCLUDE, FILL_RANGE, INSERT_CRC: one
+    std::vector<range_t> ranges; // CROP: their union; EXCLUDE, FILL_RANGE, INSERT_CRC: one
     int64_t delta = 0;                        // OFFSET
     unsigned wordSize = 0;                    // SWAP
     uint32_t address = 0;                     // INSERT_CRC: where the value goes
@@ -44,20 +46,20 @@ struct Options {
     std::vector<std::string> inputs; // every operand: convert's inputs; verify: FILE and DUMP; diff: A and B
     std::string output;              // convert: the file; bin: the directory or file
     bool hasOutputFormat = false;
-    fileformat_t outputFormat = fileformat_t::INTEL_HEX;
+    file_format_t outputFormat = file_format_t::INTEL_HEX;
     bool hasInputFormat = false;
-    fileformat_t inputFormat = fileformat_t::INTEL_HEX;
-    MemoryImage::saveoptions_t save; // its fill is also --fill for the edits and crc
-    MemoryImage::mergeoptions_t merge;
+    file_format_t inputFormat = file_format_t::INTEL_HEX;
+    write_options_t save; // its fill is also --fill for the edits and crc
+    merge_options_t merge;
     std::vector<Edit> edits;
     Checksum::algorithm_t algorithm; // crc, and convert's --insert-crc: crc32 unless set
-    Checksum::byteorder_t crcOrder = Checksum::byteorder_t::LITTLE;
+    Checksum::byte_order_t crcOrder = Checksum::byte_order_t::LITTLE;
     bool hasRange = false;           // crc --range
-    MemoryImage::range_t range{0, 0};
+    range_t range{0, 0};
     FlashPlan::geometry_t geometry;  // plan: --sectors, --page-size, --erased
     bool keepBlank = false;          // plan
     uint32_t dumpAddress = 0;        // verify --at
-    MemoryImage::diffoptions_t diff; // diff --join
+    diff_options_t diff; // diff --join
     bool oneBlock = false;
     bool strict = false;
     bool json = false;
@@ -87,5 +89,7 @@ int usageError(const std::string& message, const char* usage);
 // Parses the arguments after the command name. Returns EXIT_OK, or the exit
 // code of a usage error after printing it.
 int parseCommandLine(const CommandEntry& command, int argc, char** argv, Options& options);
+
+} // namespace hexblocks::cli
 
 #endif

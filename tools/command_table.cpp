@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <initializer_list>
 
+namespace hexblocks::cli {
+
 // Declared extern in the header, so these have external linkage.
 const char PROGRAM[] = "hexblocks";
 
@@ -37,14 +39,16 @@ const char MAIN_NOTES[] =
     "forced with --input-format bin. ADDRESS is decimal or 0x hexadecimal.\n"
     "\"-\" is standard input, read once, for every command.\n"
     "\n"
-    "Intel HEX is read with the whole format: record types 00 to 05, segment\n"
+    "Intel HEX is read with the full format: record types 00 to 05, segment\n"
     "and linear addresses, start addresses, records in any order, blocks by\n"
     "full 32-bit address. With --strict it reads only types 00, 01 and 04\n"
     "instead, with blocks that never cross a 64 KiB linear base, and rejects a\n"
     "file with any other type or a missing end-of-file record. (--full-format,\n"
-    "-F, names the default and is still accepted.) After a failed load of a\n"
-    "HEX file the library's own diagnostics, all on standard error, are\n"
-    "followed by one line FILE:LINE: REASON.\n";
+    "-F, names the default and is still accepted.)\n"
+    "\n"
+    "An input that cannot be read gives one line on standard error,\n"
+    "FILE:LINE: REASON (or FILE: REASON). With --strict the reader's own\n"
+    "diagnostics take its place, all on standard error.\n";
 
 const char EXIT_STATUS[] =
     "Exit status: 0 on success, 1 when a file cannot be read or written, a\n"
@@ -77,7 +81,7 @@ const std::vector<OptionEntry> OPTIONS = {
     {option_t::HELP, "help", 'h', nullptr, "show this help"},
     {option_t::ONE_BLOCK, "one-block", '1', nullptr, "load the whole file as one block, gaps filled\nwith 0xFF"},
     {option_t::STRICT, "strict", 0, nullptr, "read only record types 00, 01 and 04, blocks\nwithin a linear base"},
-    // The whole format is the default; the option stays accepted.
+    // The full format is the default; the option stays accepted.
     {option_t::FULL_FORMAT, "full-format", 'F', nullptr, nullptr},
     {option_t::INPUT_FORMAT, "input-format", 'I', "ihex|srec|elf|bin",
      "read FILE in this format instead of telling it\nfrom the content"},
@@ -338,3 +342,4 @@ const OptionEntry& optionEntry(option_t id)
     return *std::find_if(OPTIONS.begin(), OPTIONS.end(), [id](const OptionEntry& o) { return o.id == id; });
 }
 
+} // namespace hexblocks::cli

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace hexblocks::cli {
+
 struct Options;
 struct Inputs;
 
@@ -83,5 +85,7 @@ const CommandEntry* findCommand(const std::string& name);
 
 // The option with this id.
 const OptionEntry& optionEntry(option_t id);
+
+} // namespace hexblocks::cli
 
 #endif

@@ -2,13 +2,13 @@
 // its inputs, which main() has read.
 #include "commands.h"
 
-#include "checksum.h"
+#include <hexblocks/checksum.h>
 #include "flash_reports.h"
 #include "image_editing.h"
 #include "image_files.h"
 #include "input_loading.h"
-#include "intelhex.h"
-#include "memory_image.h"
+#include <hexblocks/intelhex.h>
+#include <hexblocks/memory_image.h>
 #include "memory_map.h"
 #include "text_format.h"
 
@@ -25,6 +25,8 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
+
+namespace hexblocks::cli {
 
 namespace {
 
@@ -362,8 +364,8 @@ int runDump(const Options& options, Inputs& inputs)
 // convert of one binary file: written as it is read.
 int runStreamedConvert(const Options& options, const InputSpec& input)
 {
-    const MemoryImage::convertresult_t converted =
-        MemoryImage::convertBinaryFile(input.path.c_str(), input.address, options.output.c_str(), options.save);
+    const convert_result_t converted =
+        convertBinaryFile(input.path.c_str(), input.address, options.output.c_str(), options.save);
     if (converted)
         return EXIT_OK;
     if (converted.inputFailed)
@@ -380,16 +382,14 @@ int runConvert(const Options& options, Inputs& inputs)
     MemoryImage& image = inputs.image;
     if (!applyEdits(options, image))
         return EXIT_FAILED;
-    MemoryImage::result_t saved;
+    result_t saved;
     if (options.output == "-") {
-        saved = image.save(std::cout, options.save);
+        saved = writeStream(image, std::cout, options.save);
         std::cout.flush();
-        if (saved && !std::cout) {
-            saved.ok = false;
-            saved.reason = "cannot write to standard output";
-        }
+        if (saved && !std::cout)
+            saved = failure(status_t::CANNOT_WRITE, "cannot write to standard output");
     } else {
-        saved = image.saveFile(options.output.c_str(), options.save);
+        saved = writeFile(image, options.output.c_str(), options.save);
     }
     if (!saved) {
         std::cerr << PROGRAM << ": " << (options.output == "-" ? "standard output" : options.output) << ": "
@@ -403,7 +403,7 @@ int runCrc(const Options& options, Inputs& inputs)
 {
     const MemoryImage& image = inputs.image;
     const uint64_t end = image.empty() ? 0 : image.lowestAddress() + image.span();
-    const MemoryImage::range_t range = options.hasRange ? options.range : MemoryImage::range_t{image.lowestAddress(), end};
+    const range_t range = options.hasRange ? options.range : range_t{image.lowestAddress(), end};
     const uint8_t fill = options.save.fill;
     Checksum checksum(options.algorithm, fill);
     checksum.updateImage(image, range, fill);
@@ -423,7 +423,7 @@ int runCrc(const Options& options, Inputs& inputs)
 int runPlan(const Options& options, Inputs& inputs)
 {
     FlashPlan plan;
-    const FlashPlan::result_t made = plan.make(inputs.image, options.geometry, options.keepBlank);
+    const result_t made = plan.make(inputs.image, options.geometry, options.keepBlank);
     if (!made) {
         std::cerr << PROGRAM << ": " << options.file << ": " << made.reason << std::endl;
         return EXIT_FAILED;
@@ -438,9 +438,9 @@ int runPlan(const Options& options, Inputs& inputs)
 int runVerify(const Options& options, Inputs& inputs)
 {
     const std::string& dump = options.inputs[1];
-    const MemoryImage::verifyresult_t result =
+    const verify_result_t result =
         inputs.image.verifyFile(dump == "-" ? "/dev/stdin" : dump.c_str(), options.dumpAddress);
-    if (!result.reason.empty()) {
+    if (!result && result.status != status_t::MISMATCH) {
         std::cerr << dump << ": " << result.reason << std::endl;
         return EXIT_TROUBLE;
     }
@@ -448,15 +448,17 @@ int runVerify(const Options& options, Inputs& inputs)
         printVerifyJson(result, std::cout);
     else
         printVerify(result, std::cout);
-    return result.ok ? EXIT_OK : EXIT_DIFFERENT;
+    return result.ok() ? EXIT_OK : EXIT_DIFFERENT;
 }
 
 int runDiff(const Options& options, Inputs& inputs)
 {
-    const MemoryImage::diffresult_t result = inputs.image.diff(inputs.other, options.diff);
+    const diff_result_t result = inputs.image.diff(inputs.other, options.diff);
     if (options.json)
         printDiffJson(result, inputs.image, inputs.other, std::cout);
     else
         printDiff(result, inputs.image, inputs.other, std::cout);
     return result.equal() ? EXIT_OK : EXIT_DIFFERENT;
 }
+
+} // namespace hexblocks::cli

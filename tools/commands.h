@@ -6,6 +6,8 @@
 
 #include "command_line.h"
 
+namespace hexblocks::cli {
+
 int runInfo(const Options& options, Inputs& inputs);
 int runMap(const Options& options, Inputs& inputs);
 int runBin(const Options& options, Inputs& inputs);
@@ -15,5 +17,7 @@ int runCrc(const Options& options, Inputs& inputs);
 int runPlan(const Options& options, Inputs& inputs);
 int runVerify(const Options& options, Inputs& inputs);
 int runDiff(const Options& options, Inputs& inputs);
+
+} // namespace hexblocks::cli
 
 #endif

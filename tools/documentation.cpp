@@ -1,6 +1,6 @@
 #include "documentation.h"
 
-#include "checksum.h"
+#include <hexblocks/checksum.h>
 #include "command_table.h"
 #include "text_format.h"
 
@@ -8,6 +8,8 @@
 #include <set>
 #include <sstream>
 #include <vector>
+
+namespace hexblocks::cli {
 
 namespace {
 
@@ -280,3 +282,5 @@ std::string bashCompletion()
               "complete -o filenames -o bashdefault -F _hexblocks hexblocks\n";
     return script;
 }
+
+} // namespace hexblocks::cli

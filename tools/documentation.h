@@ -10,6 +10,8 @@
 
 #include <string>
 
+namespace hexblocks::cli {
+
 // The main help: the usage, the commands, the general notes, exit status.
 std::string mainHelp();
 
@@ -22,5 +24,7 @@ std::string manualPage(const std::string& version);
 // A bash completion script: commands, each command's options, the values of
 // options that take one of a few words, and file names.
 std::string bashCompletion();
+
+} // namespace hexblocks::cli
 
 #endif

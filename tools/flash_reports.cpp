@@ -5,6 +5,8 @@
 #include <ostream>
 #include <vector>
 
+namespace hexblocks::cli {
+
 namespace {
 
 
@@ -13,12 +15,12 @@ std::string plural(uint64_t count, const char* one, const char* many)
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-const char* kindName(MemoryImage::difference_t::kind_t kind)
+const char* kindName(difference_t::kind_t kind)
 {
     switch (kind) {
-    case MemoryImage::difference_t::kind_t::ONLY_IMAGE: return "only_a";
-    case MemoryImage::difference_t::kind_t::ONLY_OTHER: return "only_b";
-    case MemoryImage::difference_t::kind_t::DIFFER: break;
+    case difference_t::kind_t::ONLY_IMAGE: return "only_a";
+    case difference_t::kind_t::ONLY_OTHER: return "only_b";
+    case difference_t::kind_t::DIFFER: break;
     }
     return "differ";
 }
@@ -64,7 +66,7 @@ void printPlan(const FlashPlan& plan, std::ostream& out)
         i = j;
     }
     const uint32_t pageSize = plan.geometry().pageSize;
-    for (const MemoryImage::range_t& run : plan.writeList())
+    for (const range_t& run : plan.writeList())
         out << "write  " << addressRange(run.start, run.end) << "  " << plural(run.size() / pageSize, "page", "pages")
             << "\n";
     out << "total  erase " << plural(plan.eraseBytes(), "byte", "bytes") << " in "
@@ -86,7 +88,7 @@ void printPlanJson(const FlashPlan& plan, std::ostream& out)
     out << (plan.eraseList().empty() ? "],\n" : "\n  ],\n") << "  \"write\": [";
     const uint32_t pageSize = plan.geometry().pageSize;
     separator = "\n";
-    for (const MemoryImage::range_t& run : plan.writeList()) {
+    for (const range_t& run : plan.writeList()) {
         for (uint64_t page = run.start; page < run.end; page += pageSize) {
             out << separator << "    {\"address\": " << page << ", \"size\": " << pageSize << "}";
             separator = ",\n";
@@ -98,19 +100,19 @@ void printPlanJson(const FlashPlan& plan, std::ostream& out)
         << ",\n  \"write_bytes\": " << plan.writeBytes() << "\n}" << std::endl;
 }
 
-void printVerify(const MemoryImage::verifyresult_t& result, std::ostream& out)
+void printVerify(const verify_result_t& result, std::ostream& out)
 {
-    for (const MemoryImage::mismatch_t& m : result.first)
+    for (const mismatch_t& m : result.first)
         out << hexAddress(m.address) << "  expected " << hexNumber(m.expected, 2) << "  found "
             << hexNumber(m.found, 2) << "\n";
     out << plural(result.compared, "byte", "bytes") << " compared, "
         << plural(result.mismatches, "mismatch", "mismatches") << ", " << result.notCovered << " not covered";
     if (result.notCovered > 0)
         out << " (from " << hexAddress(result.firstNotCovered) << ")";
-    out << ": " << (result.ok ? "OK" : "FAILED") << std::endl;
+    out << ": " << (result.ok() ? "OK" : "FAILED") << std::endl;
 }
 
-void printVerifyJson(const MemoryImage::verifyresult_t& result, std::ostream& out)
+void printVerifyJson(const verify_result_t& result, std::ostream& out)
 {
     out << "{\n  \"compared\": " << result.compared << ",\n  \"mismatches\": " << result.mismatches
         << ",\n  \"not_covered\": " << result.notCovered << ",\n  \"first_not_covered\": ";
@@ -120,19 +122,19 @@ void printVerifyJson(const MemoryImage::verifyresult_t& result, std::ostream& ou
         out << "null";
     out << ",\n  \"first\": [";
     const char* separator = "\n";
-    for (const MemoryImage::mismatch_t& m : result.first) {
+    for (const mismatch_t& m : result.first) {
         out << separator << "    {\"address\": " << m.address << ", \"expected\": " << static_cast<unsigned>(m.expected)
             << ", \"found\": " << static_cast<unsigned>(m.found) << "}";
         separator = ",\n";
     }
-    out << (result.first.empty() ? "],\n" : "\n  ],\n") << "  \"ok\": " << (result.ok ? "true" : "false") << "\n}"
+    out << (result.first.empty() ? "],\n" : "\n  ],\n") << "  \"ok\": " << (result.ok() ? "true" : "false") << "\n}"
         << std::endl;
 }
 
-void printDiff(const MemoryImage::diffresult_t& result, const MemoryImage& a, const MemoryImage& b, std::ostream& out)
+void printDiff(const diff_result_t& result, const MemoryImage& a, const MemoryImage& b, std::ostream& out)
 {
-    using kind_t = MemoryImage::difference_t::kind_t;
-    for (const MemoryImage::difference_t& d : result.ranges) {
+    using kind_t = difference_t::kind_t;
+    for (const difference_t& d : result.ranges) {
         out << addressRange(d.start, d.end) << "  "
             << (d.kind == kind_t::DIFFER ? "differ" : d.kind == kind_t::ONLY_IMAGE ? "only in A" : "only in B") << " ("
             << plural(d.bytes, "byte", "bytes") << ")\n";
@@ -142,12 +144,12 @@ void printDiff(const MemoryImage::diffresult_t& result, const MemoryImage& a, co
     out.flush();
 }
 
-void printDiffJson(const MemoryImage::diffresult_t& result, const MemoryImage& a, const MemoryImage& b,
+void printDiffJson(const diff_result_t& result, const MemoryImage& a, const MemoryImage& b,
                    std::ostream& out)
 {
     out << "{\n  \"ranges\": [";
     const char* separator = "\n";
-    for (const MemoryImage::difference_t& d : result.ranges) {
+    for (const difference_t& d : result.ranges) {
         out << separator << "    {\"start\": " << d.start << ", \"end\": " << d.end << ", \"kind\": \""
             << kindName(d.kind) << "\", \"bytes\": " << d.bytes << "}";
         separator = ",\n";
@@ -156,3 +158,5 @@ void printDiffJson(const MemoryImage::diffresult_t& result, const MemoryImage& a
         << ", \"b\": " << startAddressJson(b) << ", \"differ\": " << (result.startDiffers ? "true" : "false")
         << "},\n  \"equal\": " << (result.equal() ? "true" : "false") << "\n}" << std::endl;
 }
+
+} // namespace hexblocks::cli

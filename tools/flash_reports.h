@@ -4,12 +4,14 @@
 #ifndef HEXBLOCKS_FLASH_REPORTS_H
 #define HEXBLOCKS_FLASH_REPORTS_H
 
-#include "flash_plan.h"
-#include "memory_image.h"
+#include <hexblocks/flash_plan.h>
+#include <hexblocks/memory_image.h>
 
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+
+namespace hexblocks::cli {
 
 // A sector or page size as --sectors writes it: "128K", "1M", "528".
 std::string sectorSizeText(uint64_t size);
@@ -22,18 +24,20 @@ void printPlan(const FlashPlan& plan, std::ostream& out);
 void printPlanJson(const FlashPlan& plan, std::ostream& out);
 
 // The first mismatches, one a line, and a summary line ending in OK or FAILED.
-void printVerify(const MemoryImage::verifyresult_t& result, std::ostream& out);
+void printVerify(const verify_result_t& result, std::ostream& out);
 
 // {"compared": N, "mismatches": M, "not_covered": K, "first": [...]}.
-void printVerifyJson(const MemoryImage::verifyresult_t& result, std::ostream& out);
+void printVerifyJson(const verify_result_t& result, std::ostream& out);
 
 // One line per range, "0x08000400-0x080007FF  differ (17 bytes)", and one
 // for the start addresses when they differ; nothing for equal images.
-void printDiff(const MemoryImage::diffresult_t& result, const MemoryImage& a, const MemoryImage& b,
+void printDiff(const diff_result_t& result, const MemoryImage& a, const MemoryImage& b,
                std::ostream& out);
 
 // {"ranges": [...], "start_address": {"a": ..., "b": ..., "differ": BOOL}}.
-void printDiffJson(const MemoryImage::diffresult_t& result, const MemoryImage& a, const MemoryImage& b,
+void printDiffJson(const diff_result_t& result, const MemoryImage& a, const MemoryImage& b,
                    std::ostream& out);
+
+} // namespace hexblocks::cli
 
 #endif

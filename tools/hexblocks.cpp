@@ -1,6 +1,6 @@
 // hexblocks: inspect, map, dump, extract, convert and check firmware images
 // (Intel HEX, S-records, ELF, raw binary), plan flashing, verify read-backs
-// and diff images, built on the intelhex library's public interface. main()
+// and diff images, built on the hexblocks library's public interface. main()
 // parses the command line (command_line.cpp), reads the command's inputs
 // (input_loading.cpp) and runs the command (commands.cpp).
 #include "command_line.h"
@@ -10,6 +10,8 @@
 #include <iostream>
 #include <new>
 #include <string>
+
+using namespace hexblocks::cli;
 
 #ifndef HEXBLOCKS_VERSION
 #define HEXBLOCKS_VERSION "unknown"

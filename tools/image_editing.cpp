@@ -1,19 +1,22 @@
 #include "image_editing.h"
 
-#include "checksum.h"
+#include <hexblocks/checksum.h>
+#include <hexblocks/image_blocks.h>
 
 #include <iostream>
+
+namespace hexblocks::cli {
 
 namespace {
 
 // The widest --fill-range: one-block mode's limit, the largest image the
 // tool makes in one piece elsewhere, so that a typing slip does not fill 4 GiB.
-const uint64_t MAX_FILL = MemoryImage::blockoptions_t().maxImageSize;
+const uint64_t MAX_FILL = block_options_t().maxImageSize;
 
 // Applies one edit; a failure's reason otherwise.
-MemoryImage::result_t applyEdit(const Edit& edit, const Options& options, MemoryImage& image)
+result_t applyEdit(const Edit& edit, const Options& options, MemoryImage& image)
 {
-    MemoryImage::result_t result;
+    result_t result;
     switch (edit.kind) {
     case Edit::kind_t::OFFSET:
         return image.offset(edit.delta);
@@ -24,12 +27,10 @@ MemoryImage::result_t applyEdit(const Edit& edit, const Options& options, Memory
         image.exclude(edit.ranges[0]);
         break;
     case Edit::kind_t::FILL_RANGE:
-        if (edit.ranges[0].size() > MAX_FILL) {
-            result.ok = false;
-            result.reason = "the range spans " + std::to_string(edit.ranges[0].size()) +
-                            " bytes, more than the limit of " + std::to_string(MAX_FILL) + " bytes";
-            return result;
-        }
+        if (edit.ranges[0].size() > MAX_FILL)
+            return failure(status_t::TOO_LARGE, "the range spans " + std::to_string(edit.ranges[0].size()) +
+                                                    " bytes, more than the limit of " + std::to_string(MAX_FILL) +
+                                                    " bytes");
         image.fillRange(edit.ranges[0], options.save.fill);
         break;
     case Edit::kind_t::SWAP:
@@ -46,7 +47,7 @@ MemoryImage::result_t applyEdit(const Edit& edit, const Options& options, Memory
 bool applyEdits(const Options& options, MemoryImage& image)
 {
     for (const Edit& edit : options.edits) {
-        const MemoryImage::result_t result = applyEdit(edit, options, image);
+        const result_t result = applyEdit(edit, options, image);
         if (!result) {
             std::cerr << PROGRAM << ": " << edit.option << ": " << result.reason << std::endl;
             return false;
@@ -54,3 +55,5 @@ bool applyEdits(const Options& options, MemoryImage& image)
     }
     return true;
 }
+
+} // namespace hexblocks::cli

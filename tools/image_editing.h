@@ -4,10 +4,14 @@
 #define HEXBLOCKS_IMAGE_EDITING_H
 
 #include "command_line.h"
-#include "memory_image.h"
+#include <hexblocks/memory_image.h>
+
+namespace hexblocks::cli {
 
 // Applies options.edits to image in order; false after printing which edit
 // failed and why.
 bool applyEdits(const Options& options, MemoryImage& image);
+
+} // namespace hexblocks::cli
 
 #endif

@@ -11,23 +11,25 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace hexblocks::cli {
+
 namespace {
 
 struct namedformat_t {
     const char* name;
-    fileformat_t format;
+    file_format_t format;
 };
 
-const namedformat_t FORMAT_NAMES[] = {{"ihex", fileformat_t::INTEL_HEX},
-                                      {"srec", fileformat_t::SRECORD},
-                                      {"elf", fileformat_t::ELF},
-                                      {"bin", fileformat_t::BINARY}};
+const namedformat_t FORMAT_NAMES[] = {{"ihex", file_format_t::INTEL_HEX},
+                                      {"srec", file_format_t::SRECORD},
+                                      {"elf", file_format_t::ELF},
+                                      {"bin", file_format_t::BINARY}};
 
-const namedformat_t EXTENSIONS[] = {{"hex", fileformat_t::INTEL_HEX}, {"ihex", fileformat_t::INTEL_HEX},
-                                    {"ihx", fileformat_t::INTEL_HEX}, {"srec", fileformat_t::SRECORD},
-                                    {"s19", fileformat_t::SRECORD},   {"s28", fileformat_t::SRECORD},
-                                    {"s37", fileformat_t::SRECORD},   {"mot", fileformat_t::SRECORD},
-                                    {"bin", fileformat_t::BINARY}};
+const namedformat_t EXTENSIONS[] = {{"hex", file_format_t::INTEL_HEX}, {"ihex", file_format_t::INTEL_HEX},
+                                    {"ihx", file_format_t::INTEL_HEX}, {"srec", file_format_t::SRECORD},
+                                    {"s19", file_format_t::SRECORD},   {"s28", file_format_t::SRECORD},
+                                    {"s37", file_format_t::SRECORD},   {"mot", file_format_t::SRECORD},
+                                    {"bin", file_format_t::BINARY}};
 
 std::string lowerExtension(const std::string& path)
 {
@@ -50,7 +52,7 @@ bool exists(const std::string& path)
 
 } // namespace
 
-bool formatByName(const std::string& name, fileformat_t& format)
+bool formatByName(const std::string& name, file_format_t& format)
 {
     for (const namedformat_t& f : FORMAT_NAMES)
         if (name == f.name) {
@@ -60,7 +62,7 @@ bool formatByName(const std::string& name, fileformat_t& format)
     return false;
 }
 
-const char* formatName(fileformat_t format)
+const char* formatName(file_format_t format)
 {
     for (const namedformat_t& f : FORMAT_NAMES)
         if (format == f.format)
@@ -68,7 +70,7 @@ const char* formatName(fileformat_t format)
     return "?";
 }
 
-bool formatByExtension(const std::string& path, fileformat_t& format)
+bool formatByExtension(const std::string& path, file_format_t& format)
 {
     const std::string extension = lowerExtension(path);
     for (const namedformat_t& e : EXTENSIONS)
@@ -96,7 +98,7 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
     return true;
 }
 
-bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpec& input, std::string& error)
+bool parseInput(const std::string& operand, const file_format_t* forced, InputSpec& input, std::string& error)
 {
     input = InputSpec();
     input.path = operand;
@@ -109,7 +111,7 @@ bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpe
         }
         input.path = operand.substr(0, at);
         input.detect = false;
-        input.format = fileformat_t::BINARY;
+        input.format = file_format_t::BINARY;
         input.address = static_cast<uint32_t>(address);
         return true;
     }
@@ -118,7 +120,7 @@ bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpe
         input.format = *forced;
     } else if (lowerExtension(operand) == "bin") {
         input.detect = false;
-        input.format = fileformat_t::BINARY;
+        input.format = file_format_t::BINARY;
     }
     return true;
 }
@@ -184,23 +186,25 @@ bool standardInputPath(std::string& path, std::string& error)
     return !copy.empty();
 }
 
-MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image)
+read_result_t readInput(const InputSpec& input, MemoryImage& image)
 {
-    MemoryImage::readoptions_t options;
+    read_options_t options;
     options.detect = input.detect;
     options.format = input.format;
     options.address = input.address;
     std::string path = input.path;
-    MemoryImage::readresult_t failed;
+    read_result_t failed;
     if (input.path == "-" && !standardInputPath(path, failed.reason))
         return failed;
-    return image.readFile(path.c_str(), options);
+    return readFile(image, path.c_str(), options);
 }
 
 ranges_t rangesOf(const MemoryImage& image)
 {
     ranges_t ranges;
-    for (const MemoryImage::segment_t& s : image.segments())
+    for (const segment_t& s : image.segments())
         ranges.emplace_back(s.address, s.endAddress());
     return ranges;
 }
+
+} // namespace hexblocks::cli

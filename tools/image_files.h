@@ -4,32 +4,34 @@
 #ifndef HEXBLOCKS_IMAGE_FILES_H
 #define HEXBLOCKS_IMAGE_FILES_H
 
-#include "memory_image.h"
+#include <hexblocks/formats.h>
+#include <hexblocks/memory_image.h>
 
 #include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
-using fileformat_t = MemoryImage::fileformat_t;
+namespace hexblocks::cli {
+
 
 // An input as named on the command line.
 struct InputSpec {
     std::string path;    // "-" for standard input
     bool detect = true;  // tell the format from the content
-    fileformat_t format = fileformat_t::INTEL_HEX;
+    file_format_t format = file_format_t::INTEL_HEX;
     uint32_t address = 0; // where binary input goes
 };
 
 // "ihex", "srec", "elf", "bin": the format, false for another name.
-bool formatByName(const std::string& name, fileformat_t& format);
+bool formatByName(const std::string& name, file_format_t& format);
 
 // The name of a format, as formatByName() takes it.
-const char* formatName(fileformat_t format);
+const char* formatName(file_format_t format);
 
 // The format an output file's extension stands for (.hex .ihex .ihx, .srec
 // .s19 .s28 .s37 .mot, .bin; any case); false for another extension.
-bool formatByExtension(const std::string& path, fileformat_t& format);
+bool formatByExtension(const std::string& path, file_format_t& format);
 
 // A number in decimal or, after "0x", hexadecimal, from low to high.
 bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t& value);
@@ -38,7 +40,7 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
 // (unless a file with the whole name exists), FILE.bin binary input at 0,
 // and forced, when it is not null, the format for every input. False with
 // error set when ADDRESS is not an address.
-bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpec& input, std::string& error);
+bool parseInput(const std::string& operand, const file_format_t* forced, InputSpec& input, std::string& error);
 
 // A path that reads what came on standard input: the first call copies
 // standard input, which can be read only once, into a file in memory, a
@@ -47,10 +49,12 @@ bool parseInput(const std::string& operand, const fileformat_t* forced, InputSpe
 bool standardInputPath(std::string& path, std::string& error);
 
 // Reads input into image; "-" is standard input (see standardInputPath()).
-MemoryImage::readresult_t readInput(const InputSpec& input, MemoryImage& image);
+read_result_t readInput(const InputSpec& input, MemoryImage& image);
 
 // The address ranges [first, second) an image holds data in.
 using ranges_t = std::vector<std::pair<uint64_t, uint64_t>>;
 ranges_t rangesOf(const MemoryImage& image);
+
+} // namespace hexblocks::cli
 
 #endif

@@ -2,12 +2,15 @@
 
 #include "text_format.h"
 
+#include <hexblocks/image_blocks.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -15,20 +18,22 @@
 
 #include <sys/stat.h>
 
+namespace hexblocks::cli {
+
 
 namespace {
 
 // Prints a failed read as "FILE:LINE: reason" (or "FILE: reason"), and the
 // warnings of a read as "FILE:LINE: warning: message".
-void printRead(const std::string& file, const MemoryImage::readresult_t& read)
+void printRead(const std::string& file, const read_result_t& read)
 {
-    for (const MemoryImage::warning_t& w : read.warnings) {
+    for (const warning_t& w : read.warnings) {
         std::cerr << file;
         if (w.line > 0)
             std::cerr << ":" << w.line;
         std::cerr << ": warning: " << w.message << std::endl;
     }
-    if (read.ok)
+    if (read.ok())
         return;
     std::cerr << file;
     if (read.line > 0)
@@ -39,7 +44,7 @@ void printRead(const std::string& file, const MemoryImage::readresult_t& read)
 // The format of input as it will be read: forced or named, else told from
 // the first bytes of the file; Intel HEX when they tell nothing (the HEX
 // reader then says what is wrong).
-fileformat_t formatOf(const InputSpec& input)
+file_format_t formatOf(const InputSpec& input)
 {
     if (!input.detect)
         return input.format;
@@ -49,9 +54,7 @@ fileformat_t formatOf(const InputSpec& input)
         size = std::fread(head, 1, sizeof head, file);
         std::fclose(file);
     }
-    fileformat_t format = fileformat_t::INTEL_HEX;
-    MemoryImage::detectFormat(head, size, format);
-    return format;
+    return detectFormat(head, size).value_or(file_format_t::INTEL_HEX);
 }
 
 // While it lives, sends what is written to std::cout and std::cerr to
@@ -141,9 +144,9 @@ bool loadImage(const Options& options, IntelHexFile& image)
         std::cerr << PROGRAM << ": " << error << std::endl;
         return false;
     }
-    const fileformat_t format = formatOf(input);
+    const file_format_t format = formatOf(input);
     if (options.strict) {
-        if (format == fileformat_t::INTEL_HEX)
+        if (format == file_format_t::INTEL_HEX)
             return loadStrict(options, input.path, name, image);
         std::cerr << name << ": --strict reads only Intel HEX, and this is " << formatName(format)
                   << std::endl;
@@ -152,13 +155,13 @@ bool loadImage(const Options& options, IntelHexFile& image)
     input.detect = false;
     input.format = format;
     MemoryImage read;
-    const MemoryImage::readresult_t result = readInput(input, read);
+    const read_result_t result = readInput(input, read);
     printRead(name, result);
     if (!result)
         return false;
-    MemoryImage::blockoptions_t blockOptions;
+    block_options_t blockOptions;
     blockOptions.oneBlock = options.oneBlock;
-    const MemoryImage::result_t appended = std::move(read).appendTo(image, blockOptions);
+    const result_t appended = appendToBlocks(std::move(read), image, blockOptions);
     if (!appended)
         std::cerr << name << ": " << appended.reason << std::endl;
     return static_cast<bool>(appended);
@@ -185,21 +188,21 @@ bool holds(const ranges_t& ranges, uint32_t address)
 // just "FILE" when no line can be told.
 std::string placeOf(const MergedInput& input, uint32_t address)
 {
-    MemoryImage::readoptions_t options;
+    read_options_t options;
     options.detect = input.source.detect;
     options.format = input.source.format;
     std::string path = input.source.path, error;
     const bool readable = path != "-" || standardInputPath(path, error);
-    const size_t line = readable ? MemoryImage::findLineInFile(path.c_str(), address, options) : 0;
-    return line > 0 ? input.source.path + ":" + std::to_string(line) : input.operand;
+    const std::optional<size_t> line = readable ? findLineInFile(path.c_str(), address, options) : std::nullopt;
+    return line ? input.source.path + ":" + std::to_string(*line) : input.operand;
 }
 
 // Prints why input could not be merged after the earlier ones.
 void printClash(const std::vector<MergedInput>& earlier, const MergedInput& input,
-                const MemoryImage::mergeresult_t& result, MemoryImage::overlappolicy_t overlap,
+                const merge_result_t& result, overlap_policy_t overlap,
                 const std::string& startFrom, uint32_t heldStart, uint32_t offeredStart)
 {
-    using clash_t = MemoryImage::mergeresult_t::clash_t;
+    using clash_t = merge_result_t::clash_t;
     if (result.clash == clash_t::START_ADDRESS) {
         std::cerr << PROGRAM << ": " << startFrom << " and " << input.operand << " give different start addresses ("
                   << hexAddress(heldStart) << " and " << hexAddress(offeredStart) << ")" << std::endl;
@@ -207,15 +210,16 @@ void printClash(const std::vector<MergedInput>& earlier, const MergedInput& inpu
     }
     // The earlier input that gave the byte: with either policy that fails,
     // the first one that holds the address gave it, or gave the same byte.
+    const uint32_t address = result.address.value_or(0);
     const auto owner = std::find_if(earlier.begin(), earlier.end(),
-                                    [&result](const MergedInput& e) { return holds(e.ranges, result.address); });
-    const std::string first = owner == earlier.end() ? std::string("an earlier input") : placeOf(*owner, result.address);
-    std::cerr << PROGRAM << ": " << first << " and " << placeOf(input, result.address);
-    if (overlap == MemoryImage::overlappolicy_t::IDENTICAL)
-        std::cerr << " give different bytes at " << hexAddress(result.address) << " ("
-                  << hexNumber(result.imageByte, 2) << " and " << hexNumber(result.otherByte, 2) << ")" << std::endl;
+                                    [address](const MergedInput& e) { return holds(e.ranges, address); });
+    const std::string first = owner == earlier.end() ? std::string("an earlier input") : placeOf(*owner, address);
+    std::cerr << PROGRAM << ": " << first << " and " << placeOf(input, address);
+    if (overlap == overlap_policy_t::IDENTICAL)
+        std::cerr << " give different bytes at " << hexAddress(address) << " (" << hexNumber(result.imageByte, 2)
+                  << " and " << hexNumber(result.otherByte, 2) << ")" << std::endl;
     else
-        std::cerr << " both give data at " << hexAddress(result.address) << std::endl;
+        std::cerr << " both give data at " << hexAddress(address) << std::endl;
 }
 
 // Reads the input operand names into image; false after printing why it
@@ -227,9 +231,9 @@ bool readOperand(const Options& options, const std::string& operand, InputSpec& 
         std::cerr << PROGRAM << ": " << error << std::endl;
         return false;
     }
-    const MemoryImage::readresult_t read = readInput(source, image);
+    const read_result_t read = readInput(source, image);
     printRead(source.path, read);
-    return read.ok;
+    return read.ok();
 }
 
 } // namespace
@@ -242,7 +246,7 @@ bool streamsBinaryInput(const Options& options, InputSpec& source)
     InputSpec input;
     struct stat status;
     if (!parseInput(options.inputs[0], options.hasInputFormat ? &options.inputFormat : nullptr, input, error) ||
-        input.detect || input.format != fileformat_t::BINARY || input.path == "-" ||
+        input.detect || input.format != file_format_t::BINARY || input.path == "-" ||
         ::stat(input.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
         return false;
     source = input;
@@ -269,9 +273,9 @@ bool readInputs(const Options& options, MemoryImage& combined)
             return false;
         input.ranges = rangesOf(image);
         const bool givesStart = image.hasStartAddress() &&
-                                (!combined.hasStartAddress() || options.merge.start == MemoryImage::startpolicy_t::LAST);
+                                (!combined.hasStartAddress() || options.merge.start == start_policy_t::LAST);
         const uint32_t offeredStart = image.startAddress().value;
-        const MemoryImage::mergeresult_t merged = combined.merge(std::move(image), options.merge);
+        const merge_result_t merged = combined.merge(std::move(image), options.merge);
         if (!merged) {
             printClash(earlier, input, merged, options.merge.overlap, startFrom, combined.startAddress().value,
                        offeredStart);
@@ -283,3 +287,5 @@ bool readInputs(const Options& options, MemoryImage& combined)
     }
     return true;
 }
+
+} // namespace hexblocks::cli

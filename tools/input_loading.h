@@ -6,8 +6,10 @@
 #define HEXBLOCKS_INPUT_LOADING_H
 
 #include "command_line.h"
-#include "intelhex.h"
-#include "memory_image.h"
+#include <hexblocks/intelhex.h>
+#include <hexblocks/memory_image.h>
+
+namespace hexblocks::cli {
 
 // Loads options.file into image as blocks: read as an image, as every
 // command reads, or with --strict through IntelHexFile::load() (which prints
@@ -29,5 +31,7 @@ bool streamsBinaryInput(const Options& options, InputSpec& source);
 // Reads the one input operand names (a file, FILE@ADDRESS or "-") into
 // image; false after printing why it cannot.
 bool readOneInput(const Options& options, const std::string& operand, MemoryImage& image);
+
+} // namespace hexblocks::cli
 
 #endif

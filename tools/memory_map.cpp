@@ -7,6 +7,8 @@
 #include <functional>
 #include <sstream>
 
+namespace hexblocks::cli {
+
 namespace {
 
 // A run of one or more neighbouring blocks drawn as one letter.
@@ -377,3 +379,5 @@ std::string drawMemoryMapSvg(std::vector<MapBlock> blocks, const std::string& ti
     svg << "</svg>\n";
     return svg.str();
 }
+
+} // namespace hexblocks::cli

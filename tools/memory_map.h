@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+namespace hexblocks::cli {
+
 struct MapBlock {
     uint64_t start; // full 32-bit address of the first byte
     uint64_t size;  // bytes
@@ -34,5 +36,7 @@ std::string drawMemoryMap(std::vector<MapBlock> blocks, const MapOptions& option
 // size, under title, and the start address marked when start is given.
 std::string drawMemoryMapSvg(std::vector<MapBlock> blocks, const std::string& title, const MapStart* start,
                              const MapOptions& options = MapOptions());
+
+} // namespace hexblocks::cli
 
 #endif

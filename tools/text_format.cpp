@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+namespace hexblocks::cli {
+
 std::string hexAddress(uint64_t address)
 {
     char text[24];
@@ -122,3 +124,5 @@ std::string addressRange(uint64_t start, uint64_t end)
 {
     return hexAddress(start) + "-" + hexAddress(end - 1);
 }
+
+} // namespace hexblocks::cli

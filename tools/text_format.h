@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+namespace hexblocks::cli {
+
 // "0x08004000": eight upper-case hex digits (more when the value needs them).
 std::string hexAddress(uint64_t address);
 
@@ -42,5 +44,7 @@ std::string xmlText(const std::string& text);
 
 // "0x08000000-0x0800BFFF": the first and the last address of [start, end).
 std::string addressRange(uint64_t start, uint64_t end);
+
+} // namespace hexblocks::cli
 
 #endif

@@ -2,6 +2,8 @@
 
 #include "exact_reader.h"
 #include "full_format_reader.h"
+#include "hex_format.h"
+#include "image_blocks.h"
 #include "memory_image.h"
 #include "record_scanner.h"
 
@@ -241,7 +243,7 @@ void IntelHexFile::appendBlock(uint16_t theLinearBase, uint16_t theStartAddr, st
 
 
 // ---------------------------------------------------------------------------
-// IntelHexFile: reading the whole format
+// IntelHexFile: reading the full format
 
 bool IntelHexFile::loadFullFormat(const char* fName, bool oneBlock)
 {
@@ -252,18 +254,18 @@ bool IntelHexFile::loadFullFormat(const char* fName, bool oneBlock)
 
 bool IntelHexFile::loadFullFormat(const char* fName, const fulloptions_t& options)
 {
-    using intelhex_internal::fullread_t;
+    using hexblocks::detail::fullread_t;
     setError(0, "");
     std::ifstream hexFile(fName, std::ios::binary);
     if (hexFile.fail()) {
         setError(0, "cannot open the file");
-        intelhex_internal::printOpenFailure(fName);
+        hexblocks::detail::printOpenFailure(fName);
         return false;
     }
 
-    MemoryImage image;
-    intelhex_internal::StreamBufferText file(*hexFile.rdbuf());
-    const fullread_t read = intelhex_internal::readFullFormat(file, image);
+    hexblocks::MemoryImage image;
+    hexblocks::detail::StreamBufferText file(*hexFile.rdbuf());
+    const fullread_t read = hexblocks::detail::readFullFormat(file, image);
 
     for (size_t line : read.ignoredStartLines)
         std::cerr << "#WARNING: a second, different start address in line " << line << " is ignored." << std::endl;
@@ -271,13 +273,13 @@ bool IntelHexFile::loadFullFormat(const char* fName, const fulloptions_t& option
     case fullread_t::status_t::OK:
         break;
     case fullread_t::status_t::UNSUPPORTED_TYPE:
-        setError(read.line, "unsupported record type " + intelhex_internal::hexByte(read.type));
-        intelhex_internal::printUnsupportedType(read.text, read.type);
+        setError(read.line, "unsupported record type " + hexblocks::detail::hexByte(read.type));
+        hexblocks::detail::printUnsupportedType(read.text, read.type);
         return false;
     case fullread_t::status_t::BAD_LINE:
         setError(read.line, read.reason);
         std::cerr << "#ERROR: " << read.reason << "." << std::endl;
-        intelhex_internal::printCorruptLine(read.text);
+        hexblocks::detail::printCorruptLine(read.text);
         return false;
     case fullread_t::status_t::READ_ERROR:
         setError(0, read.reason);
@@ -287,10 +289,10 @@ bool IntelHexFile::loadFullFormat(const char* fName, const fulloptions_t& option
     if (!read.sawEndRecord)
         std::cerr << "#WARNING: end of file reached without EoF-record." << std::endl;
 
-    MemoryImage::blockoptions_t blockOptions;
+    hexblocks::block_options_t blockOptions;
     blockOptions.oneBlock = options.oneBlock;
     blockOptions.maxImageSize = options.maxImageSize;
-    const MemoryImage::result_t appended = std::move(image).appendTo(*this, blockOptions);
+    const hexblocks::result_t appended = hexblocks::appendToBlocks(std::move(image), *this, blockOptions);
     if (!appended) {
         setError(0, appended.reason);
         std::cerr << "#ERROR: " << errorReason << "." << std::endl;

@@ -11,10 +11,13 @@
 /// diagnostics on standard output; every line is flushed. Errors of the
 /// standard library (std::bad_alloc, std::out_of_range) reach the caller.
 ///
-/// For a 32-bit memory image read from the whole format, with failures
-/// reported as values instead of printed, see MemoryImage (memory_image.h).
+/// For a 32-bit memory image read from the full format, with failures
+/// reported as values instead of printed, see hexblocks::MemoryImage
+/// (memory_image.h, formats.h); image_blocks.h turns one into blocks.
 #ifndef INTELHEX_INTELHEX_H
 #define INTELHEX_INTELHEX_H
+
+#include "export.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -23,21 +26,19 @@
 #include <string>
 #include <vector>
 
-/// Marks what the shared library exports; everything else stays hidden.
-#if defined(__GNUC__)
-#define INTELHEX_API __attribute__((visibility("default")))
-#else
-#define INTELHEX_API
-#endif
 
 class IntelHexFile;
+
+namespace hexblocks::detail {
+class BlockBridge;
+}
 
 /// One contiguous run of memory contents and the address where it lies.
 ///
 /// Blocks are created, copied and destroyed only by IntelHexFile; callers hold
 /// const references obtained through IntelHexFile::operator[]. The full
 /// address of byte k is (getLinearBase() << 16) + getStartAddress() + k.
-class INTELHEX_API IntelHexFileBlock {
+class HEXBLOCKS_API IntelHexFileBlock {
 public:
     /// Reverses the order of the block's bytes in place; the address fields
     /// stay as they are. Prints nothing.
@@ -100,7 +101,7 @@ private:
 
 /// An Intel HEX image: the list of memory blocks read from a file or built
 /// from a caller's buffer. The container owns its blocks.
-class INTELHEX_API IntelHexFile {
+class HEXBLOCKS_API IntelHexFile {
 public:
     /// A vector of the blocks the container owns, in the order they were added.
     typedef std::vector<IntelHexFileBlock*> blockarray_t;
@@ -165,7 +166,7 @@ public:
     /// @return the number of blocks.
     size_t getBlockCount() const;
 
-    /// @name Reading the whole format
+    /// @name Reading the full format
     /// load() reads the record types 00, 01 and 04 exactly as it always has.
     /// loadFullFormat() is an addition for files from every toolchain: it
     /// reads all six record types of the format and places data by its full
@@ -181,7 +182,7 @@ public:
         size_t maxImageSize = 256u << 20;
     };
 
-    /// Reads the HEX file fName with the whole format and appends its blocks
+    /// Reads the HEX file fName with the full format and appends its blocks
     /// after any blocks the container already holds.
     ///
     /// - Types 00 (data) and 01 (end of file): any type-01 record ends the
@@ -225,7 +226,7 @@ public:
     bool loadFullFormat(const char* fName, bool oneBlock);
 
     /// @return true when a file read by loadFullFormat() gave a start address
-    /// (record type 03 or 05), or an image appended by MemoryImage::appendTo()
+    /// (record type 03 or 05), or an image appended by hexblocks::appendToBlocks()
     /// had one; cleared by clear().
     bool hasStartAddress() const;
 
@@ -257,7 +258,7 @@ public:
 
 private:
     friend class IntelHexTestAccess;
-    friend class MemoryImage;
+    friend class hexblocks::detail::BlockBridge;
 
     // One parsed HEX record. recordType 0xFF marks a line the parser rejected.
     struct hexfileline_t {
@@ -267,7 +268,7 @@ private:
         size_t dataLen;
         std::vector<uint8_t> data;
     };
-    friend INTELHEX_API bool operator<(const hexfileline_t& first, const hexfileline_t& second);
+    friend HEXBLOCKS_API bool operator<(const hexfileline_t& first, const hexfileline_t& second);
 
     typedef std::set<hexfileline_t> hexfilelineset_t;
     typedef hexfilelineset_t::const_iterator setconstiterator_t;
@@ -292,7 +293,7 @@ private:
 
 /// @cond INTERNAL
 // Orders records by linear base, then by 16-bit address.
-INTELHEX_API bool operator<(const IntelHexFile::hexfileline_t& first, const IntelHexFile::hexfileline_t& second);
+HEXBLOCKS_API bool operator<(const IntelHexFile::hexfileline_t& first, const IntelHexFile::hexfileline_t& second);
 /// @endcond
 
 #endif // INTELHEX_INTELHEX_H

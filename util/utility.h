@@ -3,8 +3,8 @@
 ///
 /// The three trimming functions take a set of characters to strip; strRemove
 /// takes a whole substring to delete. None of them prints anything.
-#ifndef INTELHEX_UTILITY_H
-#define INTELHEX_UTILITY_H
+#ifndef HEXBLOCKS_UTILITY_H
+#define HEXBLOCKS_UTILITY_H
 
 #include <string>
 
@@ -53,4 +53,4 @@ inline int strRemove(std::string& str, const std::string& toRemove)
     return removed;
 }
 
-#endif // INTELHEX_UTILITY_H
+#endif // HEXBLOCKS_UTILITY_H

@@ -1,6 +1,6 @@
 // The blocks of an IntelHexFile as plain values, for comparing in tests.
-#ifndef INTELHEX_TESTS_BLOCK_VIEW_H
-#define INTELHEX_TESTS_BLOCK_VIEW_H
+#ifndef HEXBLOCKS_TESTS_BLOCK_VIEW_H
+#define HEXBLOCKS_TESTS_BLOCK_VIEW_H
 
 #include "intelhex.h"
 

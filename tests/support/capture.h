@@ -1,8 +1,8 @@
 // Captures what a piece of code writes to standard output and standard error
 // at the file-descriptor level, so that the streams a diagnostic goes to are
 // observed as a user of the process would see them.
-#ifndef INTELHEX_TESTS_CAPTURE_H
-#define INTELHEX_TESTS_CAPTURE_H
+#ifndef HEXBLOCKS_TESTS_CAPTURE_H
+#define HEXBLOCKS_TESTS_CAPTURE_H
 
 #include <functional>
 #include <string>

@@ -1,6 +1,6 @@
 // Texts of the library's own diagnostics that the tests look for.
-#ifndef INTELHEX_TESTS_DIAGNOSTICS_H
-#define INTELHEX_TESTS_DIAGNOSTICS_H
+#ifndef HEXBLOCKS_TESTS_DIAGNOSTICS_H
+#define HEXBLOCKS_TESTS_DIAGNOSTICS_H
 
 #include <string>
 

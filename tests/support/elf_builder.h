@@ -2,8 +2,8 @@
 // right after it, each segment's bytes in turn, then the names of the
 // sections and the section header table: a null section, one section for
 // each segment (objcopy works on sections) and the table of names.
-#ifndef INTELHEX_TESTS_ELF_BUILDER_H
-#define INTELHEX_TESTS_ELF_BUILDER_H
+#ifndef HEXBLOCKS_TESTS_ELF_BUILDER_H
+#define HEXBLOCKS_TESTS_ELF_BUILDER_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // Builds Intel HEX and S-record text for the tests.
-#ifndef INTELHEX_TESTS_HEX_TEXT_H
-#define INTELHEX_TESTS_HEX_TEXT_H
+#ifndef HEXBLOCKS_TESTS_HEX_TEXT_H
+#define HEXBLOCKS_TESTS_HEX_TEXT_H
 
 #include <cstdint>
 #include <string>

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+using namespace hexblocks;
+
 std::ostream& operator<<(std::ostream& os, const SegmentView& s)
 {
     return os << std::hex << "{0x" << s.address << ", " << std::dec << s.bytes.size() << " bytes}";
@@ -12,7 +14,7 @@ std::ostream& operator<<(std::ostream& os, const SegmentView& s)
 std::vector<SegmentView> segmentsOf(const MemoryImage& image)
 {
     std::vector<SegmentView> views;
-    for (const MemoryImage::segment_t& s : image.segments())
+    for (const segment_t& s : image.segments())
         views.push_back(SegmentView{s.address, s.bytes});
     return views;
 }
@@ -20,7 +22,7 @@ std::vector<SegmentView> segmentsOf(const MemoryImage& image)
 bytemap_t bytesOf(const MemoryImage& image)
 {
     bytemap_t bytes;
-    for (const MemoryImage::segment_t& s : image.segments())
+    for (const segment_t& s : image.segments())
         for (size_t i = 0; i < s.bytes.size(); ++i)
             bytes[static_cast<uint32_t>(s.address + i)] = s.bytes[i];
     return bytes;
@@ -36,7 +38,7 @@ MemoryImage imageOf(const std::vector<SegmentView>& parts)
 
 void expectWellFormed(const MemoryImage& image)
 {
-    const std::vector<MemoryImage::segment_t>& segments = image.segments();
+    const std::vector<segment_t>& segments = image.segments();
     for (size_t i = 0; i < segments.size(); ++i) {
         EXPECT_FALSE(segments[i].bytes.empty()) << i;
         EXPECT_LE(segments[i].endAddress(), 0x100000000ull) << i;

@@ -1,8 +1,8 @@
 // MemoryImage contents as plain values that tests compare and print, and
 // random images for tests that check readers and writers against each
 // other and against other tools.
-#ifndef INTELHEX_TESTS_IMAGE_VIEW_H
-#define INTELHEX_TESTS_IMAGE_VIEW_H
+#ifndef HEXBLOCKS_TESTS_IMAGE_VIEW_H
+#define HEXBLOCKS_TESTS_IMAGE_VIEW_H
 
 #include "memory_image.h"
 
@@ -12,6 +12,8 @@
 #include <random>
 #include <string>
 #include <vector>
+
+using hexblocks::MemoryImage;
 
 struct SegmentView {
     uint32_t address;

@@ -4,6 +4,8 @@
 
 #include <sstream>
 
+using namespace hexblocks;
+
 namespace {
 
 std::vector<uint8_t> bytesOf(const std::string& digits)

@@ -1,8 +1,8 @@
 // A deliberately plain reader of Intel HEX and S-record text, written apart
 // from the library, for checking what other tools write: every data record
 // with its full address, and the start address.
-#ifndef INTELHEX_TESTS_REFERENCE_RECORDS_H
-#define INTELHEX_TESTS_REFERENCE_RECORDS_H
+#ifndef HEXBLOCKS_TESTS_REFERENCE_RECORDS_H
+#define HEXBLOCKS_TESTS_REFERENCE_RECORDS_H
 
 #include "memory_image.h"
 #include "support/image_view.h"

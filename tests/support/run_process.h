@@ -1,6 +1,6 @@
 // Runs a program as a child process and collects what it prints.
-#ifndef INTELHEX_TESTS_RUN_PROCESS_H
-#define INTELHEX_TESTS_RUN_PROCESS_H
+#ifndef HEXBLOCKS_TESTS_RUN_PROCESS_H
+#define HEXBLOCKS_TESTS_RUN_PROCESS_H
 
 #include <string>
 #include <vector>

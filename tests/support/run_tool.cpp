@@ -21,7 +21,7 @@ std::vector<std::string> commandFor(const std::string& program, const std::vecto
 
 } // namespace
 
-ProcessResult hexblocksLimited(const std::vector<std::string>& args, const std::string& cwd,
+ProcessResult runToolLimited(const std::vector<std::string>& args, const std::string& cwd,
                                unsigned long fileSizeLimit)
 {
     std::vector<std::string> command = commandFor(HEXBLOCKS_PATH, args);
@@ -30,12 +30,12 @@ ProcessResult hexblocksLimited(const std::vector<std::string>& args, const std::
     return runProcess(program, command, cwd, fileSizeLimit);
 }
 
-ProcessResult hexblocks(const std::vector<std::string>& args, const std::string& cwd)
+ProcessResult runTool(const std::vector<std::string>& args, const std::string& cwd)
 {
-    return hexblocksLimited(args, cwd, 0);
+    return runToolLimited(args, cwd, 0);
 }
 
-ProcessResult hexblocksWithInput(const std::vector<std::string>& args, const std::string& input,
+ProcessResult runToolWithInput(const std::vector<std::string>& args, const std::string& input,
                                  const std::string& cwd)
 {
     std::vector<std::string> command = commandFor(HEXBLOCKS_PATH, args);

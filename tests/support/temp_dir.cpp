@@ -24,7 +24,7 @@ int removeEntry(const char* path, const struct stat*, int, struct FTW*)
 
 TempDir::TempDir()
 {
-    char name[] = "/tmp/intelhex-test-XXXXXX";
+    char name[] = "/tmp/hexblocks-test-XXXXXX";
     if (mkdtemp(name) == nullptr)
         throw std::runtime_error("mkdtemp failed");
     path_ = name;
@@ -70,7 +70,7 @@ bool fileExists(const std::string& path)
 
 int openAnonymousFile()
 {
-    char name[] = "/tmp/intelhex-anon-XXXXXX";
+    char name[] = "/tmp/hexblocks-anon-XXXXXX";
     const int fd = mkstemp(name);
     if (fd < 0)
         throw std::runtime_error("mkstemp failed");

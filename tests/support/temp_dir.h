@@ -1,7 +1,7 @@
 // A temporary directory for the files a test writes, removed with its
 // contents when the object goes out of scope.
-#ifndef INTELHEX_TESTS_TEMP_DIR_H
-#define INTELHEX_TESTS_TEMP_DIR_H
+#ifndef HEXBLOCKS_TESTS_TEMP_DIR_H
+#define HEXBLOCKS_TESTS_TEMP_DIR_H
 
 #include <cstdint>
 #include <string>

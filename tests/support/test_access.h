@@ -1,7 +1,7 @@
 // Reaches the private parts of the library that the tests exercise directly:
 // the record parser, the file reader and the block lifetime operations.
-#ifndef INTELHEX_TESTS_TEST_ACCESS_H
-#define INTELHEX_TESTS_TEST_ACCESS_H
+#ifndef HEXBLOCKS_TESTS_TEST_ACCESS_H
+#define HEXBLOCKS_TESTS_TEST_ACCESS_H
 
 #include "intelhex.h"
 

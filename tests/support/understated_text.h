@@ -1,15 +1,15 @@
 // Text in memory, handed out in pieces like a file, that says it holds fewer
 // bytes than it does: as a file that grows while it is read. Readers size
 // their buffers by what a source says and must still read it all.
-#ifndef INTELHEX_TESTS_UNDERSTATED_TEXT_H
-#define INTELHEX_TESTS_UNDERSTATED_TEXT_H
+#ifndef HEXBLOCKS_TESTS_UNDERSTATED_TEXT_H
+#define HEXBLOCKS_TESTS_UNDERSTATED_TEXT_H
 
 #include "record_scanner.h"
 
 #include <algorithm>
 #include <string>
 
-class UnderstatedText : public intelhex_internal::TextSource {
+class UnderstatedText : public hexblocks::detail::TextSource {
 public:
     UnderstatedText(const std::string& text, uint64_t claimed) : text_(text), claimed_(claimed) {}
     ssize_t read(char* buffer, size_t capacity) override

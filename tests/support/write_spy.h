@@ -4,8 +4,8 @@
 // makes is seen here. While a WriteSpy is alive each call is recorded, and
 // the spy can be told to fail a call or to write fewer bytes than asked;
 // otherwise the call goes to the kernel unchanged.
-#ifndef INTELHEX_TESTS_WRITE_SPY_H
-#define INTELHEX_TESTS_WRITE_SPY_H
+#ifndef HEXBLOCKS_TESTS_WRITE_SPY_H
+#define HEXBLOCKS_TESTS_WRITE_SPY_H
 
 #include <cstddef>
 #include <deque>

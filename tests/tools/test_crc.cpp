@@ -1,6 +1,7 @@
 // hexblocks crc: the line and the JSON it prints, every algorithm, ranges
 // and fill, a CRC of the user's own, standard input and its errors; Python's
 // zlib over objcopy's flat binary judges the value for generated images.
+#include "formats.h"
 #include "support/hex_text.h"
 #include "support/image_view.h"
 #include "support/run_tool.h"
@@ -14,6 +15,9 @@
 #include <string>
 #include <vector>
 
+using namespace hexblocks;
+using namespace hexblocks::cli;
+
 namespace {
 
 class Crc : public ::testing::Test {
@@ -26,7 +30,7 @@ protected:
 
 TEST_F(Crc, PrintsTheAlgorithmValueRangeAndSize)
 {
-    const ProcessResult r = hexblocks({"crc", nine});
+    const ProcessResult r = runTool({"crc", nine});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, "crc32: 0xCBF43926 over 0x00000000:0x00000009, 9 bytes\n");
     EXPECT_EQ(r.err, "");
@@ -40,10 +44,10 @@ TEST_F(Crc, EveryAlgorithmGivesItsCheckValue)
         {"crc16-kermit", "0x2189"},     {"crc16-modbus", "0x4B37"},   {"crc16-arc", "0xBB3D"},
         {"crc8", "0xF4"},               {"stm32", "0xD9020D98"},      {"sum8", "0xDD"},
         {"sum16", "0x01DD"}};
-    const ProcessResult help = hexblocks({"crc", "--help"});
+    const ProcessResult help = runTool({"crc", "--help"});
     for (const auto& e : expected) {
         for (const char* option : {"--algorithm", "-a"}) {
-            const ProcessResult r = hexblocks({"crc", nine, option, e.first});
+            const ProcessResult r = runTool({"crc", nine, option, e.first});
             EXPECT_EQ(r.exitCode, 0) << r.err;
             EXPECT_EQ(r.out, e.first + ": " + e.second + " over 0x00000000:0x00000009, 9 bytes\n");
         }
@@ -54,64 +58,64 @@ TEST_F(Crc, EveryAlgorithmGivesItsCheckValue)
 
 TEST_F(Crc, JsonGivesNumbers)
 {
-    ProcessResult r = hexblocks({"crc", nine, "--json", "--algorithm", "sum16", "--range", "0x0:0x10", "--fill", "0"});
+    ProcessResult r = runTool({"crc", nine, "--json", "--algorithm", "sum16", "--range", "0x0:0x10", "--fill", "0"});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, "{\"algorithm\": \"sum16\", \"value\": 477, \"start\": 0, \"size\": 16, \"fill\": 0}\n");
-    r = hexblocks({"crc", nine, "--json", "--algorithm", "sum16", "--range", "0x0:0x10", "--fill", "1"});
+    r = runTool({"crc", nine, "--json", "--algorithm", "sum16", "--range", "0x0:0x10", "--fill", "1"});
     EXPECT_EQ(r.out, "{\"algorithm\": \"sum16\", \"value\": 484, \"start\": 0, \"size\": 16, \"fill\": 1}\n");
-    r = hexblocks({"crc", nine, "-j"});
+    r = runTool({"crc", nine, "-j"});
     EXPECT_EQ(r.out, "{\"algorithm\": \"crc32\", \"value\": 3421780262, \"start\": 0, \"size\": 9, \"fill\": 255}\n");
-    r = hexblocks({"crc", nine, "-j", "--range", "0xFFFFFFF0:0x100000000"});
+    r = runTool({"crc", nine, "-j", "--range", "0xFFFFFFF0:0x100000000"});
     EXPECT_EQ(r.out.substr(r.out.find("\"start\"")), "\"start\": 4294967280, \"size\": 16, \"fill\": 255}\n");
 }
 
 TEST_F(Crc, RangeAndFillCoverAddressesWithoutData)
 {
     // "123456789" at 0x100 and 0xFF from 0x109 to 0x10F: crc32 of those 16 bytes.
-    const ProcessResult r = hexblocks({"crc", nine + "@0x100", "--range", "0x100:0x110"});
-    const ProcessResult flat = hexblocks({"crc", dir.write("flat.bin", "123456789\xFF\xFF\xFF\xFF\xFF\xFF\xFF")});
+    const ProcessResult r = runTool({"crc", nine + "@0x100", "--range", "0x100:0x110"});
+    const ProcessResult flat = runTool({"crc", dir.write("flat.bin", "123456789\xFF\xFF\xFF\xFF\xFF\xFF\xFF")});
     EXPECT_EQ(r.out, "crc32: " + flat.out.substr(7, 10) + " over 0x00000100:0x00000110, 16 bytes\n");
-    const ProcessResult zeros = hexblocks({"crc", nine + "@0x100", "--range", "0x100:0x110", "--fill", "0"});
-    const ProcessResult flatZeros = hexblocks({"crc", dir.write("zeros.bin", std::string("123456789") + std::string(7, '\0'))});
+    const ProcessResult zeros = runTool({"crc", nine + "@0x100", "--range", "0x100:0x110", "--fill", "0"});
+    const ProcessResult flatZeros = runTool({"crc", dir.write("zeros.bin", std::string("123456789") + std::string(7, '\0'))});
     EXPECT_EQ(zeros.out.substr(0, 17), flatZeros.out.substr(0, 17));
     EXPECT_NE(zeros.out, r.out);
     // One byte, and the top of the address space.
-    EXPECT_EQ(hexblocks({"crc", nine + "@0x100", "--range", "0x100:0x101", "-a", "sum8"}).out,
+    EXPECT_EQ(runTool({"crc", nine + "@0x100", "--range", "0x100:0x101", "-a", "sum8"}).out,
               "sum8: 0x31 over 0x00000100:0x00000101, 1 byte\n");
-    EXPECT_EQ(hexblocks({"crc", nine + "@0xFFFFFFF7", "--range", "0xFFFFFFF7:0x100000000", "-a", "sum16"}).out,
+    EXPECT_EQ(runTool({"crc", nine + "@0xFFFFFFF7", "--range", "0xFFFFFFF7:0x100000000", "-a", "sum16"}).out,
               "sum16: 0x01DD over 0xFFFFFFF7:0x100000000, 9 bytes\n");
 }
 
 TEST_F(Crc, ACrcOfYourOwn)
 {
-    const ProcessResult r = hexblocks({"crc", nine, "--width", "16", "--poly", "0x8005", "--reflect-in", "--reflect-out"});
+    const ProcessResult r = runTool({"crc", nine, "--width", "16", "--poly", "0x8005", "--reflect-in", "--reflect-out"});
     EXPECT_EQ(r.out, "custom: 0xBB3D over 0x00000000:0x00000009, 9 bytes\n");
-    EXPECT_EQ(hexblocks({"crc", nine, "--width", "32", "--poly", "0x1EDC6F41", "--init", "0xFFFFFFFF", "--xorout",
+    EXPECT_EQ(runTool({"crc", nine, "--width", "32", "--poly", "0x1EDC6F41", "--init", "0xFFFFFFFF", "--xorout",
                          "0xFFFFFFFF", "--reflect-in", "--reflect-out"})
                   .out,
               "custom: 0xE3069283 over 0x00000000:0x00000009, 9 bytes\n");
-    EXPECT_EQ(hexblocks({"crc", nine, "--width", "8", "--poly", "7"}).out, "custom: 0xF4 over 0x00000000:0x00000009, 9 bytes\n");
+    EXPECT_EQ(runTool({"crc", nine, "--width", "8", "--poly", "7"}).out, "custom: 0xF4 over 0x00000000:0x00000009, 9 bytes\n");
 }
 
 TEST_F(Crc, ReadsEveryFormatAndStandardInput)
 {
     const std::string hex = dir.write("nine.hex", joinLines({dataRecord(0x0000, countingBytes(9, '1')), EOF_RECORD}));
-    EXPECT_EQ(hexblocks({"crc", hex}).out, "crc32: 0xCBF43926 over 0x00000000:0x00000009, 9 bytes\n");
-    EXPECT_EQ(hexblocksWithInput({"crc", "-"}, joinLines({srecordLine(1, 2, 0x10, countingBytes(9, '1'))})).out,
+    EXPECT_EQ(runTool({"crc", hex}).out, "crc32: 0xCBF43926 over 0x00000000:0x00000009, 9 bytes\n");
+    EXPECT_EQ(runToolWithInput({"crc", "-"}, joinLines({srecordLine(1, 2, 0x10, countingBytes(9, '1'))})).out,
               "crc32: 0xCBF43926 over 0x00000010:0x00000019, 9 bytes\n");
-    EXPECT_EQ(hexblocksWithInput({"crc", "--input-format", "bin", "-"}, "123456789").out,
+    EXPECT_EQ(runToolWithInput({"crc", "--input-format", "bin", "-"}, "123456789").out,
               "crc32: 0xCBF43926 over 0x00000000:0x00000009, 9 bytes\n");
     const std::string empty = dir.write("empty.hex", joinLines({EOF_RECORD}));
-    EXPECT_EQ(hexblocks({"crc", empty}).out, "crc32: 0x00000000 over 0x00000000:0x00000000, 0 bytes\n");
+    EXPECT_EQ(runTool({"crc", empty}).out, "crc32: 0x00000000 over 0x00000000:0x00000000, 0 bytes\n");
 }
 
 TEST_F(Crc, Errors)
 {
-    ProcessResult r = hexblocks({"crc", dir.write("bad.hex", ":0000\n")});
+    ProcessResult r = runTool({"crc", dir.write("bad.hex", ":0000\n")});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err.substr(0, r.err.find(':', r.err.find("bad.hex") + 8) + 1), dir.file("bad.hex") + ":1:");
-    r = hexblocks({"crc", dir.file("missing.hex")});
+    r = runTool({"crc", dir.file("missing.hex")});
     EXPECT_EQ(r.exitCode, 1);
     const std::vector<std::pair<std::vector<std::string>, std::string>> usage = {
         {{"crc"}, "missing FILE"},
@@ -125,7 +129,7 @@ TEST_F(Crc, Errors)
         {{"crc", nine, "--one-block"}, "unknown option '--one-block'"},
     };
     for (const auto& u : usage) {
-        r = hexblocks(u.first);
+        r = runTool(u.first);
         EXPECT_EQ(r.exitCode, 2) << u.second;
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err.substr(0, r.err.find('\n')), "hexblocks: " + u.second);
@@ -138,14 +142,14 @@ TEST_F(Crc, PythonZlibAgreesOnGeneratedImagesWithGaps)
     for (int round = 0; round < 10; ++round) {
         const MemoryImage image = randomImage(random, false, true);
         const std::string hex = dir.file("image.hex");
-        ASSERT_TRUE(image.saveFile(hex.c_str()));
+        ASSERT_TRUE(writeFile(image, hex.c_str()));
         const ProcessResult objcopy = runProcess(OBJCOPY_PATH, {"-I", "ihex", "-O", "binary", "--gap-fill", "0xFF", hex,
                                                                 dir.file("flat.bin")});
         ASSERT_EQ(objcopy.exitCode, 0) << objcopy.err;
         const ProcessResult python = runProcess(PYTHON3_PATH, {"-c", "import sys, zlib; print(zlib.crc32(open(sys.argv[1], 'rb').read()))",
                                                                dir.file("flat.bin")});
         ASSERT_EQ(python.exitCode, 0) << python.err;
-        const ProcessResult ours = hexblocks({"crc", hex, "--json"});
+        const ProcessResult ours = runTool({"crc", hex, "--json"});
         ASSERT_EQ(ours.exitCode, 0) << ours.err;
         EXPECT_EQ(ours.out, "{\"algorithm\": \"crc32\", \"value\": " + python.out.substr(0, python.out.size() - 1) +
                                 ", \"start\": " + std::to_string(image.lowestAddress()) +

@@ -1,6 +1,7 @@
-// hexblocks with each hex decoder, chosen through INTELHEX_HEX_DECODER: the
+// hexblocks with each hex decoder, chosen through HEXBLOCKS_HEX_DECODER: the
 // same output, diagnostics and exit status from the scalar decoder and from
 // the vector decoder of the processor, on good and bad HEX and S-records.
+#include "formats.h"
 #include "memory_image.h"
 
 #include "support/image_view.h"
@@ -14,6 +15,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+using namespace hexblocks;
 
 namespace {
 
@@ -44,11 +47,11 @@ protected:
         std::mt19937 random(23);
         for (int i = 0; i < 4; ++i) {
             const MemoryImage image = randomImage(random, i % 2 == 0);
-            MemoryImage::saveoptions_t options;
+            write_options_t options;
             options.recordSize = i < 2 ? 16 : 32;
             options.crlf = i == 3;
             const std::string hex = saved(image, options);
-            options.format = MemoryImage::fileformat_t::SRECORD;
+            options.format = file_format_t::SRECORD;
             const std::string srec = saved(image, options);
             const std::string n = std::to_string(i);
             paths.push_back(dir.write("image" + n + ".hex", hex));
@@ -61,10 +64,10 @@ protected:
         return paths;
     }
 
-    static std::string saved(const MemoryImage& image, const MemoryImage::saveoptions_t& options)
+    static std::string saved(const MemoryImage& image, const write_options_t& options)
     {
         std::ostringstream out;
-        EXPECT_TRUE(image.save(out, options).ok);
+        EXPECT_TRUE(writeStream(image, out, options).ok());
         return out.str();
     }
 
@@ -91,8 +94,8 @@ protected:
 
     ProcessResult runWith(const std::string& decoder, const std::vector<std::string>& args)
     {
-        ScopedEnvironment environment("INTELHEX_HEX_DECODER", decoder);
-        return hexblocks(args);
+        ScopedEnvironment environment("HEXBLOCKS_HEX_DECODER", decoder);
+        return runTool(args);
     }
 };
 
@@ -127,7 +130,7 @@ TEST_F(Decoders, TheDamagedInputsFail)
 TEST_F(Decoders, AnUnknownDecoderNameIsIgnored)
 {
     const std::string path = inputs().front();
-    const ProcessResult best = hexblocks({"info", path});
+    const ProcessResult best = runTool({"info", path});
     EXPECT_EQ(best.exitCode, 0);
     EXPECT_EQ(describe(runWith("avx512", {"info", path})), describe(best));
 }

@@ -18,7 +18,7 @@ namespace {
 // The commands the main help lists.
 std::vector<std::string> helpCommands()
 {
-    const std::string help = hexblocks({"--help"}).out;
+    const std::string help = runTool({"--help"}).out;
     const std::string list = help.substr(help.find("Commands:\n"), help.find("\nOptions:") - help.find("Commands:\n"));
     std::vector<std::string> names;
     const std::regex line("\n  ([a-z]+) ");
@@ -79,10 +79,10 @@ std::vector<std::string> complete(const std::vector<std::string>& words, const s
 
 TEST(Documentation, InstalledCopiesAreWhatTheToolMakes)
 {
-    ProcessResult r = hexblocks({"--generate", "man"});
+    ProcessResult r = runTool({"--generate", "man"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, readFileText(HEXBLOCKS_MAN_PAGE)) << "run: hexblocks --generate man > tools/hexblocks.1";
-    r = hexblocks({"--generate", "complete-bash"});
+    r = runTool({"--generate", "complete-bash"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, readFileText(HEXBLOCKS_COMPLETION))
         << "run: hexblocks --generate complete-bash > tools/hexblocks.bash-completion";
@@ -90,7 +90,7 @@ TEST(Documentation, InstalledCopiesAreWhatTheToolMakes)
     for (const std::vector<std::string>& args : {std::vector<std::string>{"--generate"},
                                                  std::vector<std::string>{"--generate", "zsh"},
                                                  std::vector<std::string>{"--generate", "man", "extra"}}) {
-        r = hexblocks(args);
+        r = runTool(args);
         EXPECT_EQ(r.exitCode, 2);
         EXPECT_EQ(r.out, "");
         EXPECT_NE(r.err.find("usage: hexblocks"), std::string::npos);
@@ -104,7 +104,7 @@ TEST(Documentation, ManualPageNamesEveryCommandAndOption)
     ASSERT_EQ(commands.size(), 9u);
     for (const std::string& command : commands) {
         EXPECT_NE(page.find(".SS \"hexblocks " + command + " "), std::string::npos) << command;
-        const std::string help = hexblocks({command, "--help"}).out;
+        const std::string help = runTool({command, "--help"}).out;
         const std::set<std::string> options = helpOptions(help);
         EXPECT_GE(options.size(), 2u) << command;
         // Each option within the command's own section.
@@ -113,7 +113,7 @@ TEST(Documentation, ManualPageNamesEveryCommandAndOption)
         for (const std::string& option : options)
             EXPECT_NE(section.find("\\fB" + roffed(option) + "\\fR"), std::string::npos) << command << " " << option;
     }
-    for (const std::string& option : helpOptions(hexblocks({"--help"}).out))
+    for (const std::string& option : helpOptions(runTool({"--help"}).out))
         EXPECT_NE(page.find("\\fB" + roffed(option) + "\\fR"), std::string::npos) << option;
     for (const char* section : {".SH NAME", ".SH SYNOPSIS", ".SH DESCRIPTION", ".SH COMMANDS", ".SH OPTIONS",
                                 ".SH INPUTS", ".SH \"EXIT STATUS\"", ".SH EXAMPLES"})
@@ -161,7 +161,7 @@ TEST(Documentation, BashCompletesCommandsOptionsValuesAndFiles)
 
     // Every option of every command's help is offered, and nothing else.
     for (const std::string& command : helpCommands()) {
-        const std::set<std::string> expected = helpOptions(hexblocks({command, "--help"}).out);
+        const std::set<std::string> expected = helpOptions(runTool({command, "--help"}).out);
         const std::vector<std::string> offered = complete({"hexblocks", command, "-"}, dir.path());
         EXPECT_EQ(std::set<std::string>(offered.begin(), offered.end()), expected) << command;
     }

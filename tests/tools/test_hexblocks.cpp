@@ -40,13 +40,13 @@ protected:
 
 TEST_F(Hexblocks, VersionAndHelp)
 {
-    ProcessResult r = hexblocks({"--version"});
+    ProcessResult r = runTool({"--version"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, std::string("hexblocks ") + HEXBLOCKS_VERSION + "\n");
     EXPECT_EQ(r.err, "");
 
     for (const char* flag : {"--help", "-h", "help"}) {
-        r = hexblocks({flag});
+        r = runTool({flag});
         EXPECT_EQ(r.exitCode, 0) << flag;
         EXPECT_TRUE(startsWith(r.out, "usage: hexblocks COMMAND FILE [OPTIONS]\n")) << r.out;
         for (const std::string& command : COMMANDS)
@@ -61,7 +61,7 @@ TEST_F(Hexblocks, HelpOfEachCommand)
         for (const std::vector<std::string>& args :
              {std::vector<std::string>{command, "--help"}, std::vector<std::string>{command, "-h"},
               std::vector<std::string>{"help", command}, std::vector<std::string>{command, "x.hex", "--help"}}) {
-            const ProcessResult r = hexblocks(args);
+            const ProcessResult r = runTool(args);
             EXPECT_EQ(r.exitCode, 0) << command;
             EXPECT_TRUE(startsWith(r.out, "usage: hexblocks " + command + " FILE")) << r.out;
             EXPECT_EQ(r.err, "");
@@ -87,7 +87,7 @@ TEST_F(Hexblocks, UsageErrorsExitTwo)
         {{"help", "nothing"}, "hexblocks: unknown command 'nothing'\n"},
     };
     for (const auto& c : cases) {
-        const ProcessResult r = hexblocks(c.first);
+        const ProcessResult r = runTool(c.first);
         EXPECT_EQ(r.exitCode, 2) << c.second;
         EXPECT_EQ(r.out, "") << c.second;
         EXPECT_TRUE(startsWith(r.err, c.second)) << r.err;
@@ -97,7 +97,7 @@ TEST_F(Hexblocks, UsageErrorsExitTwo)
 
 TEST_F(Hexblocks, InfoOnTheSample)
 {
-    const ProcessResult r = hexblocks({"info", SAMPLE_HEX});
+    const ProcessResult r = runTool({"info", SAMPLE_HEX});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(r.out,
@@ -111,7 +111,7 @@ TEST_F(Hexblocks, InfoOnTheSample)
 TEST_F(Hexblocks, InfoJson)
 {
     const std::string path = dir.write("small.hex", smallImage());
-    const ProcessResult r = hexblocks({"info", "--json", path});
+    const ProcessResult r = runTool({"info", "--json", path});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "{\n  \"file\": \"" + path +
                          "\",\n  \"mode\": \"normal\",\n  \"format\": \"full\",\n  \"start_address\": null,\n"
@@ -130,7 +130,7 @@ TEST_F(Hexblocks, InfoJson)
 TEST_F(Hexblocks, InfoJsonWithoutBlocks)
 {
     const std::string path = dir.write("empty.hex", ":00000001FF\n");
-    const ProcessResult r = hexblocks({"info", path, "-j"});
+    const ProcessResult r = runTool({"info", path, "-j"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "{\n  \"file\": \"" + path +
                          "\",\n  \"mode\": \"normal\",\n  \"format\": \"full\",\n  \"start_address\": null,\n"
@@ -143,7 +143,7 @@ TEST_F(Hexblocks, InfoOneBlock)
 {
     const std::string path = dir.write("one.hex", joinLines({linearBaseRecord(0x0800), dataRecord(0x0000, {1}),
                                                              dataRecord(0x0010, {2}), EOF_RECORD}));
-    const ProcessResult r = hexblocks({"info", path, "--one-block"});
+    const ProcessResult r = runTool({"info", path, "--one-block"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out,
               "#  start       end         size  base    start16\n"
@@ -153,7 +153,7 @@ TEST_F(Hexblocks, InfoOneBlock)
 
 TEST_F(Hexblocks, MapOnTheSample)
 {
-    const ProcessResult r = hexblocks({"map", SAMPLE_HEX});
+    const ProcessResult r = runTool({"map", SAMPLE_HEX});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(r.out, std::string(SAMPLE_HEX) +
@@ -172,7 +172,7 @@ TEST_F(Hexblocks, MapOnTheSample)
 TEST_F(Hexblocks, BinWritesOneFilePerBlock)
 {
     const std::string path = dir.write("app.hex", smallImage());
-    const ProcessResult r = hexblocks({"bin", path, "-o", dir.path()});
+    const ProcessResult r = runTool({"bin", path, "-o", dir.path()});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(r.out, dir.path() + "/app_0x08000000.bin  20 bytes\n" + dir.path() +
@@ -188,7 +188,7 @@ TEST_F(Hexblocks, BinFilesGetTheModeOfANewFile)
 {
     const std::string path = dir.write("app.hex", smallImage());
     const mode_t mask = umask(022);
-    const ProcessResult r = hexblocks({"bin", path, "-o", dir.path()});
+    const ProcessResult r = runTool({"bin", path, "-o", dir.path()});
     umask(mask);
     ASSERT_EQ(r.exitCode, 0);
     struct stat info;
@@ -199,7 +199,7 @@ TEST_F(Hexblocks, BinFilesGetTheModeOfANewFile)
 TEST_F(Hexblocks, BinIntoTheCurrentDirectoryByDefault)
 {
     dir.write("fw.ihex", smallImage());
-    const ProcessResult r = hexblocks({"bin", "fw.ihex"}, dir.path());
+    const ProcessResult r = runTool({"bin", "fw.ihex"}, dir.path());
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_TRUE(startsWith(r.out, "./fw_0x08000000.bin  20 bytes\n")) << r.out;
     EXPECT_EQ(readFileBytes(dir.file("fw_0x08000000.bin")), countingBytes(20, 0x41));
@@ -208,7 +208,7 @@ TEST_F(Hexblocks, BinIntoTheCurrentDirectoryByDefault)
 TEST_F(Hexblocks, BinReverse)
 {
     const std::string path = dir.write("app.hex", smallImage());
-    const ProcessResult r = hexblocks({"bin", "--reverse", path, "--output", dir.path()});
+    const ProcessResult r = runTool({"bin", "--reverse", path, "--output", dir.path()});
     EXPECT_EQ(r.exitCode, 0);
     std::vector<uint8_t> reversed = countingBytes(20, 0x41);
     std::reverse(reversed.begin(), reversed.end());
@@ -220,7 +220,7 @@ TEST_F(Hexblocks, BinOneBlock)
 {
     const std::string path = dir.write("one.hex", joinLines({linearBaseRecord(0x0800), dataRecord(0x0000, {1, 2}),
                                                              dataRecord(0x0004, {3}), EOF_RECORD}));
-    const ProcessResult r = hexblocks({"bin", path, "-1", "-o", dir.path() + "/"});
+    const ProcessResult r = runTool({"bin", path, "-1", "-o", dir.path() + "/"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, dir.path() + "/one_0x08000000.bin  5 bytes\n");
     EXPECT_EQ(readFileBytes(dir.file("one_0x08000000.bin")), std::vector<uint8_t>({1, 2, 0xFF, 0xFF, 3}));
@@ -232,11 +232,11 @@ TEST_F(Hexblocks, BinIntoAMissingDirectoryFailsAndLeavesNothing)
     // A name ending in '/' is a directory; without it, a file, which a
     // file of three blocks cannot go into.
     const std::string out = dir.file("missing");
-    ProcessResult r = hexblocks({"bin", path, "-o", out + "/"});
+    ProcessResult r = runTool({"bin", path, "-o", out + "/"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "hexblocks: cannot create '" + out + "/app_0x08000000.bin': No such file or directory\n");
-    r = hexblocks({"bin", path, "-o", out});
+    r = runTool({"bin", path, "-o", out});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "hexblocks: " + path + " has 3 blocks: give -o a directory for one file per block, or use "
@@ -248,13 +248,13 @@ TEST_F(Hexblocks, BinIntoAnUnwritableDirectoryFails)
 {
     const std::string path = dir.write("app.hex", smallImage());
     // Not writable even for root.
-    const ProcessResult r = hexblocks({"bin", path, "-o", "/proc"});
+    const ProcessResult r = runTool({"bin", path, "-o", "/proc"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_TRUE(startsWith(r.err, "hexblocks: cannot create '/proc/app_0x08000000.bin': ")) << r.err;
 
     const std::string notADir = dir.write("plain-file", "x");
-    const ProcessResult r2 = hexblocks({"bin", path, "-o", notADir + "/"});
+    const ProcessResult r2 = runTool({"bin", path, "-o", notADir + "/"});
     EXPECT_EQ(r2.exitCode, 1);
     EXPECT_EQ(r2.err, "hexblocks: cannot create '" + notADir + "/app_0x08000000.bin': Not a directory\n");
 }
@@ -269,7 +269,7 @@ TEST_F(Hexblocks, FailedWriteLeavesNoPartialFile)
     const std::string out = dir.file("out");
     ASSERT_EQ(runProcess("/bin/mkdir", {out}).exitCode, 0);
     // Files may grow to 1000 bytes only: the 4096-byte block fails part way.
-    const ProcessResult r = hexblocksLimited({"bin", path, "-o", out}, "", 1000);
+    const ProcessResult r = runToolLimited({"bin", path, "-o", out}, "", 1000);
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "hexblocks: cannot write '" + out + "/big_0x00000000.bin': File too large\n");
@@ -279,7 +279,7 @@ TEST_F(Hexblocks, FailedWriteLeavesNoPartialFile)
 TEST_F(Hexblocks, DumpInTheStyleOfXxd)
 {
     const std::string path = dir.write("small.hex", smallImage());
-    const ProcessResult r = hexblocks({"dump", path});
+    const ProcessResult r = runTool({"dump", path});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(r.out,
@@ -297,12 +297,12 @@ TEST_F(Hexblocks, DumpInTheStyleOfXxd)
 TEST_F(Hexblocks, DumpOneBlock)
 {
     const std::string path = dir.write("small.hex", smallImage());
-    const ProcessResult r = hexblocks({"dump", path, "--block", "1"});
+    const ProcessResult r = runTool({"dump", path, "--block", "1"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "block 1: 0x08000100-0x08000101, 2 bytes\n"
                      "08000100: dead                                     ..\n");
 
-    const ProcessResult missing = hexblocks({"dump", path, "-b", "3"});
+    const ProcessResult missing = runTool({"dump", path, "-b", "3"});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_EQ(missing.out, "");
     EXPECT_EQ(missing.err, "hexblocks: no block 3 in '" + path + "' (it has 3 blocks)\n");
@@ -313,7 +313,7 @@ TEST_F(Hexblocks, BadChecksumInEveryCommand)
     const std::string path =
         dir.write("bad.hex", joinLines({dataRecord(0, {1}), ":0300300002337A1F", EOF_RECORD}));
     for (const std::string& command : COMMANDS) {
-        const ProcessResult r = hexblocks({command, path, command == "bin" ? "-o" + dir.path() : "-1"});
+        const ProcessResult r = runTool({command, path, command == "bin" ? "-o" + dir.path() : "-1"});
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "") << command;
         EXPECT_EQ(r.err, path + ":2: checksum error\n") << command;
@@ -326,7 +326,7 @@ TEST_F(Hexblocks, UnsupportedTypeInEveryCommand)
     const std::string record = hexRecord(0x0A, 0, {0x01, 0x02});
     const std::string path = dir.write("ten.hex", joinLines({dataRecord(0, {1}), record, EOF_RECORD}));
     for (const std::string& command : COMMANDS) {
-        const ProcessResult r = hexblocks({command, path}, dir.path());
+        const ProcessResult r = runTool({command, path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "") << command;
         EXPECT_EQ(r.err, path + ":2: unsupported record type 0A\n") << command;
@@ -338,7 +338,7 @@ TEST_F(Hexblocks, StrictRejectsStartAddressesInEveryCommand)
     const std::string start = hexRecord(0x05, 0, {0x08, 0x00, 0x01, 0x01});
     const std::string path = dir.write("start.hex", joinLines({dataRecord(0, {1}), start, EOF_RECORD}));
     for (const std::string& command : COMMANDS) {
-        const ProcessResult r = hexblocks({command, "--strict", path}, dir.path());
+        const ProcessResult r = runTool({command, "--strict", path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "") << command;
         EXPECT_EQ(r.err, start + "\n#ERROR: unsupported record type found (5)\n") << command;
@@ -354,7 +354,7 @@ TEST_F(Hexblocks, EveryCommandReadsTheWholeFormatByDefault)
     for (const std::vector<std::string>& args :
          {std::vector<std::string>{"info", path}, std::vector<std::string>{"info", "-F", path},
           std::vector<std::string>{"info", "--full-format", path}}) {
-        const ProcessResult r = hexblocks(args);
+        const ProcessResult r = runTool(args);
         EXPECT_EQ(r.exitCode, 0);
         EXPECT_EQ(r.err, "");
         EXPECT_EQ(r.out, "#  start       end         size  base    start16\n"
@@ -364,11 +364,11 @@ TEST_F(Hexblocks, EveryCommandReadsTheWholeFormatByDefault)
                          "start address: 0x08000011 (linear, type 05)\n");
     }
     for (const char* command : {"map", "dump"}) {
-        const ProcessResult r = hexblocks({command, path});
+        const ProcessResult r = runTool({command, path});
         EXPECT_EQ(r.exitCode, 0) << command;
         EXPECT_EQ(r.err, "") << command;
     }
-    const ProcessResult bin = hexblocks({"bin", path, "-o", dir.path()});
+    const ProcessResult bin = runTool({"bin", path, "-o", dir.path()});
     EXPECT_EQ(bin.exitCode, 0);
     EXPECT_EQ(readFileBytes(dir.file("app_0x08000000.bin")), std::vector<uint8_t>({1, 2}));
     EXPECT_EQ(readFileBytes(dir.file("app_0x08000010.bin")), std::vector<uint8_t>({3, 4}));
@@ -378,18 +378,18 @@ TEST_F(Hexblocks, StrictKeepsBlocksWithinALinearBase)
 {
     const std::string path = dir.write("cross.hex", joinLines({linearBaseRecord(0x0800), dataRecord(0xFFFE, {1, 2}),
                                                                linearBaseRecord(0x0801), dataRecord(0, {3}), EOF_RECORD}));
-    const ProcessResult strict = hexblocks({"info", "--strict", path});
+    const ProcessResult strict = runTool({"info", "--strict", path});
     EXPECT_EQ(strict.exitCode, 0);
     EXPECT_EQ(strict.out, "#  start       end         size  base    start16\n"
                           "0  0x0800FFFE  0x0800FFFF     2  0x0800  0xFFFE\n"
                           "1  0x08010000  0x08010000     1  0x0801  0x0000\n"
                           "total: 2 blocks, 3 bytes, span 0x0800FFFE-0x08010000, 3 bytes\n");
-    const ProcessResult full = hexblocks({"info", path});
+    const ProcessResult full = runTool({"info", path});
     EXPECT_EQ(full.exitCode, 0);
     EXPECT_EQ(full.out, "#  start       end         size  base    start16\n"
                         "0  0x0800FFFE  0x08010000     3  0x0800  0xFFFE\n"
                         "total: 1 block, 3 bytes, span 0x0800FFFE-0x08010000, 3 bytes\n");
-    const ProcessResult json = hexblocks({"info", "--strict", "--json", path});
+    const ProcessResult json = runTool({"info", "--strict", "--json", path});
     EXPECT_NE(json.out.find("\"format\": \"strict\",\n  \"start_address\": null,\n"), std::string::npos) << json.out;
 }
 
@@ -397,7 +397,7 @@ TEST_F(Hexblocks, MissingFileInEveryCommand)
 {
     const std::string path = dir.file("nowhere.hex");
     for (const std::string& command : COMMANDS) {
-        const ProcessResult r = hexblocks({command, path}, dir.path());
+        const ProcessResult r = runTool({command, path}, dir.path());
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err, path + ": cannot open the file: No such file or directory\n");
@@ -429,7 +429,7 @@ TEST_F(Hexblocks, AnInputThatCannotBeReadFailsWithOneLineInEveryCommand)
         {{"diff", unreadable, SAMPLE_HEX}, 2},
         {{"diff", SAMPLE_HEX, unreadable}, 2}};
     for (const auto& run : runs) {
-        const ProcessResult r = hexblocks(run.first);
+        const ProcessResult r = runTool(run.first);
         EXPECT_EQ(r.exitCode, run.second) << run.first[0];
         EXPECT_EQ(r.out, "") << run.first[0];
         EXPECT_EQ(r.err, line) << run.first[0];
@@ -438,7 +438,7 @@ TEST_F(Hexblocks, AnInputThatCannotBeReadFailsWithOneLineInEveryCommand)
         std::vector<std::string> args = {command, "--strict", unreadable};
         if (command == "bin")
             args.insert(args.end(), {"-o", dir.path()});
-        const ProcessResult r = hexblocks(args);
+        const ProcessResult r = runTool(args);
         EXPECT_EQ(r.exitCode, 1) << command;
         EXPECT_EQ(r.out, "") << command;
         EXPECT_EQ(r.err, SIGNATURE + ": hexline to short\n#ERROR: corrupt line data in line \"\"\n") << command;
@@ -455,7 +455,7 @@ TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnosticsOnStandardError)
     const std::string path = dir.write("cut.hex", dataRecord(0, {1}) + "\n");
     for (const std::vector<std::string>& args : {std::vector<std::string>{"info", "--strict", path},
                                                  std::vector<std::string>{"info", "--strict", "--json", path}}) {
-        const ProcessResult r = hexblocks(args);
+        const ProcessResult r = runTool(args);
         EXPECT_EQ(r.exitCode, 1);
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err, SIGNATURE + ": hexline to short\n#ERROR: corrupt line data in line \"\"\n");
@@ -465,18 +465,18 @@ TEST_F(Hexblocks, TruncatedFileShowsTheParserDiagnosticsOnStandardError)
 TEST_F(Hexblocks, ExceptionsFromTheLibraryBecomeAnErrorLine)
 {
     const std::string shortLine = dir.write("short.hex", joinLines({":05003000023", EOF_RECORD}));
-    ProcessResult r = hexblocks({"info", "--strict", shortLine});
+    ProcessResult r = runTool({"info", "--strict", shortLine});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, shortLine + ":1: the record's data runs past the end of the line\n");
 
     const std::string minus = dir.write("minus.hex", joinLines({":-10000000000", EOF_RECORD}));
-    r = hexblocks({"info", "--strict", minus});
+    r = runTool({"info", "--strict", minus});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, minus + ":1: impossible byte count\n");
 
     const std::string wrap = dir.write("wrap.hex", joinLines({dataRecord(0xFFF0, countingBytes(16)), linearBaseRecord(1),
                                                               dataRecord(0x0000, {1}), EOF_RECORD}));
-    r = hexblocks({"bin", "--strict", wrap, "--one-block", "-o", dir.path()});
+    r = runTool({"bin", "--strict", wrap, "--one-block", "-o", dir.path()});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, wrap + ": the one-block image size wraps around (records of several linear bases)\n");
 }
@@ -501,7 +501,7 @@ TEST_F(Hexblocks, OneBlockBinEqualsObjcopy)
 
         const std::string outDir = dir.file(image.first + ".out");
         ASSERT_EQ(runProcess("/bin/mkdir", {outDir}).exitCode, 0);
-        const ProcessResult r = hexblocks({"bin", "--one-block", path, "-o", outDir});
+        const ProcessResult r = runTool({"bin", "--one-block", path, "-o", outDir});
         ASSERT_EQ(r.exitCode, 0) << r.err;
         const std::vector<std::string> written = listFiles(outDir);
         ASSERT_EQ(written.size(), 1u);
@@ -519,12 +519,12 @@ TEST_F(Hexblocks, FullFormatReadsSegmentAndStartRecords)
         "avr.hex", joinLines({hexRecord(0x02, 0, {0x10, 0x00}), "", dataRecord(0xFC00, {1, 2, 3}),
                               "  " + hexRecord(0x03, 0, {0x10, 0x00, 0xFC, 0x00}) + "  ", ":00000001ff"},
                              "\r\n"));
-    const ProcessResult strict = hexblocks({"info", "--strict", path});
+    const ProcessResult strict = runTool({"info", "--strict", path});
     EXPECT_EQ(strict.exitCode, 1);
     EXPECT_EQ(strict.out, "");
     EXPECT_EQ(strict.err, hexRecord(0x02, 0, {0x10, 0x00}) + "\n#ERROR: unsupported record type found (2)\n");
 
-    const ProcessResult r = hexblocks({"info", "--full-format", path});
+    const ProcessResult r = runTool({"info", "--full-format", path});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(r.out, "#  start       end         size  base    start16\n"
@@ -532,7 +532,7 @@ TEST_F(Hexblocks, FullFormatReadsSegmentAndStartRecords)
                      "total: 1 block, 3 bytes, span 0x0001FC00-0x0001FC02, 3 bytes\n"
                      "start address: 1000:FC00 = 0x0001FC00 (segment CS:IP, type 03)\n");
 
-    const ProcessResult json = hexblocks({"info", "-F", "-j", path});
+    const ProcessResult json = runTool({"info", "-F", "-j", path});
     EXPECT_EQ(json.exitCode, 0);
     EXPECT_NE(json.out.find("\"format\": \"full\",\n  \"start_address\": {\"type\": 3, \"value\": 268499968},\n"),
               std::string::npos)
@@ -545,19 +545,19 @@ TEST_F(Hexblocks, FullFormatBlocksCrossLinearBases)
         "cross.hex", joinLines({linearBaseRecord(0x0800), dataRecord(0xFFF0, countingBytes(16)), linearBaseRecord(0x0801),
                                 dataRecord(0x0000, countingBytes(16, 16)), hexRecord(0x05, 0, {0x08, 0x00, 0x01, 0x01}),
                                 EOF_RECORD}));
-    const ProcessResult r = hexblocks({"info", path, "--full-format"});
+    const ProcessResult r = runTool({"info", path, "--full-format"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "#  start       end         size  base    start16\n"
                      "0  0x0800FFF0  0x0801000F    32  0x0800  0xFFF0\n"
                      "total: 1 block, 32 bytes, span 0x0800FFF0-0x0801000F, 32 bytes\n"
                      "start address: 0x08000101 (linear, type 05)\n");
-    const ProcessResult bin = hexblocks({"bin", path, "-F", "-o", dir.path()});
+    const ProcessResult bin = runTool({"bin", path, "-F", "-o", dir.path()});
     EXPECT_EQ(bin.exitCode, 0);
     EXPECT_EQ(readFileBytes(dir.file("cross_0x0800FFF0.bin")), countingBytes(32));
-    const ProcessResult map = hexblocks({"map", "-F", path});
+    const ProcessResult map = runTool({"map", "-F", path});
     EXPECT_EQ(map.exitCode, 0);
     EXPECT_NE(map.out.find("  A  0x0800FFF0-0x0801000F        32 B  block 0\n"), std::string::npos) << map.out;
-    const ProcessResult dump = hexblocks({"dump", "-F", path});
+    const ProcessResult dump = runTool({"dump", "-F", path});
     EXPECT_EQ(dump.exitCode, 0);
     EXPECT_NE(dump.out.find("08010000: 1011 1213"), std::string::npos) << dump.out;
 }
@@ -566,7 +566,7 @@ TEST_F(Hexblocks, FullFormatErrorNamesTheLine)
 {
     const std::string path =
         dir.write("bad.hex", joinLines({dataRecord(0, {1}), "", dataRecord(1, {2}), ":0300300002337A1F", EOF_RECORD}));
-    const ProcessResult r = hexblocks({"info", "--full-format", path});
+    const ProcessResult r = runTool({"info", "--full-format", path});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, path + ":4: checksum error\n");
@@ -611,7 +611,7 @@ TEST_F(Hexblocks, OneBlockFullFormatEqualsObjcopyAcrossLinearBases)
 
         const std::string out = dir.file(c.name + ".out");
         ASSERT_EQ(runProcess("/bin/mkdir", {out}).exitCode, 0);
-        const ProcessResult r = hexblocks({"bin", "--full-format", "--one-block", hex, "-o", out});
+        const ProcessResult r = runTool({"bin", "--full-format", "--one-block", hex, "-o", out});
         ASSERT_EQ(r.exitCode, 0) << r.err;
         const std::vector<std::string> files = listFiles(out);
         ASSERT_EQ(files.size(), 1u);
@@ -626,13 +626,13 @@ TEST_F(Hexblocks, OneBlockFullFormatEqualsObjcopyAcrossLinearBases)
 TEST_F(Hexblocks, FullFormatJsonWithoutStartAddress)
 {
     const std::string path = dir.write("small.hex", smallImage());
-    const ProcessResult r = hexblocks({"info", "--json", "--full-format", path});
+    const ProcessResult r = runTool({"info", "--json", "--full-format", path});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_NE(r.out.find("  \"mode\": \"normal\",\n  \"format\": \"full\",\n  \"start_address\": null,\n  \"blocks\": ["),
               std::string::npos)
         << r.out;
     // load() never gives a start address.
-    const ProcessResult strict = hexblocks({"info", "--json", "--strict", path});
+    const ProcessResult strict = runTool({"info", "--json", "--strict", path});
     EXPECT_NE(strict.out.find("  \"mode\": \"normal\",\n  \"format\": \"strict\",\n  \"start_address\": null,\n"),
               std::string::npos)
         << strict.out;

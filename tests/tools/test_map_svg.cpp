@@ -2,7 +2,8 @@
 // with the blocks to scale, each labelled with its address range and size,
 // huge gaps cut, the start address marked; written to standard output or
 // through -o; rendered to a PNG by rsvg-convert that is not blank; and the
-// README's picture is what the tool draws.
+// tool guide's picture is what the tool draws.
+#include "formats.h"
 #include "memory_image.h"
 
 #include "support/image_view.h"
@@ -13,6 +14,8 @@
 
 #include <string>
 #include <vector>
+
+using namespace hexblocks;
 
 namespace {
 
@@ -37,7 +40,7 @@ std::string parsedSvg(const std::string& svg)
 
 TEST(MapSvg, IsValidSvgWithEveryBlockLabelled)
 {
-    const ProcessResult r = hexblocks({"map", "--svg", SAMPLE_HEX});
+    const ProcessResult r = runTool({"map", "--svg", SAMPLE_HEX});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.err, "");
     // 1 background, 5 pieces of the strip, 3 legend squares; no start address.
@@ -59,9 +62,9 @@ TEST(MapSvg, MarksTheStartAddressAndCutsHugeGaps)
                                  {0x1FFF7800, std::vector<uint8_t>(16, 3)}});
     ASSERT_TRUE(image.setStartAddress({5, 0x08004101}));
     const std::string hex = dir.file("fw.hex");
-    ASSERT_TRUE(image.saveFile(hex.c_str()));
+    ASSERT_TRUE(writeFile(image, hex.c_str()));
     const std::string svg = dir.file("map.svg");
-    const ProcessResult r = hexblocks({"map", hex, "--svg", "-o", svg});
+    const ProcessResult r = runTool({"map", hex, "--svg", "-o", svg});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, "");
     const std::string parsed = parsedSvg(readFileText(svg));
@@ -73,8 +76,8 @@ TEST(MapSvg, MarksTheStartAddressAndCutsHugeGaps)
 
     // Names in the title are escaped for XML.
     const std::string odd = dir.file("a&b<c>.hex");
-    ASSERT_TRUE(image.saveFile(odd.c_str()));
-    const ProcessResult escaped = hexblocks({"map", "--svg", odd});
+    ASSERT_TRUE(writeFile(image, odd.c_str()));
+    const ProcessResult escaped = runTool({"map", "--svg", odd});
     EXPECT_NE(escaped.out.find("a&amp;b&lt;c&gt;.hex"), std::string::npos);
     EXPECT_NE(parsedSvg(escaped.out).find("a&b<c>.hex: 3 blocks"), std::string::npos);
 }
@@ -84,7 +87,7 @@ TEST(MapSvg, RendersToAPictureThatIsNotBlank)
     TempDir dir;
     const std::string png = dir.file("map.png");
     const std::string svg = dir.file("map.svg");
-    ASSERT_EQ(hexblocks({"map", "--svg", SAMPLE_HEX, "-o", svg}).exitCode, 0);
+    ASSERT_EQ(runTool({"map", "--svg", SAMPLE_HEX, "-o", svg}).exitCode, 0);
     const ProcessResult rendered = runProcess(RSVG_CONVERT_PATH, {svg, "-o", png});
     ASSERT_EQ(rendered.exitCode, 0) << rendered.err;
     // Python decodes the PNG's pixels and counts the colours in them.
@@ -116,7 +119,7 @@ TEST(MapSvg, RendersToAPictureThatIsNotBlank)
 
 TEST(MapSvg, TheReadmePictureIsWhatTheToolDraws)
 {
-    const ProcessResult r = hexblocks({"map", "--svg", "examples/sample.hex"}, PROJECT_SOURCE_DIR);
+    const ProcessResult r = runTool({"map", "--svg", "examples/sample.hex"}, PROJECT_SOURCE_DIR);
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, readFileText(std::string(PROJECT_SOURCE_DIR) + "/examples/sample-map.svg"))
         << "run: hexblocks map --svg examples/sample.hex -o examples/sample-map.svg";
@@ -124,7 +127,7 @@ TEST(MapSvg, TheReadmePictureIsWhatTheToolDraws)
 
 TEST(MapSvg, OutputNeedsSvg)
 {
-    const ProcessResult r = hexblocks({"map", SAMPLE_HEX, "-o", "map.txt"});
+    const ProcessResult r = runTool({"map", SAMPLE_HEX, "-o", "map.txt"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err.substr(0, r.err.find('\n')), "hexblocks: -o writes the SVG picture: add --svg");

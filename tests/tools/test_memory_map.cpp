@@ -1,9 +1,13 @@
+// The tool's text memory map: the strip drawn to scale, gaps, regions of
+// neighbouring blocks, and the block and gap lines.
 #include "memory_map.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+using namespace hexblocks::cli;
 
 namespace {
 

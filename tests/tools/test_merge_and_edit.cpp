@@ -2,6 +2,7 @@
 // start-address policy, and editing the image: offset, crop, exclude,
 // fill-range, swap and insert-crc, in the order given, with their errors.
 // srec_cat judges the edits and the inserted CRCs on generated images.
+#include "formats.h"
 #include "memory_image.h"
 
 #include "support/hex_text.h"
@@ -17,6 +18,9 @@
 #include <string>
 #include <vector>
 
+using namespace hexblocks;
+using namespace hexblocks::cli;
+
 namespace {
 
 std::string fileText(const std::string& path)
@@ -28,7 +32,7 @@ std::string fileText(const std::string& path)
 MemoryImage imageIn(const std::string& path)
 {
     MemoryImage image;
-    const MemoryImage::readresult_t read = image.readFile(path.c_str());
+    const read_result_t read = readFile(image, path.c_str());
     EXPECT_TRUE(read) << path << ":" << read.line << ": " << read.reason;
     return image;
 }
@@ -55,7 +59,7 @@ protected:
         all.insert(all.end(), inputs.begin(), inputs.end());
         all.insert(all.end(), {"-o", out});
         all.insert(all.end(), args.begin(), args.end());
-        const ProcessResult r = hexblocks(all);
+        const ProcessResult r = runTool(all);
         EXPECT_EQ(r.exitCode, 0) << r.err;
         EXPECT_EQ(r.err, "");
         EXPECT_EQ(r.out, "");
@@ -78,7 +82,7 @@ TEST_F(MergeAndEdit, OverlapErrorNamesBothInputsAndLines)
     for (const std::vector<std::string>& extra : {std::vector<std::string>{}, {"--overlap", "error"}}) {
         std::vector<std::string> args = {"convert", boot, app, "-o", existing};
         args.insert(args.end(), extra.begin(), extra.end());
-        const ProcessResult r = hexblocks(args);
+        const ProcessResult r = runTool(args);
         EXPECT_EQ(r.exitCode, 1);
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err, "hexblocks: " + boot + ":3 and " + app + ":2 both give data at 0x08000010\n");
@@ -103,7 +107,7 @@ TEST_F(MergeAndEdit, OverlapLastTakesTheLaterInput)
 
 TEST_F(MergeAndEdit, OverlapIdenticalAcceptsOnlyEqualBytes)
 {
-    const ProcessResult r = hexblocks({"convert", boot, app, "-o", out, "--overlap", "identical"});
+    const ProcessResult r = runTool({"convert", boot, app, "-o", out, "--overlap", "identical"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, "hexblocks: " + boot + ":3 and " + app + ":2 give different bytes at 0x08000012 (0xA2 and 0xB2)\n");
     EXPECT_FALSE(fileExists(out));
@@ -116,17 +120,17 @@ TEST_F(MergeAndEdit, OverlapIdenticalAcceptsOnlyEqualBytes)
 TEST_F(MergeAndEdit, ClashesWithBinaryAndStandardInputNameWhatTheyCan)
 {
     dir.write("patch.bin", "\x01\x02");
-    ProcessResult r = hexblocks({"convert", boot, dir.file("patch.bin") + "@0x0800000F", "-o", out});
+    ProcessResult r = runTool({"convert", boot, dir.file("patch.bin") + "@0x0800000F", "-o", out});
     EXPECT_EQ(r.err, "hexblocks: " + boot + ":2 and " + dir.file("patch.bin") + "@0x0800000F both give data at 0x0800000F\n");
-    r = hexblocksWithInput({"convert", boot, "-", "-o", out}, APP);
+    r = runToolWithInput({"convert", boot, "-", "-o", out}, APP);
     EXPECT_EQ(r.err, "hexblocks: " + boot + ":3 and -:2 both give data at 0x08000010\n");
-    r = hexblocksWithInput({"convert", "-", boot, "-o", out}, APP);
+    r = runToolWithInput({"convert", "-", boot, "-o", out}, APP);
     EXPECT_EQ(r.err, "hexblocks: -:2 and " + boot + ":3 both give data at 0x08000010\n");
 }
 
 TEST_F(MergeAndEdit, StartAddressPolicies)
 {
-    const ProcessResult r = hexblocks({"convert", boot, app, "-o", out, "--overlap", "first"});
+    const ProcessResult r = runTool({"convert", boot, app, "-o", out, "--overlap", "first"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, "hexblocks: " + boot + " and " + app + " give different start addresses (0x08000001 and 0x08000011)\n");
     const std::vector<std::pair<std::string, std::string>> cases = {
@@ -218,7 +222,7 @@ TEST_F(MergeAndEdit, EditErrorsNameTheOptionAndLeaveNoOutput)
     for (const failure_t& f : failures) {
         std::vector<std::string> args = {"convert", nine + "@0x100", "-o", out};
         args.insert(args.end(), f.args.begin(), f.args.end());
-        const ProcessResult r = hexblocks(args);
+        const ProcessResult r = runTool(args);
         EXPECT_EQ(r.exitCode, 1) << f.message;
         EXPECT_EQ(r.err, "hexblocks: " + f.message + "\n");
         EXPECT_EQ(r.out, "");
@@ -249,13 +253,13 @@ TEST_F(MergeAndEdit, UsageErrors)
     for (const auto& c : cases) {
         std::vector<std::string> args = {"convert", boot, "-o", out};
         args.insert(args.end(), c.first.begin(), c.first.end());
-        const ProcessResult r = hexblocks(args);
+        const ProcessResult r = runTool(args);
         EXPECT_EQ(r.exitCode, 2) << c.second;
         EXPECT_EQ(r.err.substr(0, r.err.find('\n')), "hexblocks: " + c.second);
         EXPECT_FALSE(fileExists(out));
     }
     // The top of the address space is a valid END.
-    EXPECT_EQ(hexblocks({"convert", boot, "-o", out, "--crop", "0x08000000:0x100000000"}).exitCode, 0);
+    EXPECT_EQ(runTool({"convert", boot, "-o", out, "--crop", "0x08000000:0x100000000"}).exitCode, 0);
 }
 
 TEST_F(MergeAndEdit, SrecCatAgreesOnEditsAndCrcs)
@@ -267,7 +271,7 @@ TEST_F(MergeAndEdit, SrecCatAgreesOnEditsAndCrcs)
         while (image.highestAddress() >= 0xFFFFFF00u)
             image = randomImage(random, false, true);
         const std::string in = dir.file("in" + std::to_string(round) + ".hex");
-        ASSERT_TRUE(image.saveFile(in.c_str()));
+        ASSERT_TRUE(writeFile(image, in.c_str()));
         const uint32_t low = image.lowestAddress();
         const uint64_t high = low + image.span();
         const uint64_t mid = low + image.span() / 2;
@@ -288,7 +292,7 @@ TEST_F(MergeAndEdit, SrecCatAgreesOnEditsAndCrcs)
         for (const auto& c : cases) {
             std::vector<std::string> ours = {"convert", in, "-o", dir.file("ours.hex")};
             ours.insert(ours.end(), c.first.begin(), c.first.end());
-            const ProcessResult r = hexblocks(ours);
+            const ProcessResult r = runTool(ours);
             ASSERT_EQ(r.exitCode, 0) << r.err;
             std::vector<std::string> theirs = {in, "-intel"};
             theirs.insert(theirs.end(), c.second.begin(), c.second.end());
@@ -303,7 +307,7 @@ TEST_F(MergeAndEdit, SrecCatAgreesOnEditsAndCrcs)
     EXPECT_EQ(compared, 72);
 }
 
-// The README's recipe: a bootloader, an application and a settings page,
+// The tool guide's recipe: a bootloader, an application and a settings page,
 // the application's region filled and its STM32 CRC stored in the region's
 // last 4 bytes. srec_cat builds the same image from the same files.
 TEST_F(MergeAndEdit, ReadmeRecipeMatchesSrecCat)
@@ -318,11 +322,11 @@ TEST_F(MergeAndEdit, ReadmeRecipeMatchesSrecCat)
         return image;
     };
     const std::string bootHex = dir.file("boot.hex"), appHex = dir.file("app.hex"), settingsHex = dir.file("settings.hex");
-    ASSERT_TRUE(part(0x08000000, 0x3000).saveFile(bootHex.c_str()));
-    ASSERT_TRUE(part(0x08004000, 0x1235).saveFile(appHex.c_str()));
-    ASSERT_TRUE(part(0x0803F800, 0x40).saveFile(settingsHex.c_str()));
+    ASSERT_TRUE(writeFile(part(0x08000000, 0x3000), bootHex.c_str()));
+    ASSERT_TRUE(writeFile(part(0x08004000, 0x1235), appHex.c_str()));
+    ASSERT_TRUE(writeFile(part(0x0803F800, 0x40), settingsHex.c_str()));
     const std::string factory = dir.file("factory.hex");
-    ProcessResult r = hexblocks({"convert", bootHex, appHex, settingsHex, "-o", factory, "--fill-range",
+    ProcessResult r = runTool({"convert", bootHex, appHex, settingsHex, "-o", factory, "--fill-range",
                                  "0x08004000:0x0803F7FC", "--insert-crc", "0x08004000:0x0803F7FC@0x0803F7FC",
                                  "--algorithm", "stm32"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
@@ -337,7 +341,7 @@ TEST_F(MergeAndEdit, ReadmeRecipeMatchesSrecCat)
     EXPECT_EQ(segmentsOf(imageIn(factory)), segmentsOf(imageIn(expected)));
 
     // What the bootloader computes over the region is the value stored.
-    r = hexblocks({"crc", factory, "--algorithm", "stm32", "--range", "0x08004000:0x0803F7FC"});
+    r = runTool({"crc", factory, "--algorithm", "stm32", "--range", "0x08004000:0x0803F7FC"});
     const std::vector<uint8_t> stored = imageIn(factory).copyRange(0x0803F7FC, 4);
     char value[16];
     std::snprintf(value, sizeof value, "0x%02X%02X%02X%02X", stored[3], stored[2], stored[1], stored[0]);

@@ -2,6 +2,7 @@
 // exit codes (verify and diff: 0 same, 1 different, 2 trouble), standard
 // input, and every usage error; Python's json module reads the JSON, and
 // objcopy's conversions of an image must diff as equal to it.
+#include "formats.h"
 #include "memory_image.h"
 
 #include "support/image_view.h"
@@ -15,6 +16,8 @@
 #include <string>
 #include <vector>
 
+using namespace hexblocks;
+
 namespace {
 
 const std::string MIXED = "0x08000000:4x16K,1x64K,7x128K"; // an STM32F4
@@ -26,12 +29,12 @@ protected:
     std::string save(const std::string& name, const MemoryImage& image)
     {
         const std::string path = dir.file(name);
-        MemoryImage::saveoptions_t options;
+        write_options_t options;
         if (name.size() > 5 && name.compare(name.size() - 5, 5, ".srec") == 0)
-            options.format = MemoryImage::fileformat_t::SRECORD;
+            options.format = file_format_t::SRECORD;
         if (name.size() > 4 && name.compare(name.size() - 4, 4, ".bin") == 0)
-            options.format = MemoryImage::fileformat_t::BINARY;
-        EXPECT_TRUE(image.saveFile(path.c_str(), options));
+            options.format = file_format_t::BINARY;
+        EXPECT_TRUE(writeFile(image, path.c_str(), options));
         return path;
     }
 
@@ -62,7 +65,7 @@ protected:
     // nothing on standard output.
     void expectUsageError(const std::vector<std::string>& args, const std::string& message)
     {
-        const ProcessResult r = hexblocks(args);
+        const ProcessResult r = runTool(args);
         EXPECT_EQ(r.exitCode, 2) << args[0];
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err.substr(0, r.err.find('\n') + 1), "hexblocks: " + message + "\n");
@@ -84,7 +87,7 @@ const char MIXED_PLAN[] =
 TEST_F(FlashCommands, PlanPrintsTheEraseAndWriteListsAndTotals)
 {
     const std::string hex = save("fw.hex", firmware());
-    const ProcessResult r = hexblocks({"plan", hex, "--sectors", MIXED});
+    const ProcessResult r = runTool({"plan", hex, "--sectors", MIXED});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, MIXED_PLAN);
     EXPECT_EQ(r.err, "");
@@ -92,7 +95,7 @@ TEST_F(FlashCommands, PlanPrintsTheEraseAndWriteListsAndTotals)
     // The same from S-records on standard input, with the short options.
     const std::string srec = save("fw.srec", firmware());
     const std::string text = readFileText(srec);
-    const ProcessResult piped = hexblocksWithInput({"plan", "-", "-s", MIXED, "-p", "256", "-e", "0xFF"}, text);
+    const ProcessResult piped = runToolWithInput({"plan", "-", "-s", MIXED, "-p", "256", "-e", "0xFF"}, text);
     EXPECT_EQ(piped.exitCode, 0) << piped.err;
     EXPECT_EQ(piped.out, MIXED_PLAN);
 }
@@ -100,7 +103,7 @@ TEST_F(FlashCommands, PlanPrintsTheEraseAndWriteListsAndTotals)
 TEST_F(FlashCommands, PlanJsonListsEveryPage)
 {
     const std::string hex = save("fw.hex", firmware());
-    const ProcessResult r = hexblocks({"plan", hex, "--sectors", MIXED, "--json"});
+    const ProcessResult r = runTool({"plan", hex, "--sectors", MIXED, "--json"});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     const std::string head = "{\n  \"erase\": [\n    {\"address\": 134217728, \"size\": 16384, \"partial\": true},\n"
                              "    {\"address\": 134234112, \"size\": 16384, \"partial\": false},\n";
@@ -130,22 +133,22 @@ TEST_F(FlashCommands, PlanSkipsBlankPagesUnlessKept)
     // Page 0x100 holds only 0xFF; with 0x00 as the erased value page 0 is blank.
     const std::string hex = save("blank.hex", imageOf({{0x000, std::vector<uint8_t>(0x10, 0x00)},
                                                        {0x100, std::vector<uint8_t>(0x100, 0xFF)}}));
-    ProcessResult r = hexblocks({"plan", hex, "--sectors", "0:4x1K"});
+    ProcessResult r = runTool({"plan", hex, "--sectors", "0:4x1K"});
     EXPECT_EQ(r.out, "erase  0x00000000-0x000003FF  1 x 1K  partial\n"
                      "write  0x00000000-0x000000FF  1 page\n"
                      "total  erase 1024 bytes in 1 sector (1 partial), write 256 bytes in 1 page of 256, "
                      "1 blank page skipped\n");
-    r = hexblocks({"plan", hex, "--sectors", "0:4x1K", "--keep-blank"});
+    r = runTool({"plan", hex, "--sectors", "0:4x1K", "--keep-blank"});
     EXPECT_EQ(r.out, "erase  0x00000000-0x000003FF  1 x 1K  partial\n"
                      "write  0x00000000-0x000001FF  2 pages\n"
                      "total  erase 1024 bytes in 1 sector (1 partial), write 512 bytes in 2 pages of 256, "
                      "0 blank pages skipped\n");
-    r = hexblocks({"plan", hex, "--sectors", "0:4x1K", "--erased", "0", "--page-size", "0x80"});
+    r = runTool({"plan", hex, "--sectors", "0:4x1K", "--erased", "0", "--page-size", "0x80"});
     EXPECT_EQ(r.out, "erase  0x00000000-0x000003FF  1 x 1K  partial\n"
                      "write  0x00000100-0x000001FF  2 pages\n"
                      "total  erase 1024 bytes in 1 sector (1 partial), write 256 bytes in 2 pages of 128, "
                      "1 blank page skipped\n");
-    r = hexblocks({"plan", hex, "--sectors", "0:2x512,2x1K", "--page-size", "512", "--json"});
+    r = runTool({"plan", hex, "--sectors", "0:2x512,2x1K", "--page-size", "512", "--json"});
     EXPECT_EQ(r.out, "{\n  \"erase\": [\n    {\"address\": 0, \"size\": 512, \"partial\": true}\n  ],\n"
                      "  \"write\": [\n    {\"address\": 0, \"size\": 512}\n  ],\n  \"skipped_blank\": 0,\n"
                      "  \"page_size\": 512,\n  \"partial_sectors\": 1,\n  \"erase_bytes\": 512,\n"
@@ -155,18 +158,18 @@ TEST_F(FlashCommands, PlanSkipsBlankPagesUnlessKept)
 TEST_F(FlashCommands, PlanRefusesDataOutsideTheFlash)
 {
     const std::string hex = save("fw.hex", firmware());
-    const ProcessResult r = hexblocks({"plan", hex, "--sectors", "0x08000000:4x16K"});
+    const ProcessResult r = runTool({"plan", hex, "--sectors", "0x08000000:4x16K"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "hexblocks: " + hex +
                          ": the data at 0x08010000 lies outside the flash (0x08000000-0x0800FFFF)\n");
-    const ProcessResult json = hexblocks({"plan", hex, "--sectors", "0x08004000:4x16K", "--json"});
+    const ProcessResult json = runTool({"plan", hex, "--sectors", "0x08004000:4x16K", "--json"});
     EXPECT_EQ(json.exitCode, 1);
     EXPECT_EQ(json.out, "") << "no half-written JSON";
     EXPECT_EQ(json.err, "hexblocks: " + hex +
                             ": the data at 0x08000000 lies outside the flash (0x08004000-0x08013FFF)\n");
 
-    const ProcessResult missing = hexblocks({"plan", dir.file("none.hex"), "--sectors", MIXED});
+    const ProcessResult missing = runTool({"plan", dir.file("none.hex"), "--sectors", MIXED});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_EQ(missing.err, dir.file("none.hex") + ": cannot open the file: No such file or directory\n");
 }
@@ -197,8 +200,8 @@ TEST_F(FlashCommands, PlanUsageErrors)
     expectUsageError({"plan", hex, "--sectors", MIXED, "--fill", "0"}, "unknown option '--fill'");
     expectUsageError({"plan", hex, hex, "--sectors", MIXED}, "unexpected argument '" + hex + "'");
     // K and M page sizes are fine.
-    EXPECT_EQ(hexblocks({"plan", hex, "--sectors", MIXED, "--page-size", "2K"}).exitCode, 0);
-    EXPECT_EQ(hexblocks({"plan", hex, "--sectors", "0x08000000:1x1M", "--page-size", "1M"}).exitCode, 0);
+    EXPECT_EQ(runTool({"plan", hex, "--sectors", MIXED, "--page-size", "2K"}).exitCode, 0);
+    EXPECT_EQ(runTool({"plan", hex, "--sectors", "0x08000000:1x1M", "--page-size", "1M"}).exitCode, 0);
 }
 
 TEST_F(FlashCommands, VerifyPassesOnAMatchingDump)
@@ -209,12 +212,12 @@ TEST_F(FlashCommands, VerifyPassesOnAMatchingDump)
         const std::vector<uint8_t> bytes = image.copyRange(0x08000000, 0x40000, 0xFF);
         return std::string(bytes.begin(), bytes.end());
     }());
-    const ProcessResult r = hexblocks({"verify", hex, dump, "--at", "0x08000000"});
+    const ProcessResult r = runTool({"verify", hex, dump, "--at", "0x08000000"});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, "66080 bytes compared, 0 mismatches, 0 not covered: OK\n");
     EXPECT_EQ(r.err, "");
 
-    const ProcessResult json = hexblocks({"verify", hex, dump, "--at", "134217728", "--json"});
+    const ProcessResult json = runTool({"verify", hex, dump, "--at", "134217728", "--json"});
     EXPECT_EQ(json.exitCode, 0);
     EXPECT_EQ(json.out, "{\n  \"compared\": 66080,\n  \"mismatches\": 0,\n  \"not_covered\": 0,\n"
                         "  \"first_not_covered\": null,\n  \"first\": [],\n  \"ok\": true\n}\n");
@@ -229,7 +232,7 @@ TEST_F(FlashCommands, VerifyListsTheFirstTenMismatches)
         bytes[0x4000 + 3 * i] = 0x00; // the app's bytes are i * 7 + 1: never 0 at these
     bytes[0x100] = 0xEE;
     const std::string dump = dir.write("dump.bin", std::string(bytes.begin(), bytes.end()));
-    const ProcessResult r = hexblocks({"verify", hex, dump, "--at", "0x08000000"});
+    const ProcessResult r = runTool({"verify", hex, dump, "--at", "0x08000000"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "0x08000100  expected 0x11  found 0xEE\n"
                      "0x08004000  expected 0x01  found 0x00\n"
@@ -244,7 +247,7 @@ TEST_F(FlashCommands, VerifyListsTheFirstTenMismatches)
                      "66080 bytes compared, 13 mismatches, 0 not covered: FAILED\n");
     EXPECT_EQ(r.err, "");
 
-    const ProcessResult json = hexblocks({"verify", hex, dump, "--at", "0x08000000", "--json"});
+    const ProcessResult json = runTool({"verify", hex, dump, "--at", "0x08000000", "--json"});
     EXPECT_EQ(json.exitCode, 1);
     EXPECT_EQ(python(json.out, "d['compared'], d['mismatches'], d['not_covered'], len(d['first']), d['first'][0], "
                                "d['ok']"),
@@ -258,15 +261,15 @@ TEST_F(FlashCommands, VerifyFailsWhereTheDumpIsTooShort)
     const std::vector<uint8_t> bytes = image.copyRange(0x08000000, 0x8000, 0xFF);
     const std::string text(bytes.begin(), bytes.end());
     const std::string dump = dir.write("short.bin", text);
-    ProcessResult r = hexblocks({"verify", hex, dump, "--at", "0x08000000"});
+    ProcessResult r = runTool({"verify", hex, dump, "--at", "0x08000000"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "16896 bytes compared, 0 mismatches, 49184 not covered (from 0x08008000): FAILED\n");
-    r = hexblocks({"verify", hex, dump, "--at", "0x08000000", "--json"});
+    r = runTool({"verify", hex, dump, "--at", "0x08000000", "--json"});
     EXPECT_EQ(r.out, "{\n  \"compared\": 16896,\n  \"mismatches\": 0,\n  \"not_covered\": 49184,\n"
                      "  \"first_not_covered\": 134250496,\n  \"first\": [],\n  \"ok\": false\n}\n");
 
     // The dump read from standard input, through a pipe.
-    r = hexblocksWithInput({"verify", hex, "-", "--at", "0x08000000"}, text);
+    r = runToolWithInput({"verify", hex, "-", "--at", "0x08000000"}, text);
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "16896 bytes compared, 0 mismatches, 49184 not covered (from 0x08008000): FAILED\n");
 }
@@ -275,15 +278,15 @@ TEST_F(FlashCommands, VerifyTroubleExitsTwo)
 {
     const std::string hex = save("fw.hex", firmware());
     const std::string dump = dir.write("dump.bin", "x");
-    ProcessResult r = hexblocks({"verify", hex, dir.file("none.bin"), "--at", "0"});
+    ProcessResult r = runTool({"verify", hex, dir.file("none.bin"), "--at", "0"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, dir.file("none.bin") + ": cannot open the file: No such file or directory\n");
-    r = hexblocks({"verify", dir.file("none.hex"), dump, "--at", "0"});
+    r = runTool({"verify", dir.file("none.hex"), dump, "--at", "0"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.err, dir.file("none.hex") + ": cannot open the file: No such file or directory\n");
     const std::string bad = dir.write("bad.hex", ":10000000\n");
-    r = hexblocks({"verify", bad, dump, "--at", "0"});
+    r = runTool({"verify", bad, dump, "--at", "0"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.out, "");
 
@@ -301,11 +304,11 @@ TEST_F(FlashCommands, DiffOfEqualImagesPrintsNothing)
     const MemoryImage image = firmware();
     const std::string hex = save("a.hex", image);
     const std::string srec = save("a.srec", image);
-    ProcessResult r = hexblocks({"diff", hex, srec});
+    ProcessResult r = runTool({"diff", hex, srec});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "");
-    r = hexblocks({"diff", hex, srec, "--json"});
+    r = runTool({"diff", hex, srec, "--json"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "{\n  \"ranges\": [],\n  \"start_address\": {\"a\": {\"type\": 5, \"value\": 134234369}, "
                      "\"b\": {\"type\": 5, \"value\": 134234369}, \"differ\": false},\n  \"equal\": true\n}\n");
@@ -315,13 +318,13 @@ TEST_F(FlashCommands, DiffOfEqualImagesPrintsNothing)
         const std::string converted = dir.file(std::string("objcopy.") + format);
         const ProcessResult oc = runProcess(OBJCOPY_PATH, {"-I", "ihex", "-O", format, hex, converted});
         ASSERT_EQ(oc.exitCode, 0) << oc.err;
-        r = hexblocks({"diff", hex, converted});
+        r = runTool({"diff", hex, converted});
         EXPECT_EQ(r.exitCode, 0) << format << ": " << r.out << r.err;
     }
     // A flat binary placed at its address differs by the gaps it fills.
     const std::string bin = dir.file("a.bin");
     ASSERT_EQ(runProcess(OBJCOPY_PATH, {"-I", "ihex", "-O", "binary", "--gap-fill", "0xFF", hex, bin}).exitCode, 0);
-    r = hexblocks({"diff", hex, bin + "@0x08000000"});
+    r = runTool({"diff", hex, bin + "@0x08000000"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "0x08000200-0x08003FFF  only in B (15872 bytes)\n"
                      "0x08014000-0x0803FFDF  only in B (180192 bytes)\n"
@@ -332,13 +335,13 @@ TEST_F(FlashCommands, DiffOfDisjointImages)
 {
     const std::string a = save("a.hex", imageOf({{0x1000, std::vector<uint8_t>(0x100, 1)}}));
     const std::string b = save("b.hex", imageOf({{0x2000, std::vector<uint8_t>(0x10, 1)}, {0x3000, {1}}}));
-    ProcessResult r = hexblocks({"diff", a, b});
+    ProcessResult r = runTool({"diff", a, b});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "0x00001000-0x000010FF  only in A (256 bytes)\n"
                      "0x00002000-0x0000200F  only in B (16 bytes)\n"
                      "0x00003000-0x00003000  only in B (1 byte)\n");
     EXPECT_EQ(r.err, "");
-    r = hexblocks({"diff", a, b, "-j"});
+    r = runTool({"diff", a, b, "-j"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "{\n  \"ranges\": [\n"
                      "    {\"start\": 4096, \"end\": 4352, \"kind\": \"only_a\", \"bytes\": 256},\n"
@@ -357,7 +360,7 @@ TEST_F(FlashCommands, DiffOfImagesThatDifferByOneByte)
     const uint8_t changed = 0x00;
     ASSERT_TRUE(image.write(0x08004010, &changed, 1));
     const std::string b = save("b.srec", image);
-    ProcessResult r = hexblocks({"diff", a, b});
+    ProcessResult r = runTool({"diff", a, b});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "0x08004010-0x08004010  differ (1 byte)\n");
 
@@ -365,12 +368,12 @@ TEST_F(FlashCommands, DiffOfImagesThatDifferByOneByte)
     ASSERT_TRUE(image.write(0x08004030, &changed, 1));
     ASSERT_TRUE(image.write(0x08004041, &changed, 1));
     const std::string c = save("c.hex", image);
-    r = hexblocks({"diff", a, c});
+    r = runTool({"diff", a, c});
     EXPECT_EQ(r.out, "0x08004010-0x08004010  differ (1 byte)\n"
                      "0x08004030-0x08004041  differ (2 bytes)\n");
-    r = hexblocks({"diff", a, c, "--join", "31"});
+    r = runTool({"diff", a, c, "--join", "31"});
     EXPECT_EQ(r.out, "0x08004010-0x08004041  differ (3 bytes)\n");
-    r = hexblocks({"diff", a, c, "--join", "0"});
+    r = runTool({"diff", a, c, "--join", "0"});
     EXPECT_EQ(r.out, "0x08004010-0x08004010  differ (1 byte)\n"
                      "0x08004030-0x08004030  differ (1 byte)\n"
                      "0x08004041-0x08004041  differ (1 byte)\n");
@@ -378,7 +381,7 @@ TEST_F(FlashCommands, DiffOfImagesThatDifferByOneByte)
     // Start addresses.
     ASSERT_TRUE(image.setStartAddress({3, 0x08000101}));
     const std::string d = save("d.hex", image);
-    r = hexblocks({"diff", c, d});
+    r = runTool({"diff", c, d});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "start address: 0x08004101 (linear, type 05) in A, "
                      "0800:0101 = 0x00008101 (segment CS:IP, type 03) in B\n");
@@ -387,12 +390,12 @@ TEST_F(FlashCommands, DiffOfImagesThatDifferByOneByte)
 TEST_F(FlashCommands, DiffTroubleExitsTwo)
 {
     const std::string a = save("a.hex", firmware());
-    ProcessResult r = hexblocks({"diff", a, dir.file("none.hex")});
+    ProcessResult r = runTool({"diff", a, dir.file("none.hex")});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, dir.file("none.hex") + ": cannot open the file: No such file or directory\n");
     const std::string garbage = dir.write("garbage.txt", "hello\n");
-    r = hexblocks({"diff", garbage, a, "--json"});
+    r = runTool({"diff", garbage, a, "--json"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.out, "");
 
@@ -401,10 +404,10 @@ TEST_F(FlashCommands, DiffTroubleExitsTwo)
     {
         MemoryImage image = firmware();
         std::ostringstream out;
-        ASSERT_TRUE(image.save(out));
+        ASSERT_TRUE(writeStream(image, out));
         text = out.str();
     }
-    r = hexblocksWithInput({"diff", "-", a}, text);
+    r = runToolWithInput({"diff", "-", a}, text);
     EXPECT_EQ(r.exitCode, 0) << r.err;
 
     expectUsageError({"diff", a}, "missing B");
@@ -416,12 +419,12 @@ TEST_F(FlashCommands, DiffTroubleExitsTwo)
 }
 
 #ifdef FLASH_PROGRAM_PATH
-// The README's recipe: plan, program page by page (the example flasher, on a
+// The tool guide's recipe: plan, program page by page (the example flasher, on a
 // simulated NOR flash that holds an old firmware), verify the read-back.
 TEST_F(FlashCommands, RecipePlanProgramVerify)
 {
     const std::string hex = save("fw.hex", firmware());
-    ProcessResult r = hexblocks({"plan", hex, "--sectors", MIXED});
+    ProcessResult r = runTool({"plan", hex, "--sectors", MIXED});
     EXPECT_EQ(r.out, MIXED_PLAN);
 
     const std::string readback = dir.file("readback.bin");
@@ -432,23 +435,23 @@ TEST_F(FlashCommands, RecipePlanProgramVerify)
                      "sector 0x08020000 is partial: its bytes without data are erased\n"
                      "programmed 259 pages, 66080 bytes compared, 0 mismatches: OK\n");
 
-    r = hexblocks({"verify", hex, readback, "--at", "0x08000000"});
+    r = runTool({"verify", hex, readback, "--at", "0x08000000"});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, "66080 bytes compared, 0 mismatches, 0 not covered: OK\n");
 
     // Erased sectors read 0xFF where the image has no data; the sectors left
     // alone still hold the old firmware.
     MemoryImage flash;
-    MemoryImage::readoptions_t binary;
+    read_options_t binary;
     binary.detect = false;
-    binary.format = MemoryImage::fileformat_t::BINARY;
+    binary.format = file_format_t::BINARY;
     binary.address = 0x08000000;
-    ASSERT_TRUE(flash.readFile(readback.c_str(), binary));
+    ASSERT_TRUE(readFile(flash, readback.c_str(), binary));
     EXPECT_EQ(flash.span(), 0x100000u);
     EXPECT_EQ(flash.copyRange(0x08000200, 4), (std::vector<uint8_t>{0xFF, 0xFF, 0xFF, 0xFF}));
     EXPECT_EQ(flash.copyRange(0x0803FFDF, 2), (std::vector<uint8_t>{0xFF, 0x33}));
     EXPECT_EQ(flash.copyRange(0x08040000, 2), (std::vector<uint8_t>{0xA5, 0xA5}));
-    r = hexblocks({"diff", hex, readback + "@0x08000000"});
+    r = runTool({"diff", hex, readback + "@0x08000000"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "0x08000200-0x08003FFF  only in B (15872 bytes)\n"
                      "0x08014000-0x0803FFDF  only in B (180192 bytes)\n"
@@ -459,18 +462,18 @@ TEST_F(FlashCommands, RecipePlanProgramVerify)
 
 TEST_F(FlashCommands, HelpNamesTheCommandsAndExitCodes)
 {
-    const ProcessResult r = hexblocks({"--help"});
+    const ProcessResult r = runTool({"--help"});
     for (const char* line : {"  plan FILE --sectors SECTORS ", "  verify FILE DUMP --at ADDRESS ", "  diff A B "})
         EXPECT_NE(r.out.find(line), std::string::npos) << line;
     EXPECT_NE(r.out.find("verify and diff, like cmp: 0 when the images match, 1 when\nthey differ, 2 on trouble"),
               std::string::npos);
     for (const char* command : {"plan", "verify", "diff"}) {
-        const ProcessResult help = hexblocks({command, "--help"});
+        const ProcessResult help = runTool({command, "--help"});
         EXPECT_EQ(help.exitCode, 0);
         EXPECT_EQ(help.out.compare(0, 17 + std::string(command).size(), "usage: hexblocks " + std::string(command)),
                   0);
     }
-    EXPECT_NE(hexblocks({"verify", "--help"}).out.find("Exit status: 0 when every byte matches, 1 when not, 2 on trouble."),
+    EXPECT_NE(runTool({"verify", "--help"}).out.find("Exit status: 0 when every byte matches, 1 when not, 2 on trouble."),
               std::string::npos);
 }
 

@@ -1,7 +1,8 @@
-// The README's recipes, run as written: the commands are read from the
-// README's "Recipes" section and run by the shell, one after another, with
+// The tool guide's recipes, run as written: the commands are read from the
+// "Recipes" section of docs/tool.md and run by the shell, one after another, with
 // hexblocks on the PATH, on files this test makes; each result is checked
 // against objcopy and the library.
+#include "formats.h"
 #include "memory_image.h"
 
 #include "support/elf_builder.h"
@@ -15,13 +16,15 @@
 #include <string>
 #include <vector>
 
+using namespace hexblocks;
+
 namespace {
 
-// The commands of the README's Recipes section: its shell block without
+// The commands of the tool guide's Recipes section: its shell block without
 // comments, continued lines joined.
 std::vector<std::string> recipeCommands()
 {
-    const std::string readme = readFileText(std::string(PROJECT_SOURCE_DIR) + "/README.md");
+    const std::string readme = readFileText(std::string(PROJECT_SOURCE_DIR) + "/docs/tool.md");
     const std::string::size_type section = readme.find("\n## Recipes\n");
     const std::string::size_type start = readme.find("```sh\n", section);
     const std::string::size_type end = readme.find("\n```", start);
@@ -74,10 +77,10 @@ std::vector<uint8_t> counting(size_t size, uint8_t seed)
 
 } // namespace
 
-TEST(Recipes, RunAsTheReadmeWritesThem)
+TEST(Recipes, RunAsTheToolGuideWritesThem)
 {
     const std::vector<std::string> commands = recipeCommands();
-    ASSERT_EQ(commands.size(), 6u) << "the README's Recipes section has changed";
+    ASSERT_EQ(commands.size(), 6u) << "the Recipes section of docs/tool.md has changed";
 
     TempDir dir;
     TempDir tools;
@@ -87,20 +90,20 @@ TEST(Recipes, RunAsTheReadmeWritesThem)
     const std::vector<uint8_t> code = counting(0x1800, 7);
     dir.write("app.elf", ElfBuilder(false, false).build(0x08004101, {{1, 0x08004000, 0x08004000, code}}));
     MemoryImage boot = imageOf({{0x08000000, counting(0x800, 1)}});
-    ASSERT_TRUE(boot.saveFile(dir.file("boot.hex").c_str()));
+    ASSERT_TRUE(writeFile(boot, dir.file("boot.hex").c_str()));
     MemoryImage release = imageOf({{0x08004000, code}});
-    ASSERT_TRUE(release.saveFile(dir.file("release-1.hex").c_str()));
+    ASSERT_TRUE(writeFile(release, dir.file("release-1.hex").c_str()));
     const uint8_t patched = 0x00;
     ASSERT_TRUE(release.write(0x08004010, &patched, 1));
     ASSERT_TRUE(release.write(0x0801F800, std::vector<uint8_t>(16, 0x5A).data(), 16));
-    ASSERT_TRUE(release.saveFile(dir.file("release-2.hex").c_str()));
+    ASSERT_TRUE(writeFile(release, dir.file("release-2.hex").c_str()));
 
     std::vector<ProcessResult> results;
     for (const std::string& command : commands) {
         if (command.find("readback.bin") != std::string::npos) {
             // What a programmer reads back after flashing factory.hex.
             MemoryImage factory;
-            ASSERT_TRUE(factory.readFile(dir.file("factory.hex").c_str()));
+            ASSERT_TRUE(readFile(factory, dir.file("factory.hex").c_str()));
             const std::vector<uint8_t> flash = factory.copyRange(0x08000000, 0x20000, 0xFF);
             dir.write("readback.bin", std::string(flash.begin(), flash.end()));
         }
@@ -113,8 +116,8 @@ TEST(Recipes, RunAsTheReadmeWritesThem)
     const std::string objcopyHex = dir.file("objcopy.hex");
     ASSERT_EQ(runProcess(OBJCOPY_PATH, {"-O", "ihex", dir.file("app.elf"), objcopyHex}).exitCode, 0);
     MemoryImage ours, theirs;
-    ASSERT_TRUE(ours.readFile(dir.file("app.hex").c_str()));
-    ASSERT_TRUE(theirs.readFile(objcopyHex.c_str()));
+    ASSERT_TRUE(readFile(ours, dir.file("app.hex").c_str()));
+    ASSERT_TRUE(readFile(theirs, objcopyHex.c_str()));
     EXPECT_EQ(segmentsOf(ours), segmentsOf(theirs));
     EXPECT_EQ(startOf(ours), startOf(theirs));
     EXPECT_EQ(startOf(ours), "type 5 value 134234369");
@@ -132,12 +135,12 @@ TEST(Recipes, RunAsTheReadmeWritesThem)
     // the CRC that 'hexblocks crc' computes over the region stored after it.
     EXPECT_EQ(results[2].exitCode, 0);
     MemoryImage factory;
-    ASSERT_TRUE(factory.readFile(dir.file("factory.hex").c_str()));
+    ASSERT_TRUE(readFile(factory, dir.file("factory.hex").c_str()));
     EXPECT_EQ(factory.copyRange(0x08000000, 0x800), boot.copyRange(0x08000000, 0x800));
     EXPECT_EQ(factory.copyRange(0x08004000, code.size()), code);
     EXPECT_EQ(factory.segments().size(), 2u);
     const ProcessResult crc =
-        hexblocks({"crc", dir.file("factory.hex"), "--algorithm", "stm32", "--range", "0x08004000:0x0801FFFC"});
+        runTool({"crc", dir.file("factory.hex"), "--algorithm", "stm32", "--range", "0x08004000:0x0801FFFC"});
     const std::vector<uint8_t> stored = factory.copyRange(0x0801FFFC, 4);
     char expected[16];
     std::snprintf(expected, sizeof expected, "0x%02X%02X%02X%02X", stored[3], stored[2], stored[1], stored[0]);

@@ -2,6 +2,7 @@
 // command produces (never a loader's diagnostic, and with --json valid JSON
 // or nothing), "-" reads standard input through a pipe for every command,
 // and bin writes one file, or standard output, when -o names no directory.
+#include "formats.h"
 #include "memory_image.h"
 
 #include "support/hex_text.h"
@@ -16,6 +17,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+using namespace hexblocks;
 
 namespace {
 
@@ -75,14 +78,14 @@ TEST_F(Streams, BadInputLeavesStandardOutputEmptyInEveryCommand)
             std::string line;
             for (const std::string& a : args)
                 line += a + " ";
-            const ProcessResult r = hexblocks(args);
+            const ProcessResult r = runTool(args);
             EXPECT_NE(r.exitCode, 0) << line;
             EXPECT_EQ(r.out, "") << line;
             EXPECT_NE(r.err, "") << line;
         }
     }
     // The record parser's shape diagnostic is still printed, on standard error.
-    const ProcessResult r = hexblocks({"info", "--strict", "--json", bad[0]});
+    const ProcessResult r = runTool({"info", "--strict", "--json", bad[0]});
     EXPECT_NE(r.err.find("hexline to short"), std::string::npos) << r.err;
 }
 
@@ -91,7 +94,7 @@ TEST_F(Streams, JsonIsValidOnGoodInput)
     for (const std::vector<std::string>& args : everyCommand(sample)) {
         if (std::find(args.begin(), args.end(), "--json") == args.end())
             continue;
-        const ProcessResult r = hexblocks(args);
+        const ProcessResult r = runTool(args);
         EXPECT_TRUE(r.exitCode == 0 || args[0] == "verify") << args[0] << ": " << r.err;
         expectJson(r.out, args[0]);
     }
@@ -101,15 +104,15 @@ TEST_F(Streams, EveryCommandReadsStandardInput)
 {
     const std::string text = readFileText(sample);
     MemoryImage image;
-    ASSERT_TRUE(image.readFile(sample.c_str()));
+    ASSERT_TRUE(readFile(image, sample.c_str()));
     std::ostringstream srecord;
-    ASSERT_TRUE(image.save(srecord, [] {
-        MemoryImage::saveoptions_t options;
-        options.format = MemoryImage::fileformat_t::SRECORD;
+    ASSERT_TRUE(writeStream(image, srecord, [] {
+        write_options_t options;
+        options.format = file_format_t::SRECORD;
         return options;
     }()));
     const std::string dump = dir.file("flat.bin");
-    ASSERT_EQ(hexblocks({"convert", sample, "-o", dump}).exitCode, 0);
+    ASSERT_EQ(runTool({"convert", sample, "-o", dump}).exitCode, 0);
 
     // The same output from the file and from a pipe.
     const std::vector<std::vector<std::string>> same = {
@@ -119,8 +122,8 @@ TEST_F(Streams, EveryCommandReadsStandardInput)
         std::vector<std::string> fromFile = args, fromPipe = args;
         fromFile.insert(fromFile.begin() + 1, sample);
         fromPipe.insert(fromPipe.begin() + 1, "-");
-        const ProcessResult file = hexblocks(fromFile);
-        const ProcessResult pipe = hexblocksWithInput(fromPipe, text);
+        const ProcessResult file = runTool(fromFile);
+        const ProcessResult pipe = runToolWithInput(fromPipe, text);
         EXPECT_EQ(pipe.exitCode, 0) << args[0] << ": " << pipe.err;
         std::string expected = file.out;
         if (expected.compare(0, 10, "{\n  \"file\"") == 0) // info --json names the file
@@ -130,21 +133,21 @@ TEST_F(Streams, EveryCommandReadsStandardInput)
         if (args[0] != "info" || args.size() > 1)
             continue;
         // S-records on standard input give the same table.
-        const ProcessResult srec = hexblocksWithInput(fromPipe, srecord.str());
+        const ProcessResult srec = runToolWithInput(fromPipe, srecord.str());
         EXPECT_EQ(srec.out, file.out);
     }
-    ProcessResult r = hexblocksWithInput({"map", "-"}, text);
+    ProcessResult r = runToolWithInput({"map", "-"}, text);
     EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "-: 3 blocks, 16.1 KiB of data in 127.1 KiB");
-    r = hexblocksWithInput({"verify", "-", dump, "--at", "0x08000000"}, text);
+    r = runToolWithInput({"verify", "-", dump, "--at", "0x08000000"}, text);
     EXPECT_EQ(r.out, "16448 bytes compared, 0 mismatches, 0 not covered: OK\n");
-    r = hexblocksWithInput({"diff", sample, "-"}, srecord.str());
+    r = runToolWithInput({"diff", sample, "-"}, srecord.str());
     EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
-    r = hexblocksWithInput({"bin", "-", "-o", dir.path()}, text);
+    r = runToolWithInput({"bin", "-", "-o", dir.path()}, text);
     EXPECT_EQ(r.out, dir.file("stdin_0x08000000.bin") + "  4096 bytes (4 KiB)\n" + dir.file("stdin_0x08004000.bin") +
                          "  12288 bytes (12 KiB)\n" + dir.file("stdin_0x0801FC00.bin") + "  64 bytes\n");
 
     // A bad file on standard input is named "-".
-    r = hexblocksWithInput({"info", "-"}, joinLines({dataRecord(0, {1}), ":0300300002337A1F", EOF_RECORD}));
+    r = runToolWithInput({"info", "-"}, joinLines({dataRecord(0, {1}), ":0300300002337A1F", EOF_RECORD}));
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "-:2: checksum error\n");
@@ -153,13 +156,13 @@ TEST_F(Streams, EveryCommandReadsStandardInput)
 TEST_F(Streams, BinWritesOneNamedFileOrStandardOutput)
 {
     const std::string flat = dir.file("flat.bin");
-    ASSERT_EQ(hexblocks({"convert", sample, "-o", flat}).exitCode, 0);
+    ASSERT_EQ(runTool({"convert", sample, "-o", flat}).exitCode, 0);
     const std::string expected = readFileText(flat);
     ASSERT_EQ(expected.size(), 130112u);
 
     // --one-block -o FILE: the flat image, as objcopy --gap-fill 0xFF gives it.
     const std::string out = dir.file("out.bin");
-    ProcessResult r = hexblocks({"bin", "--one-block", "-o", out, sample});
+    ProcessResult r = runTool({"bin", "--one-block", "-o", out, sample});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, out + "  130112 bytes (127.1 KiB)\n");
     EXPECT_EQ(readFileText(out), expected);
@@ -170,25 +173,25 @@ TEST_F(Streams, BinWritesOneNamedFileOrStandardOutput)
     EXPECT_EQ(readFileText(out), readFileText(objcopyOut));
 
     // An existing file is replaced; -o - writes the bytes and nothing else.
-    r = hexblocks({"bin", "--one-block", "--reverse", "-o", out, sample});
+    r = runTool({"bin", "--one-block", "--reverse", "-o", out, sample});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(readFileText(out), std::string(expected.rbegin(), expected.rend()));
-    r = hexblocks({"bin", sample, "--one-block", "-o", "-"});
+    r = runTool({"bin", sample, "--one-block", "-o", "-"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, expected);
     EXPECT_EQ(r.err, "");
 
     // A file of one block needs no --one-block.
     const std::string one = dir.write("one.hex", joinLines({dataRecord(0x10, {1, 2, 3}), EOF_RECORD}));
-    r = hexblocks({"bin", one, "-o", "-"});
+    r = runTool({"bin", one, "-o", "-"});
     EXPECT_EQ(r.out, std::string("\x01\x02\x03", 3));
-    r = hexblocks({"bin", one, "-o", dir.file("one.bin")});
+    r = runTool({"bin", one, "-o", dir.file("one.bin")});
     EXPECT_EQ(r.out, dir.file("one.bin") + "  3 bytes\n");
     EXPECT_EQ(readFileText(dir.file("one.bin")), std::string("\x01\x02\x03", 3));
 
     // Several blocks and a file name: an error, and no file.
     for (const std::string& target : {dir.file("many.bin"), std::string("-")}) {
-        r = hexblocks({"bin", sample, "-o", target});
+        r = runTool({"bin", sample, "-o", target});
         EXPECT_EQ(r.exitCode, 1);
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err, "hexblocks: " + sample + " has 3 blocks: give -o a directory for one file per block, or "
@@ -201,7 +204,7 @@ TEST_F(Streams, BinWritesOneNamedFileOrStandardOutput)
         std::fclose(f);
 
     // A name ending in '/' is a directory, existing or not.
-    r = hexblocks({"bin", sample, "-o", dir.file("none") + "/"});
+    r = runTool({"bin", sample, "-o", dir.file("none") + "/"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, "hexblocks: cannot create '" + dir.file("none") + "/sample_0x08000000.bin': No such file or "
                                                                        "directory\n");

@@ -1,6 +1,10 @@
+// The tool's text helpers: hex addresses and numbers, human sizes, JSON and
+// XML text, padding and address ranges.
 #include "text_format.h"
 
 #include <gtest/gtest.h>
+
+using namespace hexblocks::cli;
 
 TEST(TextFormat, HexAddress)
 {

@@ -1,0 +1,458 @@
+// Reading images from files and memory in every format, finding the line
+// of a byte, and writing images to streams and files.
+#include "formats.h"
+
+#include "elf_reader.h"
+#include "full_format_reader.h"
+#include "hex_format.h"
+#include "image_builder.h"
+#include "image_writer.h"
+#include "output_file.h"
+#include "record_assembler.h"
+#include "record_scanner.h"
+#include "srecord_reader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <ostream>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace hexblocks {
+
+using detail::fullread_t;
+
+namespace {
+
+const uint64_t ADDRESS_SPACE = 0x100000000ull;
+
+// The status of what a text-format reader found.
+status_t statusOf(const fullread_t& read)
+{
+    switch (read.status) {
+    case fullread_t::status_t::OK:
+        return status_t::OK;
+    case fullread_t::status_t::BAD_LINE:
+        return read.badChecksum ? status_t::CHECKSUM : status_t::SYNTAX;
+    case fullread_t::status_t::UNSUPPORTED_TYPE:
+        return status_t::UNSUPPORTED;
+    case fullread_t::status_t::READ_ERROR:
+        break;
+    }
+    return status_t::CANNOT_READ;
+}
+
+read_result_t resultOf(const fullread_t& read)
+{
+    read_result_t result;
+    result.status = statusOf(read);
+    result.line = read.line;
+    result.reason = read.status == fullread_t::status_t::UNSUPPORTED_TYPE && read.reason.empty()
+                        ? "unsupported record type " + detail::hexByte(read.type)
+                        : read.reason;
+    result.warnings = detail::warningsOf(read);
+    return result;
+}
+
+read_result_t failedRead(status_t status, const std::string& reason)
+{
+    read_result_t result;
+    result.status = status;
+    result.reason = reason;
+    return result;
+}
+
+// Why reading fd failed, from errno.
+read_result_t failedReading()
+{
+    return failedRead(status_t::CANNOT_READ, std::string("cannot read the file: ") + std::strerror(errno));
+}
+
+read_result_t failedOpening()
+{
+    return failedRead(status_t::CANNOT_OPEN, std::string("cannot open the file: ") + std::strerror(errno));
+}
+
+// Whether a binary file of size bytes can be read into memory, and whether
+// it fits at address: a failure when not.
+read_result_t checkBinarySize(uint64_t size, uint32_t address)
+{
+    if (size > std::numeric_limits<size_t>::max())
+        return failedRead(status_t::TOO_LARGE, "the file is too large: " + std::to_string(size) + " bytes");
+    if (static_cast<uint64_t>(address) + size > ADDRESS_SPACE) {
+        read_result_t result = failedRead(status_t::OUT_OF_RANGE,
+                                          "binary input of " + std::to_string(size) + " bytes at " +
+                                              detail::hexAddress(address) + " would run past address 0xFFFFFFFF");
+        result.address = address;
+        return result;
+    }
+    return read_result_t();
+}
+
+// Makes bytes, placed at address, the whole image.
+read_result_t readBinaryBytes(MemoryImage& image, std::vector<uint8_t>&& bytes, uint32_t address)
+{
+    const read_result_t checked = checkBinarySize(bytes.size(), address);
+    if (!checked)
+        return checked;
+    std::vector<segment_t> segments;
+    if (!bytes.empty())
+        segments.push_back(segment_t{address, std::move(bytes)});
+    detail::ImageBuilder::assign(image, std::move(segments), 0, 0, std::string());
+    return read_result_t();
+}
+
+const char UNKNOWN_FORMAT_REASON[] = "not Intel HEX, S-records or ELF (the format of binary input must be given)";
+
+// Asks for huge pages for a large buffer, where the system gives them: one
+// fault per 2 MiB rather than per 4 KiB page. (Asking for all the pages at
+// once as well, with MADV_POPULATE_WRITE, made the system compact memory
+// first and cost more than the faults it saved.)
+void prepareLargeBuffer(void* data, size_t size)
+{
+#ifdef __linux__
+    const uintptr_t PAGE = 4096;
+    if (size < (1u << 20))
+        return;
+    const uintptr_t begin = (reinterpret_cast<uintptr_t>(data) + PAGE - 1) & ~(PAGE - 1);
+    const uintptr_t end = (reinterpret_cast<uintptr_t>(data) + size) & ~(PAGE - 1);
+    madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+#else
+    (void)data;
+    (void)size;
+#endif
+}
+
+// Reads the rest of fd straight into bytes, sized for expected bytes and
+// grown only when there are more; false with errno set when reading fails.
+bool readDescriptor(int fd, std::vector<uint8_t>& bytes, size_t expected)
+{
+    bytes.reserve(expected);
+    prepareLargeBuffer(bytes.data(), bytes.capacity());
+    bytes.resize(expected);
+    size_t held = 0;
+    for (;;) {
+        uint8_t probe[4096]; // tells the end from more than expected
+        uint8_t* to = held < bytes.size() ? bytes.data() + held : probe;
+        const size_t room = held < bytes.size() ? bytes.size() - held : sizeof probe;
+        const ssize_t got = ::read(fd, to, room);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return false;
+        if (got == 0)
+            break;
+        if (to == probe) {
+            bytes.resize(std::max<size_t>(held * 2, 64 * 1024));
+            std::memcpy(bytes.data() + held, probe, static_cast<size_t>(got));
+        }
+        held += static_cast<size_t>(got);
+    }
+    bytes.resize(held);
+    return true;
+}
+
+// Reads a pipe or a device, whose size is known only at its end, whole into
+// bytes. It is read through the descriptor that looked at it: opening it
+// again would leave a moment without a reader, in which a pipe's writer
+// fails and what it wrote is lost.
+read_result_t readUnsized(int fd, std::vector<uint8_t>& bytes)
+{
+    try {
+        if (!readDescriptor(fd, bytes, 0))
+            return failedReading();
+    } catch (const std::bad_alloc&) {
+        return failedRead(status_t::OUT_OF_MEMORY, "out of memory after " + std::to_string(bytes.size()) + " bytes");
+    }
+    return read_result_t();
+}
+
+// Sends save()'s output to a stream.
+class StreamSink : public detail::ByteSink {
+public:
+    explicit StreamSink(std::ostream& out) : out_(out) {}
+    bool put(const char* bytes, size_t size) override
+    {
+        out_.write(bytes, static_cast<std::streamsize>(size));
+        return static_cast<bool>(out_);
+    }
+    std::string failure() const override { return "cannot write to the stream"; }
+
+private:
+    std::ostream& out_;
+};
+
+
+// Reads Intel HEX text into image.
+read_result_t readHexText(MemoryImage& image, const void* text, size_t size)
+{
+    detail::MemoryText memory(text, size);
+    return resultOf(detail::readFullFormat(memory, image));
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// Reading any format
+
+std::optional<file_format_t> detectFormat(const void* head, size_t size)
+{
+    const unsigned char* bytes = static_cast<const unsigned char*>(head);
+    if (size >= 4 && std::memcmp(bytes, "\x7F" "ELF", 4) == 0)
+        return file_format_t::ELF;
+    size_t i = 0;
+    if (size >= 3 && std::memcmp(bytes, "\xEF\xBB\xBF", 3) == 0)
+        i = 3; // a UTF-8 byte order mark
+    while (i < size && (bytes[i] == ' ' || bytes[i] == '\t' || bytes[i] == '\r' || bytes[i] == '\n'))
+        ++i;
+    if (i < size && bytes[i] == ':')
+        return file_format_t::INTEL_HEX;
+    if (i + 1 < size && bytes[i] == 'S' && bytes[i + 1] >= '0' && bytes[i + 1] <= '9')
+        return file_format_t::SRECORD;
+    return std::nullopt;
+}
+
+read_result_t readMemory(MemoryImage& image, const void* data, size_t size, const read_options_t& options)
+{
+    file_format_t format = options.format;
+    if (options.detect) {
+        const std::optional<file_format_t> detected = detectFormat(data, size);
+        if (!detected)
+            return failedRead(status_t::UNKNOWN_FORMAT, size == 0 ? "the input is empty" : UNKNOWN_FORMAT_REASON);
+        format = *detected;
+    }
+    switch (format) {
+    case file_format_t::INTEL_HEX:
+        return readHexText(image, data, size);
+    case file_format_t::SRECORD: {
+        detail::MemoryText text(data, size);
+        return resultOf(detail::readSrecords(text, image));
+    }
+    case file_format_t::ELF: {
+        detail::MemoryBytes bytes(data, size);
+        return detail::readElf(bytes, image);
+    }
+    case file_format_t::BINARY:
+        break;
+    }
+    const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    return readBinaryBytes(image, std::vector<uint8_t>(bytes, bytes + size), options.address);
+}
+
+read_result_t readFile(MemoryImage& image, const char* path, const read_options_t& options)
+{
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return failedOpening();
+    struct stat status;
+    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        std::vector<uint8_t> bytes;
+        const read_result_t read = readUnsized(fd, bytes);
+        ::close(fd);
+        if (!read)
+            return read;
+        return readMemory(image, bytes.data(), bytes.size(), options);
+    }
+    file_format_t format = options.format;
+    if (options.detect) {
+        unsigned char head[4096];
+        const ssize_t got = ::pread(fd, head, sizeof head, 0);
+        const std::optional<file_format_t> detected =
+            got < 0 ? std::nullopt : detectFormat(head, static_cast<size_t>(got));
+        if (!detected) {
+            const read_result_t failed =
+                got < 0 ? failedReading()
+                        : failedRead(status_t::UNKNOWN_FORMAT, got == 0 ? "the file is empty" : UNKNOWN_FORMAT_REASON);
+            ::close(fd);
+            return failed;
+        }
+        format = *detected;
+    }
+    read_result_t result;
+    if (format == file_format_t::INTEL_HEX || format == file_format_t::SRECORD) {
+        detail::DescriptorText text(fd);
+        result = resultOf(format == file_format_t::SRECORD ? detail::readSrecords(text, image)
+                                                          : detail::readFullFormat(text, image));
+    } else if (format == file_format_t::ELF) {
+        detail::DescriptorBytes bytes(fd, static_cast<uint64_t>(status.st_size));
+        result = detail::readElf(bytes, image);
+    } else if (const read_result_t checked = checkBinarySize(static_cast<uint64_t>(status.st_size), 0); !checked) {
+        result = checked;
+    } else {
+        // Straight into the segment's bytes.
+        std::vector<uint8_t> bytes;
+        try {
+            if (!readDescriptor(fd, bytes, static_cast<size_t>(status.st_size)))
+                result = failedReading();
+            else
+                result = readBinaryBytes(image, std::move(bytes), options.address);
+        } catch (const std::bad_alloc&) {
+            result = failedRead(status_t::OUT_OF_MEMORY, "out of memory for " + std::to_string(status.st_size) + " bytes");
+        }
+    }
+    ::close(fd);
+    return result;
+}
+
+// ---------------------------------------------------------------------------
+// Finding the line of a byte
+
+std::optional<size_t> findLineInMemory(const void* data, size_t size, uint32_t address, const read_options_t& options)
+{
+    file_format_t format = options.format;
+    if (options.detect) {
+        const std::optional<file_format_t> detected = detectFormat(data, size);
+        if (!detected)
+            return std::nullopt;
+        format = *detected;
+    }
+    detail::MemoryText text(data, size);
+    size_t line = 0;
+    if (format == file_format_t::INTEL_HEX)
+        line = detail::locateFullFormat(text, address);
+    else if (format == file_format_t::SRECORD)
+        line = detail::locateSrecord(text, address);
+    return line > 0 ? std::optional<size_t>(line) : std::nullopt;
+}
+
+std::optional<size_t> findLineInFile(const char* path, uint32_t address, const read_options_t& options)
+{
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return std::nullopt;
+    std::vector<uint8_t> bytes;
+    bool read = false;
+    try {
+        read = readDescriptor(fd, bytes, 0);
+    } catch (const std::bad_alloc&) {
+    }
+    ::close(fd);
+    return read ? findLineInMemory(bytes.data(), bytes.size(), address, options) : std::nullopt;
+}
+
+// ---------------------------------------------------------------------------
+// Saving
+
+result_t writeStream(const MemoryImage& image, std::ostream& out, const write_options_t& options)
+{
+    StreamSink sink(out);
+    return detail::writeImage(image, options, sink);
+}
+
+namespace {
+
+// Writes input to the file at path through a temporary file (see
+// saveFile()). Bad options leave no file, not even an empty one.
+result_t writeInputToFile(detail::WriterInput& input, const char* path,
+                                       const write_options_t& options)
+{
+    result_t result = detail::checkSaveOptions(input, options);
+    if (!result)
+        return result;
+    detail::OutputFile file;
+    if (!file.open(path))
+        return failure(status_t::CANNOT_OPEN, file.failure());
+    result = detail::writeImage(input, options, file);
+    if (result && !file.commit())
+        return failure(status_t::CANNOT_WRITE, file.failure());
+    return result;
+}
+
+// A binary file as the writers' input, read a piece at a time as they ask:
+// one segment of the file's size (as it was when opened) at an address.
+class BinaryFileInput : public detail::WriterInput {
+public:
+    BinaryFileInput(int fd, uint32_t address, uint64_t size) : fd_(fd), address_(address), size_(size) {}
+    size_t segmentCount() const override { return size_ > 0 ? 1 : 0; }
+    uint32_t segmentAddress(size_t) const override { return address_; }
+    uint64_t segmentSize(size_t) const override { return size_; }
+    bool hasStartAddress() const override { return false; }
+    start_address_t startAddress() const override { return start_address_t(); }
+    std::string header() const override { return std::string(); }
+    std::string failure() const override { return failure_; }
+
+    const uint8_t* bytes(size_t, uint64_t, size_t size) override
+    {
+        if (buffer_.size() < size)
+            buffer_.resize(size);
+        size_t held = 0;
+        while (held < size) {
+            const ssize_t got = ::read(fd_, buffer_.data() + held, size - held);
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got < 0) {
+                failure_ = std::string("cannot read the file: ") + std::strerror(errno);
+                return nullptr;
+            }
+            if (got == 0) {
+                failure_ = "the file became shorter while it was read";
+                return nullptr;
+            }
+            held += static_cast<size_t>(got);
+        }
+        return buffer_.data();
+    }
+
+private:
+    int fd_;
+    uint32_t address_;
+    uint64_t size_;
+    std::vector<uint8_t> buffer_;
+    std::string failure_;
+};
+
+// What converting reports for the outcome of reading or writing.
+convert_result_t convertResultOf(const result_t& outcome, bool inputFailed)
+{
+    convert_result_t result;
+    static_cast<result_t&>(result) = outcome;
+    result.inputFailed = !outcome.ok() && inputFailed;
+    return result;
+}
+
+} // namespace
+
+convert_result_t convertBinaryFile(const char* input, uint32_t address, const char* output,
+                                   const write_options_t& options)
+{
+    const int fd = ::open(input, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return convertResultOf(failedOpening(), true);
+    struct stat status;
+    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        std::vector<uint8_t> bytes;
+        read_result_t read = readUnsized(fd, bytes);
+        ::close(fd);
+        MemoryImage image;
+        if (read)
+            read = readBinaryBytes(image, std::move(bytes), address);
+        if (!read)
+            return convertResultOf(read, true);
+        return convertResultOf(writeFile(image, output, options), false);
+    }
+    const uint64_t size = static_cast<uint64_t>(status.st_size);
+    convert_result_t result = convertResultOf(checkBinarySize(size, address), true);
+    if (result) {
+        BinaryFileInput bytes(fd, address, size);
+        const result_t written = writeInputToFile(bytes, output, options);
+        result = convertResultOf(written, !bytes.failure().empty());
+    }
+    ::close(fd);
+    return result;
+}
+
+result_t writeFile(const MemoryImage& image, const char* path, const write_options_t& options)
+{
+    detail::ImageInput input(image);
+    return writeInputToFile(input, path, options);
+}
+
+} // namespace hexblocks

@@ -1,0 +1,207 @@
+/// @file formats.h
+/// Reading images from files and memory, and writing them, in every format
+/// the library knows: Intel HEX, Motorola S-records, ELF and raw binary.
+///
+/// @code
+/// #include <hexblocks/formats.h>
+///
+/// hexblocks::MemoryImage image;
+/// const hexblocks::read_result_t read = hexblocks::readFile(image, "firmware.hex");
+/// if (!read) {
+///     std::fprintf(stderr, "firmware.hex:%zu: %s\n", read.line, read.reason.c_str());
+///     return 1;
+/// }
+/// hexblocks::write_options_t options;
+/// options.format = hexblocks::file_format_t::SRECORD;
+/// const hexblocks::result_t written = hexblocks::writeFile(image, "firmware.s37", options);
+/// @endcode
+///
+/// Nothing here prints: every failure comes back in the result, with a
+/// reason and, when a line of the input is to blame, its number.
+#ifndef HEXBLOCKS_FORMATS_H
+#define HEXBLOCKS_FORMATS_H
+
+#include "export.h"
+#include "memory_image.h"
+#include "result.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace hexblocks {
+
+/// The file formats an image is read from and written in.
+enum class file_format_t {
+    INTEL_HEX, ///< Intel HEX (read and written)
+    SRECORD,   ///< Motorola S-records (read and written)
+    BINARY,    ///< raw bytes (read at a given address; written from the lowest to the highest address)
+    ELF        ///< ELF, 32 or 64 bits, either byte order (read only)
+};
+
+/// How readFile() and readMemory() read their input.
+struct read_options_t {
+    /// Tell the format from the content (see detectFormat()) instead of
+    /// taking format. Binary input cannot be told, so it is never chosen.
+    bool detect = true;
+    /// The format, when detect is false.
+    file_format_t format = file_format_t::INTEL_HEX;
+    /// Where binary input is placed.
+    uint32_t address = 0;
+};
+
+/// Options that read input as format, without telling it from the content;
+/// binary input at address.
+inline read_options_t readAs(file_format_t format, uint32_t address = 0)
+{
+    read_options_t options;
+    options.detect = false;
+    options.format = format;
+    options.address = address;
+    return options;
+}
+
+/// Something worth telling about an input that was read all the same.
+struct warning_t {
+    size_t line = 0;     ///< The line it concerns; 0 for the whole input.
+    std::string message; ///< One line of text without a final period.
+};
+
+/// What reading an image reports: a result, with the line to blame for a
+/// failure in a text format, and the warnings. Converts to true on success.
+struct read_result_t : result_t {
+    /// In the order they were found; those found before a failure are kept.
+    std::vector<warning_t> warnings;
+};
+
+/// Intel HEX addressing: extended linear (type 04) or extended segment
+/// (type 02) address records.
+enum class addressing_t { LINEAR, SEGMENT };
+
+/// How writeStream() and writeFile() write an image.
+struct write_options_t {
+    /// INTEL_HEX, SRECORD or BINARY.
+    file_format_t format = file_format_t::INTEL_HEX;
+    /// Data bytes per record: 1 to 255 for Intel HEX; for S-records at most
+    /// 255 less the address size and the checksum (252, 251, 250).
+    unsigned recordSize = 16;
+    /// Intel HEX address records; SEGMENT reaches only the first MiB.
+    addressing_t addressing = addressing_t::LINEAR;
+    /// S-record address size in bytes: 2 (S1/S9), 3 (S2/S8) or 4 (S3/S7);
+    /// 0 for the smallest that holds every data address and the start
+    /// address.
+    unsigned addressSize = 0;
+    /// End lines with CR LF instead of LF.
+    bool crlf = false;
+    /// Binary output: the byte for addresses without data.
+    uint8_t fill = 0xFF;
+};
+
+/// What convertBinaryFile() reports. Converts to true on success.
+struct convert_result_t : result_t {
+    bool inputFailed = false; ///< The input was to blame (else the output or the options).
+};
+
+/// @name Reading
+/// Intel HEX, the full format: record types 00 to 05, extended segment and
+/// linear addresses, start addresses, blank lines and white space around
+/// records, records in any order. A record that starts where an earlier one
+/// started is dropped whole; where records overlap otherwise, each byte
+/// keeps the first value given, with a warning. A file without an
+/// end-of-file record is read, with a warning. S-records: S0 gives the
+/// header (the first one is kept), S1 to S3 the data, S5 and S6 must match
+/// the count of data records before them, S7 to S9 give the start address
+/// (as a linear address, type 5; 0 means none, as writers put 0 there when
+/// there is none) and end the file; white space and records in any order as
+/// for Intel HEX; a data record that runs past 0xFFFFFFFF and S4 are errors.
+/// ELF: the bytes of the PT_LOAD segments at their physical addresses (the
+/// virtual ones when every physical address is 0), the entry point as the
+/// start address (type 5; none for 0); a segment or entry point outside the
+/// 32-bit address space, overlapping segments and a truncated file are
+/// errors. Binary: the bytes at options.address. On success the image is
+/// replaced by what was read; on failure it is left as it was.
+/// @{
+
+/// Reads the file at path into image ("-" is not special). A file that
+/// cannot be rewound, such as a pipe, is read into memory first.
+HEXBLOCKS_API read_result_t readFile(MemoryImage& image, const char* path,
+                                     const read_options_t& options = read_options_t());
+
+/// Reads size bytes of input from memory into image, such as firmware
+/// received over a socket.
+HEXBLOCKS_API read_result_t readMemory(MemoryImage& image, const void* data, size_t size,
+                                       const read_options_t& options = read_options_t());
+
+/// Tells the format from the first bytes of an input: ':' (after any white
+/// space) is Intel HEX, 'S' and a digit S-records, the ELF magic bytes ELF.
+/// @return the format; none when the bytes are none of them.
+HEXBLOCKS_API std::optional<file_format_t> detectFormat(const void* head, size_t size);
+
+/// @}
+
+/// @name Finding the line of a byte
+/// The line of the record that gives the byte at address in an Intel HEX or
+/// S-record input, as reading it takes it (the first record that gives the
+/// byte, ignoring records dropped for starting where an earlier one
+/// started); none when no record gives it, the input cannot be read, or the
+/// format has no lines (ELF, binary).
+/// @{
+
+/// The line in size bytes of input in memory.
+HEXBLOCKS_API std::optional<size_t> findLineInMemory(const void* data, size_t size, uint32_t address,
+                                                     const read_options_t& options = read_options_t());
+
+/// The line in the file at path.
+HEXBLOCKS_API std::optional<size_t> findLineInFile(const char* path, uint32_t address,
+                                                   const read_options_t& options = read_options_t());
+
+/// @}
+
+/// @name Writing
+/// Intel HEX: records of options.recordSize bytes that never cross a 64 KiB
+/// boundary; an address record (type 04, or 02 in segment addressing)
+/// whenever the upper address bits change, none while they are 0; the start
+/// address (type 05 or 03, as the image holds it) and the end-of-file record
+/// last; upper-case digits. S-records: an S0 record with the header, data
+/// records of the address size chosen, an S5 (up to 65535 records) or S6 (up
+/// to 16777215) count, and the S7, S8 or S9 record with the start address (0
+/// when there is none). Binary: every byte from the lowest to the highest
+/// address, fill where there is no data; nothing for an empty image.
+/// @{
+
+/// Writes image to out.
+/// @return a failure for options the image cannot be written with (a record
+/// size out of range, segment addressing for an image that reaches 1 MiB,
+/// an address size too small for an address, ELF), or when out fails.
+HEXBLOCKS_API result_t writeStream(const MemoryImage& image, std::ostream& out,
+                                                const write_options_t& options = write_options_t());
+
+/// Writes image to the file at path through a temporary file in the same
+/// directory, renamed into place when every byte is written: a failure
+/// leaves no partial file and an existing file as it was. A new file gets
+/// mode 0666 less the umask, a replaced one keeps its mode. A path that
+/// names something other than a regular file (a device, a pipe) is written
+/// directly.
+HEXBLOCKS_API result_t writeFile(const MemoryImage& image, const char* path,
+                                              const write_options_t& options = write_options_t());
+
+/// Writes the binary file at input, placed at address, to the file at
+/// output exactly as readFile() (binary, at address) and then
+/// writeFile(output, options) would, without holding the image: the bytes
+/// are read a piece at a time while the output is written, so memory stays
+/// at a few MiB however large the file, and reading overlaps writing. The
+/// input is read as long as it was when opened. The failures are those of
+/// readFile() (inputFailed set) and of writeFile(), with the same reasons,
+/// and leave no output; an input that shrinks while it is read fails too.
+/// An input that is not a regular file (a pipe) is read whole first.
+HEXBLOCKS_API convert_result_t convertBinaryFile(const char* input, uint32_t address, const char* output,
+                                                 const write_options_t& options = write_options_t());
+
+/// @}
+
+} // namespace hexblocks
+
+#endif // HEXBLOCKS_FORMATS_H
