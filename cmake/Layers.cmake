@@ -29,6 +29,7 @@ set(HEXBLOCKS_image_SOURCES
     util/image/region_window.cpp util/image/region_window.h)
 set(HEXBLOCKS_formats_SOURCES
     util/formats/elf_reader.cpp util/formats/elf_reader.h
+    util/formats/format_table.cpp util/formats/format_table.h
     util/formats/formats.cpp util/formats/formats.h
     util/formats/full_format_reader.cpp util/formats/full_format_reader.h
     util/formats/image_writer.cpp util/formats/image_writer.h

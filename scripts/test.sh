@@ -1,14 +1,15 @@
 #!/bin/sh
-# Builds the library and its tests and runs the whole suite with CTest.
-# Usage: scripts/test.sh [PRESET...]   (presets: default ci asan clang; default: default)
+# Builds the library, the tool and the tests and runs the whole suite with
+# CTest, warnings treated as errors.
+# Usage: scripts/test.sh [PRESET...]   (presets: see CMakePresets.json; default: ci)
 set -eu
 cd "$(dirname "$0")/.."
 
-[ $# -eq 0 ] && set -- default
+[ $# -eq 0 ] && set -- ci
 
 packages="cmake make g++ libgtest-dev binutils srecord python3 python3-intelhex groff-base librsvg2-bin"
 for preset in "$@"; do
-    [ "$preset" = clang ] && packages="$packages clang"
+    case $preset in clang*) packages="$packages clang" ;; esac
 done
 # shellcheck disable=SC2086
 scripts/deps.sh $packages

@@ -1,18 +1,44 @@
 #!/bin/bash
 # Runs the test programs under valgrind memcheck (the tool's own processes
 # too, not the other programs the tests run: compilers, oracles, groff, the
-# shells): any memory error or leak fails the run.
+# shells): any memory error or leak fails the run. Each program's tests are
+# split into shards (GoogleTest's sharding) that run side by side, one per
+# processor, so that the run takes what the slowest shard takes.
 # Usage: scripts/valgrind.sh [PRESET]   (default: ci; the build must exist)
+# Environment: VALGRIND_JOBS (default: the number of processors).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 preset=${1:-ci}
 scripts/deps.sh valgrind
-status=0
-for test in build/"$preset"/tests/library_tests build/"$preset"/tests/hexblocks_tests; do
-    echo "== valgrind $test"
-    valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-kinds=definite,indirect \
+jobs=${VALGRIND_JOBS:-$(nproc 2>/dev/null || echo 2)}
+logs=build/$preset/valgrind
+rm -rf "$logs" && mkdir -p "$logs"
+
+# program shards: the tool's tests start a process for most checks, and
+# valgrind's start-up makes each cost about a second, so they get more.
+runs=()
+for shard in 0 1; do runs+=("library_tests 2 $shard"); done
+for shard in 0 1 2 3; do runs+=("hexblocks_tests 4 $shard"); done
+
+run_shard() {
+    local preset=$1 logs=$2 program=$3 total=$4 index=$5
+    local log=$logs/$program-$index.log
+    if GTEST_TOTAL_SHARDS=$total GTEST_SHARD_INDEX=$index \
+        valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-kinds=definite,indirect \
         --errors-for-leak-kinds=definite,indirect --trace-children=yes \
         --trace-children-skip='*/objcopy,*/srec_cat,*/mkdir,*/python3*,*-objcopy,*/g++*,*/c++*,*/clang++*,*-g++*,*/cc1plus,*/as,*/ld,*/ld.*,*/collect2,*/groff,*/troff,*/grotty,*/bash,*/sh,*/chmod,*/rsvg-convert' \
-        "$test" --gtest_brief=1 || status=1
-done
+        "build/$preset/tests/$program" --gtest_brief=1 >"$log" 2>&1; then
+        echo "== valgrind $program, shard $((index + 1)) of $total: ok, $(grep -E '^\[  PASSED  \]' "$log")"
+    else
+        echo "== valgrind $program, shard $((index + 1)) of $total: FAILED"
+        tail -40 "$log"
+        return 1
+    fi
+}
+export -f run_shard
+
+status=0
+printf '%s\n' "${runs[@]}" | xargs -P "$jobs" -L 1 bash -c 'run_shard "$0" "$1" "$2" "$3" "$4"' "$preset" "$logs" ||
+    status=1
+[ $status -eq 0 ] && echo "valgrind: no errors, no leaks"
 exit $status

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <initializer_list>
 #include <iostream>
+#include <optional>
 #include <utility>
 
 #include <getopt.h>
@@ -59,10 +60,12 @@ int checkConvertLine(const CommandEntry& command, const std::vector<std::string>
     if (!options.hasOutputFormat) {
         if (options.output == "-")
             return usageError("--output-format is needed to write to standard output", command.usage);
-        if (!formatByExtension(options.output, options.outputFormat))
-            return usageError("cannot tell the output format from '" + options.output +
-                                  "': use --output-format ihex|srec|bin",
+        const std::optional<file_format_t> named = formatByExtension(options.output);
+        if (!named || !formatInfo(*named).writable)
+            return usageError("cannot tell the output format from '" + options.output + "': use --output-format " +
+                                  formatWords(true, "|"),
                               command.usage);
+        options.outputFormat = *named;
     }
     options.save.format = options.outputFormat;
     return EXIT_OK;
@@ -250,15 +253,17 @@ int applyOption(option_t option, const char* value, const CommandEntry& command,
     case option_t::INSERT_CRC:
         return parseEdit(option, text, state.previous == option_t::CROP, command, options);
     case option_t::OUTPUT_FORMAT:
-        if (!formatByName(text, options.outputFormat) || options.outputFormat == file_format_t::ELF)
-            return usageError("invalid output format '" + text + "' (ihex, srec or bin)", command.usage);
-        options.hasOutputFormat = true;
+    case option_t::INPUT_FORMAT: {
+        const bool output = option == option_t::OUTPUT_FORMAT;
+        const std::optional<file_format_t> named = formatByName(text);
+        if (!named || !(output ? formatInfo(*named).writable : formatInfo(*named).readable))
+            return usageError(std::string("invalid ") + (output ? "output" : "input") + " format '" + text + "' (" +
+                                  formatWords(output, ", ", " or ") + ")",
+                              command.usage);
+        (output ? options.outputFormat : options.inputFormat) = *named;
+        (output ? options.hasOutputFormat : options.hasInputFormat) = true;
         break;
-    case option_t::INPUT_FORMAT:
-        if (!formatByName(text, options.inputFormat))
-            return usageError("invalid input format '" + text + "' (ihex, srec, elf or bin)", command.usage);
-        options.hasInputFormat = true;
-        break;
+    }
     case option_t::RECORD_SIZE:
         if (!parseNumber(text, 1, 255, number))
             return usageError("invalid record size '" + text + "' (1 to 255)", command.usage);

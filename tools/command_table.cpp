@@ -4,6 +4,8 @@
 
 #include "command_line.h"
 #include "commands.h"
+#include "image_files.h"
+#include "text_format.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -32,12 +34,17 @@ const char MAIN_OPTIONS[] =
     "      --generate man|complete-bash\n"
     "                  print the manual page or the bash completion script\n";
 
-const char MAIN_NOTES[] =
-    "Inputs: the format is told from the content: ':' is Intel HEX, 'S' and a\n"
-    "digit S-records, the ELF magic bytes ELF. Binary input is named\n"
-    "FILE@ADDRESS (e.g. app.bin@0x08004000), or FILE.bin (placed at 0), or\n"
-    "forced with --input-format bin. ADDRESS is decimal or 0x hexadecimal.\n"
-    "\"-\" is standard input, read once, for every command.\n"
+// The words that name the formats, and the help's lines about them, made
+// from the library's format table.
+const std::string INPUT_FORMAT_WORDS = formatWords(false, "|");
+const std::string OUTPUT_FORMAT_WORDS = formatWords(true, "|");
+
+const std::string MAIN_NOTES =
+    wrapText("Inputs: the format is told from the content: " + recognitionRules() +
+                 ". Binary input is named FILE@ADDRESS (e.g. app.bin@0x08004000), or FILE.bin (placed at 0), or "
+                 "forced with --input-format bin. ADDRESS is decimal or 0x hexadecimal. \"-\" is standard input, "
+                 "read once, for every command.",
+             75) +
     "\n"
     "Intel HEX is read with the full format: record types 00 to 05, segment\n"
     "and linear addresses, start addresses, records in any order, blocks by\n"
@@ -83,14 +90,14 @@ const std::vector<OptionEntry> OPTIONS = {
     {option_t::STRICT, "strict", 0, nullptr, "read only record types 00, 01 and 04, blocks\nwithin a linear base"},
     // The full format is the default; the option stays accepted.
     {option_t::FULL_FORMAT, "full-format", 'F', nullptr, nullptr},
-    {option_t::INPUT_FORMAT, "input-format", 'I', "ihex|srec|elf|bin",
+    {option_t::INPUT_FORMAT, "input-format", 'I', INPUT_FORMAT_WORDS.c_str(),
      "read FILE in this format instead of telling it\nfrom the content"},
     {option_t::JSON, "json", 'j', nullptr, "print the same as JSON"},
     {option_t::WIDTH, "width", 'w', "N", "width of the strip in columns (16 to 1000,\ndefault 64)"},
     {option_t::OUTPUT, "output", 'o', "OUTPUT", "the file to write; \"-\" is standard output"},
     {option_t::REVERSE, "reverse", 'r', nullptr, "reverse the bytes of every block before writing"},
     {option_t::BLOCK, "block", 'b', "N", "dump only block N (counted from 0)"},
-    {option_t::OUTPUT_FORMAT, "output-format", 'O', "ihex|srec|bin",
+    {option_t::OUTPUT_FORMAT, "output-format", 'O', OUTPUT_FORMAT_WORDS.c_str(),
      "the output format, whatever the extension says;\nneeded when OUTPUT is \"-\""},
     {option_t::RECORD_SIZE, "record-size", 0, "N",
      "data bytes per record (Intel HEX 1 to 255,\nS-records up to 250-252; default 16)"},
@@ -172,6 +179,14 @@ const char ALGORITHMS[] =
 
 const std::vector<CommandEntry>& commandTable()
 {
+    static const std::string CONVERT_DESCRIPTION =
+        "Read every INPUT (Intel HEX, S-records, ELF or binary; \"-\" is standard\n"
+        "input), merge them into one image, apply the edits in the order given, and\n"
+        "write the image to OUTPUT as Intel HEX, S-records or binary, through a\n"
+        "temporary file that is renamed into place: a failure leaves no OUTPUT and an\n"
+        "existing one as it was.\n"
+        "\n" +
+        wrapText("The output format comes from OUTPUT's extension: " + outputExtensions() + ".", 78);
     static const std::vector<CommandEntry> table = {
         {"info", "usage: hexblocks info FILE [--one-block] [--strict] [--json]\n", "info FILE [--one-block] [--json]",
          "list the blocks with their addresses and sizes",
@@ -221,14 +236,7 @@ const std::vector<CommandEntry>& commandTable()
          EXIT_FAILED, runDump},
         {"convert", "usage: hexblocks convert INPUT... -o OUTPUT [OPTIONS]\n", "convert INPUT... -o OUTPUT",
          "merge inputs, edit the image, insert a CRC and\nwrite it as Intel HEX, S-records or binary",
-         "Read every INPUT (Intel HEX, S-records, ELF or binary; \"-\" is standard\n"
-         "input), merge them into one image, apply the edits in the order given, and\n"
-         "write the image to OUTPUT as Intel HEX, S-records or binary, through a\n"
-         "temporary file that is renamed into place: a failure leaves no OUTPUT and an\n"
-         "existing one as it was.\n"
-         "\n"
-         "The output format comes from OUTPUT's extension: .hex .ihex .ihx Intel HEX,\n"
-         ".srec .s19 .s28 .s37 .mot S-records, .bin binary.\n",
+         CONVERT_DESCRIPTION.c_str(),
          joined({{{option_t::OUTPUT},
                   {option_t::OUTPUT_FORMAT},
                   {option_t::INPUT_FORMAT, "read every INPUT in this format"},

@@ -19,7 +19,7 @@ extern const char PROGRAM[];
 extern const char MAIN_USAGE[];
 extern const char MAIN_INTRO[];
 extern const char MAIN_OPTIONS[];
-extern const char MAIN_NOTES[];
+extern const std::string MAIN_NOTES;
 extern const char EXIT_STATUS[];
 extern const char EXAMPLES[];
 

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
+#include <sstream>
 #include <vector>
 
 #include <sys/mman.h>
@@ -15,35 +17,6 @@ namespace hexblocks::cli {
 
 namespace {
 
-struct namedformat_t {
-    const char* name;
-    file_format_t format;
-};
-
-const namedformat_t FORMAT_NAMES[] = {{"ihex", file_format_t::INTEL_HEX},
-                                      {"srec", file_format_t::SRECORD},
-                                      {"elf", file_format_t::ELF},
-                                      {"bin", file_format_t::BINARY}};
-
-const namedformat_t EXTENSIONS[] = {{"hex", file_format_t::INTEL_HEX}, {"ihex", file_format_t::INTEL_HEX},
-                                    {"ihx", file_format_t::INTEL_HEX}, {"srec", file_format_t::SRECORD},
-                                    {"s19", file_format_t::SRECORD},   {"s28", file_format_t::SRECORD},
-                                    {"s37", file_format_t::SRECORD},   {"mot", file_format_t::SRECORD},
-                                    {"bin", file_format_t::BINARY}};
-
-std::string lowerExtension(const std::string& path)
-{
-    const std::string::size_type slash = path.find_last_of('/');
-    const std::string name = path.substr(slash == std::string::npos ? 0 : slash + 1);
-    const std::string::size_type dot = name.find_last_of('.');
-    if (dot == std::string::npos || dot == 0)
-        return "";
-    std::string extension = name.substr(dot + 1);
-    for (char& c : extension)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return extension;
-}
-
 bool exists(const std::string& path)
 {
     struct stat status;
@@ -52,33 +25,48 @@ bool exists(const std::string& path)
 
 } // namespace
 
-bool formatByName(const std::string& name, file_format_t& format)
+std::string formatWords(bool written, const std::string& separator, const std::string& last)
 {
-    for (const namedformat_t& f : FORMAT_NAMES)
-        if (name == f.name) {
-            format = f.format;
-            return true;
-        }
-    return false;
+    std::vector<std::string> words;
+    for (const format_info_t& f : formats())
+        if (written ? f.writable : f.readable)
+            words.push_back(f.name);
+    std::string text;
+    for (size_t i = 0; i < words.size(); ++i) {
+        if (i > 0)
+            text += i + 1 == words.size() && !last.empty() ? last : separator;
+        text += words[i];
+    }
+    return text;
 }
 
-const char* formatName(file_format_t format)
+std::string outputExtensions()
 {
-    for (const namedformat_t& f : FORMAT_NAMES)
-        if (format == f.format)
-            return f.name;
-    return "?";
+    std::string text;
+    for (const format_info_t& f : formats()) {
+        if (!f.writable || *f.extensions == '\0')
+            continue;
+        if (!text.empty())
+            text += ", ";
+        std::istringstream words(f.extensions);
+        for (std::string word; words >> word;)
+            text += "." + word + " ";
+        text += f.title;
+    }
+    return text;
 }
 
-bool formatByExtension(const std::string& path, file_format_t& format)
+std::string recognitionRules()
 {
-    const std::string extension = lowerExtension(path);
-    for (const namedformat_t& e : EXTENSIONS)
-        if (extension == e.name) {
-            format = e.format;
-            return true;
-        }
-    return false;
+    std::string text;
+    for (const format_info_t& f : formats()) {
+        if (f.recognise == nullptr)
+            continue;
+        // "X is Intel HEX, Y S-records, ...": the verb once.
+        text += text.empty() ? std::string(f.recognisedBy) + " is " : std::string(", ") + f.recognisedBy + " ";
+        text += f.title;
+    }
+    return text;
 }
 
 bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t& value)
@@ -118,9 +106,10 @@ bool parseInput(const std::string& operand, const file_format_t* forced, InputSp
     if (forced != nullptr) {
         input.detect = false;
         input.format = *forced;
-    } else if (lowerExtension(operand) == "bin") {
+    } else if (const std::optional<file_format_t> named = formatByExtension(operand);
+               named && formatInfo(*named).recognise == nullptr) {
         input.detect = false;
-        input.format = file_format_t::BINARY;
+        input.format = *named;
     }
     return true;
 }

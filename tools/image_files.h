@@ -23,21 +23,25 @@ struct InputSpec {
     uint32_t address = 0; // where binary input goes
 };
 
-// "ihex", "srec", "elf", "bin": the format, false for another name.
-bool formatByName(const std::string& name, file_format_t& format);
+// The words that name the formats read (or written), from the library's
+// format table, joined by separator ("ihex|srec|elf|bin"); with last, the
+// final two are joined by it instead ("ihex, srec, elf or bin").
+std::string formatWords(bool written, const std::string& separator, const std::string& last = "");
 
-// The name of a format, as formatByName() takes it.
-const char* formatName(file_format_t format);
+// The extensions of the formats written, for the help: ".hex .ihex .ihx
+// Intel HEX, .srec ... S-records, .bin binary".
+std::string outputExtensions();
 
-// The format an output file's extension stands for (.hex .ihex .ihx, .srec
-// .s19 .s28 .s37 .mot, .bin; any case); false for another extension.
-bool formatByExtension(const std::string& path, file_format_t& format);
+// How the formats are told from their content, for the help: "':' (after
+// any white space) is Intel HEX, 'S' and a digit S-records, ...".
+std::string recognitionRules();
 
 // A number in decimal or, after "0x", hexadecimal, from low to high.
 bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t& value);
 
 // The input an operand names: FILE@ADDRESS is binary input at ADDRESS
-// (unless a file with the whole name exists), FILE.bin binary input at 0,
+// (unless a file with the whole name exists), FILE.bin binary input at 0
+// (an extension of a format that cannot be told from its content),
 // and forced, when it is not null, the format for every input. False with
 // error set when ADDRESS is not an address.
 bool parseInput(const std::string& operand, const file_format_t* forced, InputSpec& input, std::string& error);

@@ -148,7 +148,7 @@ bool loadImage(const Options& options, IntelHexFile& image)
     if (options.strict) {
         if (format == file_format_t::INTEL_HEX)
             return loadStrict(options, input.path, name, image);
-        std::cerr << name << ": --strict reads only Intel HEX, and this is " << formatName(format)
+        std::cerr << name << ": --strict reads only Intel HEX, and this is " << formatInfo(format).name
                   << std::endl;
         return false;
     }

@@ -125,4 +125,23 @@ std::string addressRange(uint64_t start, uint64_t end)
     return hexAddress(start) + "-" + hexAddress(end - 1);
 }
 
+std::string wrapText(const std::string& text, size_t width)
+{
+    std::string wrapped, line;
+    std::string::size_type from = 0;
+    while (from < text.size()) {
+        std::string::size_type space = text.find(' ', from);
+        if (space == std::string::npos)
+            space = text.size();
+        const std::string word = text.substr(from, space - from);
+        if (!line.empty() && line.size() + 1 + word.size() > width) {
+            wrapped += line + "\n";
+            line.clear();
+        }
+        line += (line.empty() ? "" : " ") + word;
+        from = space + 1;
+    }
+    return line.empty() ? wrapped : wrapped + line + "\n";
+}
+
 } // namespace hexblocks::cli

@@ -42,6 +42,10 @@ std::string jsonString(const std::string& value);
 // text with the characters XML gives a meaning escaped (& < > ").
 std::string xmlText(const std::string& text);
 
+// text (one paragraph) broken into lines of at most width characters, at
+// spaces, each line ended by a newline.
+std::string wrapText(const std::string& text, size_t width);
+
 // "0x08000000-0x0800BFFF": the first and the last address of [start, end).
 std::string addressRange(uint64_t start, uint64_t end);
 

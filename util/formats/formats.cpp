@@ -3,6 +3,7 @@
 #include "formats.h"
 
 #include "elf_reader.h"
+#include "format_table.h"
 #include "full_format_reader.h"
 #include "hex_format.h"
 #include "image_builder.h"
@@ -175,7 +176,27 @@ read_result_t readUnsized(int fd, std::vector<uint8_t>& bytes)
     return read_result_t();
 }
 
-// Sends save()'s output to a stream.
+// Checks that input can be written with options: the format's own checks;
+// a failure says why.
+result_t checkWriteOptions(const detail::WriterInput& input, const write_options_t& options)
+{
+    const detail::format_row_t& row = detail::formatRow(options.format);
+    if (row.write == nullptr)
+        return failure(status_t::UNSUPPORTED, std::string("images cannot be saved as ") + row.info.title);
+    return row.checkOptions != nullptr ? row.checkOptions(input, options) : result_t();
+}
+
+// Writes input to sink as options say, with the format's writer. Checks the
+// options first and writes nothing when they do not fit the input.
+result_t writeInput(detail::WriterInput& input, const write_options_t& options, detail::ByteSink& sink)
+{
+    result_t result = checkWriteOptions(input, options);
+    if (result)
+        detail::formatRow(options.format).write(input, options, sink, result);
+    return result;
+}
+
+// Sends writeStream()'s output to a stream.
 class StreamSink : public detail::ByteSink {
 public:
     explicit StreamSink(std::ostream& out) : out_(out) {}
@@ -191,32 +212,114 @@ private:
 };
 
 
-// Reads Intel HEX text into image.
-read_result_t readHexText(MemoryImage& image, const void* text, size_t size)
-{
-    detail::MemoryText memory(text, size);
-    return resultOf(detail::readFullFormat(memory, image));
-}
 
 } // namespace
 
 // ---------------------------------------------------------------------------
 // Reading any format
 
-std::optional<file_format_t> detectFormat(const void* head, size_t size)
+namespace detail {
+
+bool looksLikeElf(const void* head, size_t size)
 {
-    const unsigned char* bytes = static_cast<const unsigned char*>(head);
-    if (size >= 4 && std::memcmp(bytes, "\x7F" "ELF", 4) == 0)
-        return file_format_t::ELF;
+    return size >= 4 && std::memcmp(head, "\x7F" "ELF", 4) == 0;
+}
+
+namespace {
+
+// Where the first character of a text is, past a UTF-8 byte order mark and
+// white space.
+size_t firstCharacter(const unsigned char* bytes, size_t size)
+{
     size_t i = 0;
     if (size >= 3 && std::memcmp(bytes, "\xEF\xBB\xBF", 3) == 0)
-        i = 3; // a UTF-8 byte order mark
+        i = 3;
     while (i < size && (bytes[i] == ' ' || bytes[i] == '\t' || bytes[i] == '\r' || bytes[i] == '\n'))
         ++i;
-    if (i < size && bytes[i] == ':')
-        return file_format_t::INTEL_HEX;
-    if (i + 1 < size && bytes[i] == 'S' && bytes[i + 1] >= '0' && bytes[i + 1] <= '9')
-        return file_format_t::SRECORD;
+    return i;
+}
+
+} // namespace
+
+bool looksLikeIntelHex(const void* head, size_t size)
+{
+    const unsigned char* bytes = static_cast<const unsigned char*>(head);
+    const size_t i = firstCharacter(bytes, size);
+    return i < size && bytes[i] == ':';
+}
+
+bool looksLikeSrecords(const void* head, size_t size)
+{
+    const unsigned char* bytes = static_cast<const unsigned char*>(head);
+    const size_t i = firstCharacter(bytes, size);
+    return i + 1 < size && bytes[i] == 'S' && bytes[i + 1] >= '0' && bytes[i + 1] <= '9';
+}
+
+read_result_t readIntelHexMemory(MemoryImage& image, const void* data, size_t size, uint32_t)
+{
+    MemoryText text(data, size);
+    return resultOf(readFullFormat(text, image));
+}
+
+read_result_t readIntelHexFile(MemoryImage& image, int fd, uint64_t, uint32_t)
+{
+    DescriptorText text(fd);
+    return resultOf(readFullFormat(text, image));
+}
+
+read_result_t readSrecordMemory(MemoryImage& image, const void* data, size_t size, uint32_t)
+{
+    MemoryText text(data, size);
+    return resultOf(readSrecords(text, image));
+}
+
+read_result_t readSrecordFile(MemoryImage& image, int fd, uint64_t, uint32_t)
+{
+    DescriptorText text(fd);
+    return resultOf(readSrecords(text, image));
+}
+
+read_result_t readElfMemory(MemoryImage& image, const void* data, size_t size, uint32_t)
+{
+    MemoryBytes bytes(data, size);
+    return readElf(bytes, image);
+}
+
+read_result_t readElfFile(MemoryImage& image, int fd, uint64_t size, uint32_t)
+{
+    DescriptorBytes bytes(fd, size);
+    return readElf(bytes, image);
+}
+
+read_result_t readBinaryMemory(MemoryImage& image, const void* data, size_t size, uint32_t address)
+{
+    const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    return readBinaryBytes(image, std::vector<uint8_t>(bytes, bytes + size), address);
+}
+
+read_result_t readBinaryFile(MemoryImage& image, int fd, uint64_t size, uint32_t address)
+{
+    const read_result_t checked = checkBinarySize(size, 0);
+    if (!checked)
+        return checked;
+    // Straight into the segment's bytes.
+    std::vector<uint8_t> bytes;
+    try {
+        if (!readDescriptor(fd, bytes, static_cast<size_t>(size)))
+            return failedReading();
+        return readBinaryBytes(image, std::move(bytes), address);
+    } catch (const std::bad_alloc&) {
+        return failedRead(status_t::OUT_OF_MEMORY, "out of memory for " + std::to_string(size) + " bytes");
+    }
+}
+
+} // namespace detail
+
+std::optional<file_format_t> detectFormat(const void* head, size_t size)
+{
+    for (const format_info_t& f : formats())
+        if (f.recognise != nullptr && f.recognise(head, size))
+            return f.format;
     return std::nullopt;
 }
 
@@ -229,22 +332,7 @@ read_result_t readMemory(MemoryImage& image, const void* data, size_t size, cons
             return failedRead(status_t::UNKNOWN_FORMAT, size == 0 ? "the input is empty" : UNKNOWN_FORMAT_REASON);
         format = *detected;
     }
-    switch (format) {
-    case file_format_t::INTEL_HEX:
-        return readHexText(image, data, size);
-    case file_format_t::SRECORD: {
-        detail::MemoryText text(data, size);
-        return resultOf(detail::readSrecords(text, image));
-    }
-    case file_format_t::ELF: {
-        detail::MemoryBytes bytes(data, size);
-        return detail::readElf(bytes, image);
-    }
-    case file_format_t::BINARY:
-        break;
-    }
-    const uint8_t* bytes = static_cast<const uint8_t*>(data);
-    return readBinaryBytes(image, std::vector<uint8_t>(bytes, bytes + size), options.address);
+    return detail::formatRow(format).readMemory(image, data, size, options.address);
 }
 
 read_result_t readFile(MemoryImage& image, const char* path, const read_options_t& options)
@@ -276,28 +364,8 @@ read_result_t readFile(MemoryImage& image, const char* path, const read_options_
         }
         format = *detected;
     }
-    read_result_t result;
-    if (format == file_format_t::INTEL_HEX || format == file_format_t::SRECORD) {
-        detail::DescriptorText text(fd);
-        result = resultOf(format == file_format_t::SRECORD ? detail::readSrecords(text, image)
-                                                          : detail::readFullFormat(text, image));
-    } else if (format == file_format_t::ELF) {
-        detail::DescriptorBytes bytes(fd, static_cast<uint64_t>(status.st_size));
-        result = detail::readElf(bytes, image);
-    } else if (const read_result_t checked = checkBinarySize(static_cast<uint64_t>(status.st_size), 0); !checked) {
-        result = checked;
-    } else {
-        // Straight into the segment's bytes.
-        std::vector<uint8_t> bytes;
-        try {
-            if (!readDescriptor(fd, bytes, static_cast<size_t>(status.st_size)))
-                result = failedReading();
-            else
-                result = readBinaryBytes(image, std::move(bytes), options.address);
-        } catch (const std::bad_alloc&) {
-            result = failedRead(status_t::OUT_OF_MEMORY, "out of memory for " + std::to_string(status.st_size) + " bytes");
-        }
-    }
+    const read_result_t result =
+        detail::formatRow(format).readFile(image, fd, static_cast<uint64_t>(status.st_size), options.address);
     ::close(fd);
     return result;
 }
@@ -344,23 +412,24 @@ std::optional<size_t> findLineInFile(const char* path, uint32_t address, const r
 result_t writeStream(const MemoryImage& image, std::ostream& out, const write_options_t& options)
 {
     StreamSink sink(out);
-    return detail::writeImage(image, options, sink);
+    detail::ImageInput input(image);
+    return writeInput(input, options, sink);
 }
 
 namespace {
 
 // Writes input to the file at path through a temporary file (see
-// saveFile()). Bad options leave no file, not even an empty one.
+// writeFile()). Bad options leave no file, not even an empty one.
 result_t writeInputToFile(detail::WriterInput& input, const char* path,
                                        const write_options_t& options)
 {
-    result_t result = detail::checkSaveOptions(input, options);
+    result_t result = checkWriteOptions(input, options);
     if (!result)
         return result;
     detail::OutputFile file;
     if (!file.open(path))
         return failure(status_t::CANNOT_OPEN, file.failure());
-    result = detail::writeImage(input, options, file);
+    result = writeInput(input, options, file);
     if (result && !file.commit())
         return failure(status_t::CANNOT_WRITE, file.failure());
     return result;

@@ -42,6 +42,52 @@ enum class file_format_t {
     ELF        ///< ELF, 32 or 64 bits, either byte order (read only)
 };
 
+/// The write options that apply to a format, as bits of
+/// format_info_t::writeOptions.
+enum write_option_bits_t : unsigned {
+    WRITES_RECORD_SIZE = 1u << 0,  ///< write_options_t::recordSize
+    WRITES_ADDRESSING = 1u << 1,   ///< write_options_t::addressing
+    WRITES_ADDRESS_SIZE = 1u << 2, ///< write_options_t::addressSize
+    WRITES_CRLF = 1u << 3,         ///< write_options_t::crlf
+    WRITES_FILL = 1u << 4          ///< write_options_t::fill
+};
+
+/// What the library knows of a format: one row of its format table, from
+/// which format detection, the names and extensions the tool takes, and
+/// its help are all made.
+struct format_info_t {
+    file_format_t format; ///< The format.
+    const char* name;     ///< The word that names it: "ihex", "srec", "elf", "bin".
+    const char* title;    ///< How people call it: "Intel HEX".
+    /// The file extensions that stand for it, lower case, separated by
+    /// spaces, the usual one first; "" for none.
+    const char* extensions;
+    /// What tells it from its content, in words ("'S' and a digit"); "" for
+    /// a format that cannot be told.
+    const char* recognisedBy;
+    /// Tells the format from an input's first bytes; null for a format that
+    /// cannot be told from its content (binary).
+    bool (*recognise)(const void* head, size_t size);
+    bool readable;         ///< Images are read from it.
+    bool writable;         ///< Images are written in it.
+    unsigned writeOptions; ///< The write options that apply, as write_option_bits_t.
+};
+
+/// @return every format the library knows: Intel HEX, S-records, ELF and
+/// binary.
+HEXBLOCKS_API const std::vector<format_info_t>& formats();
+
+/// @return the row of format.
+HEXBLOCKS_API const format_info_t& formatInfo(file_format_t format);
+
+/// @return the format a word names ("ihex", "srec", "elf", "bin"); none for
+/// another word.
+HEXBLOCKS_API std::optional<file_format_t> formatByName(const std::string& name);
+
+/// @return the format a file name's extension stands for, in any case; none
+/// for a name without one of the table's extensions.
+HEXBLOCKS_API std::optional<file_format_t> formatByExtension(const std::string& path);
+
 /// How readFile() and readMemory() read their input.
 struct read_options_t {
     /// Tell the format from the content (see detectFormat()) instead of
@@ -135,8 +181,9 @@ HEXBLOCKS_API read_result_t readFile(MemoryImage& image, const char* path,
 HEXBLOCKS_API read_result_t readMemory(MemoryImage& image, const void* data, size_t size,
                                        const read_options_t& options = read_options_t());
 
-/// Tells the format from the first bytes of an input: ':' (after any white
-/// space) is Intel HEX, 'S' and a digit S-records, the ELF magic bytes ELF.
+/// Tells the format from the first bytes of an input, with each format's
+/// recognise(): ':' (after any white space) is Intel HEX, 'S' and a digit
+/// S-records, the ELF magic bytes ELF.
 /// @return the format; none when the bytes are none of them.
 HEXBLOCKS_API std::optional<file_format_t> detectFormat(const void* head, size_t size);
 

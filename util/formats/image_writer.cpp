@@ -473,49 +473,39 @@ bool writeBinary(WriterInput& input, const write_options_t& options, OutputBuffe
 
 } // namespace
 
-result_t checkSaveOptions(const WriterInput& input, const write_options_t& options)
+// The options of Intel HEX that the input cannot be written with.
+result_t checkIntelHexOptions(const WriterInput& input, const write_options_t& options)
 {
-    switch (options.format) {
-    case file_format_t::INTEL_HEX:
-        if (options.recordSize < 1 || options.recordSize > 255)
-            return badOptions("record size " + std::to_string(options.recordSize) + " is out of range (1 to 255)");
-        if (options.addressing == addressing_t::SEGMENT && !isEmpty(input) && highestOf(input) > 0xFFFFF)
-            return outOfReach("segment addressing reaches only the first MiB, and the image goes up to " +
-                                  hexAddress(highestOf(input)),
-                              static_cast<uint32_t>(highestOf(input)));
-        return result_t();
-    case file_format_t::SRECORD: {
-        if (options.addressSize != 0 && (options.addressSize < 2 || options.addressSize > 4))
-            return badOptions("S-record address size " + std::to_string(options.addressSize) + " is not 2, 3 or 4");
-        const unsigned addressSize = srecordAddressSize(input, options);
-        const unsigned most = 255 - addressSize - 1;
-        if (options.recordSize < 1 || options.recordSize > most)
-            return badOptions("record size " + std::to_string(options.recordSize) +
-                              " is out of range: S-records with " + std::to_string(addressSize) +
-                              "-byte addresses hold 1 to " + std::to_string(most) + " data bytes");
-        const uint64_t limit = (1ull << (8 * addressSize)) - 1;
-        if (!isEmpty(input) && highestOf(input) > limit)
-            return outOfReach("S-record address size " + std::to_string(addressSize) + " cannot hold address " +
-                                  hexAddress(highestOf(input)),
-                              static_cast<uint32_t>(highestOf(input)));
-        if (srecordStart(input) > limit)
-            return outOfReach("S-record address size " + std::to_string(addressSize) +
-                                  " cannot hold the start address " + hexAddress(srecordStart(input)),
-                              static_cast<uint32_t>(srecordStart(input)));
-        return result_t();
-    }
-    case file_format_t::BINARY:
-        return result_t();
-    case file_format_t::ELF:
-        break;
-    }
-    return failure(status_t::UNSUPPORTED, "images cannot be saved as ELF");
+    if (options.recordSize < 1 || options.recordSize > 255)
+        return badOptions("record size " + std::to_string(options.recordSize) + " is out of range (1 to 255)");
+    if (options.addressing == addressing_t::SEGMENT && !isEmpty(input) && highestOf(input) > 0xFFFFF)
+        return outOfReach("segment addressing reaches only the first MiB, and the image goes up to " +
+                              hexAddress(highestOf(input)),
+                          static_cast<uint32_t>(highestOf(input)));
+    return result_t();
 }
 
-result_t checkSaveOptions(const MemoryImage& image, const write_options_t& options)
+// The options of S-records that the input cannot be written with.
+result_t checkSrecordOptions(const WriterInput& input, const write_options_t& options)
 {
-    const ImageInput input(image);
-    return checkSaveOptions(input, options);
+    if (options.addressSize != 0 && (options.addressSize < 2 || options.addressSize > 4))
+        return badOptions("S-record address size " + std::to_string(options.addressSize) + " is not 2, 3 or 4");
+    const unsigned addressSize = srecordAddressSize(input, options);
+    const unsigned most = 255 - addressSize - 1;
+    if (options.recordSize < 1 || options.recordSize > most)
+        return badOptions("record size " + std::to_string(options.recordSize) + " is out of range: S-records with " +
+                          std::to_string(addressSize) + "-byte addresses hold 1 to " + std::to_string(most) +
+                          " data bytes");
+    const uint64_t limit = (1ull << (8 * addressSize)) - 1;
+    if (!isEmpty(input) && highestOf(input) > limit)
+        return outOfReach("S-record address size " + std::to_string(addressSize) + " cannot hold address " +
+                              hexAddress(highestOf(input)),
+                          static_cast<uint32_t>(highestOf(input)));
+    if (srecordStart(input) > limit)
+        return outOfReach("S-record address size " + std::to_string(addressSize) + " cannot hold the start address " +
+                              hexAddress(srecordStart(input)),
+                          static_cast<uint32_t>(srecordStart(input)));
+    return result_t();
 }
 
 // At least the size of the output: two digits a byte, and no more records
@@ -532,32 +522,36 @@ uint64_t outputBound(const WriterInput& input, const write_options_t& options)
     return 2 * data + 2 * 17 * records + 1024;
 }
 
-result_t writeImage(WriterInput& input, const write_options_t& options, ByteSink& sink)
+namespace {
+
+// Writes input to sink with one format's writer, through a buffer.
+result_t writeWith(bool (*writer)(WriterInput&, const write_options_t&, OutputBuffer&), WriterInput& input,
+                   const write_options_t& options, ByteSink& sink)
 {
-    const result_t checked = checkSaveOptions(input, options);
-    if (!checked)
-        return checked;
     OutputBuffer out(sink, outputBound(input, options));
-    bool whole = true;
-    switch (options.format) {
-    case file_format_t::INTEL_HEX:
-        whole = writeIntelHex(input, options, out);
-        break;
-    case file_format_t::SRECORD:
-        whole = writeSrecords(input, options, out);
-        break;
-    default:
-        whole = writeBinary(input, options, out);
-        break;
-    }
+    const bool whole = writer(input, options, out);
     const result_t written = out.finish();
     return whole ? written : failure(status_t::CANNOT_READ, input.failure());
 }
 
-result_t writeImage(const MemoryImage& image, const write_options_t& options, ByteSink& sink)
+} // namespace
+
+bool writeIntelHexTo(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result)
 {
-    ImageInput input(image);
-    return writeImage(input, options, sink);
+    result = writeWith(writeIntelHex, input, options, sink);
+    return result.ok();
+}
+
+bool writeSrecordsTo(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result)
+{
+    result = writeWith(writeSrecords, input, options, sink);
+    return result.ok();
+}
+
+bool writeBinaryTo(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result)
+{
+    result = writeWith(writeBinary, input, options, sink);
+    return result.ok();
 }
 
 } // namespace hexblocks::detail

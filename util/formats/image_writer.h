@@ -62,15 +62,14 @@ private:
     const MemoryImage& image_;
 };
 
-// Checks that input can be written with options; on failure says why.
-result_t checkSaveOptions(const WriterInput& input, const write_options_t& options);
-result_t checkSaveOptions(const MemoryImage& image, const write_options_t& options);
-
-// Writes input to sink as options say. Checks the options first and writes
-// nothing when they do not fit the input. Fails with the input's failure()
-// when it cannot hand out its bytes.
-result_t writeImage(WriterInput& input, const write_options_t& options, ByteSink& sink);
-result_t writeImage(const MemoryImage& image, const write_options_t& options, ByteSink& sink);
+// Each format's checks of the write options, and each format's writer,
+// which writes input to sink as options say, in large pieces; false with
+// result saying why when it fails. The format table holds them.
+result_t checkIntelHexOptions(const WriterInput& input, const write_options_t& options);
+result_t checkSrecordOptions(const WriterInput& input, const write_options_t& options);
+bool writeIntelHexTo(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result);
+bool writeSrecordsTo(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result);
+bool writeBinaryTo(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result);
 
 } // namespace hexblocks::detail
 
