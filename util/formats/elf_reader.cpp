@@ -136,17 +136,10 @@ private:
     bool swap_;
 };
 
-read_result_t failedRead(status_t status, const std::string& reason)
-{
-    read_result_t result;
-    result.status = status;
-    result.reason = reason;
-    return result;
-}
 
 read_result_t failedReadAt(status_t status, const std::string& reason, uint64_t address)
 {
-    read_result_t result = failedRead(status, reason);
+    read_result_t result = failure<read_result_t>(status, reason);
     if (address < ADDRESS_SPACE)
         result.address = static_cast<uint32_t>(address);
     return result;
@@ -173,13 +166,13 @@ read_result_t readElf(ByteSource& source, MemoryImage& image)
     if (!haveIdent && source.size() >= SELFMAG)
         source.readAt(0, ident, SELFMAG);
     if (source.size() < SELFMAG || std::memcmp(ident, ELFMAG, SELFMAG) != 0)
-        return failedRead(status_t::SYNTAX, "not an ELF file: it does not start with the ELF magic bytes");
+        return failure<read_result_t>(status_t::SYNTAX, "not an ELF file: it does not start with the ELF magic bytes");
     if (!haveIdent)
-        return failedRead(status_t::SYNTAX, "truncated ELF file: " + std::to_string(source.size()) + " bytes");
+        return failure<read_result_t>(status_t::SYNTAX, "truncated ELF file: " + std::to_string(source.size()) + " bytes");
     if (ident[EI_CLASS] != ELFCLASS32 && ident[EI_CLASS] != ELFCLASS64)
-        return failedRead(status_t::UNSUPPORTED, "bad ELF file: unknown class " + std::to_string(ident[EI_CLASS]));
+        return failure<read_result_t>(status_t::UNSUPPORTED, "bad ELF file: unknown class " + std::to_string(ident[EI_CLASS]));
     if (ident[EI_DATA] != ELFDATA2LSB && ident[EI_DATA] != ELFDATA2MSB)
-        return failedRead(status_t::UNSUPPORTED, "bad ELF file: unknown byte order " + std::to_string(ident[EI_DATA]));
+        return failure<read_result_t>(status_t::UNSUPPORTED, "bad ELF file: unknown byte order " + std::to_string(ident[EI_DATA]));
     const bool swap = (ident[EI_DATA] == ELFDATA2LSB) != hostIsLittleEndian();
 
     header_t header{};
@@ -194,11 +187,11 @@ read_result_t readElf(ByteSource& source, MemoryImage& image)
         ok = reader.readHeader(header, reason) && reader.readSegments(header, segments, reason);
     }
     if (!ok)
-        return failedRead(status_t::SYNTAX, reason);
+        return failure<read_result_t>(status_t::SYNTAX, reason);
     if (header.phnum == 0)
-        return failedRead(status_t::UNSUPPORTED, "no program headers: a relocatable object file, not a linked program");
+        return failure<read_result_t>(status_t::UNSUPPORTED, "no program headers: a relocatable object file, not a linked program");
     if (header.entry >= ADDRESS_SPACE)
-        return failedRead(status_t::OUT_OF_RANGE,
+        return failure<read_result_t>(status_t::OUT_OF_RANGE,
                           "the entry point " + hexAddress(header.entry) + " lies outside the 32-bit address space");
 
     segments.erase(std::remove_if(segments.begin(), segments.end(), [](const loadsegment_t& s) { return s.fileSize == 0; }),
@@ -206,11 +199,11 @@ read_result_t readElf(ByteSource& source, MemoryImage& image)
     chooseLoadAddresses(segments);
     for (const loadsegment_t& s : segments) {
         if (s.offset > source.size() || s.fileSize > source.size() - s.offset)
-            return failedRead(status_t::SYNTAX, "truncated ELF file: segment " + std::to_string(s.index) + " needs bytes " +
+            return failure<read_result_t>(status_t::SYNTAX, "truncated ELF file: segment " + std::to_string(s.index) + " needs bytes " +
                            std::to_string(s.offset) + " to " + std::to_string(s.offset + s.fileSize) +
                            ", the file has " + std::to_string(source.size()));
         if (s.physical >= ADDRESS_SPACE || s.fileSize > ADDRESS_SPACE - s.physical)
-            return failedRead(status_t::OUT_OF_RANGE, "segment " + std::to_string(s.index) + " at " +
+            return failure<read_result_t>(status_t::OUT_OF_RANGE, "segment " + std::to_string(s.index) + " at " +
                                                           hexAddress(s.physical) + " (" + std::to_string(s.fileSize) +
                                                           " bytes) lies outside the 32-bit address space");
     }
@@ -249,7 +242,7 @@ read_result_t readElf(ByteSource& source, MemoryImage& image)
         for (size_t k = i; k < j; ++k)
             if (!source.readAt(segments[k].offset, segment.bytes.data() + (segments[k].physical - segments[i].physical),
                                static_cast<size_t>(segments[k].fileSize)))
-                return failedRead(status_t::CANNOT_READ, std::string("cannot read the file: ") + std::strerror(errno));
+                return failure<read_result_t>(status_t::CANNOT_READ, std::string("cannot read the file: ") + std::strerror(errno));
         joined.push_back(std::move(segment));
         i = j;
     }

@@ -63,23 +63,16 @@ read_result_t resultOf(const fullread_t& read)
     return result;
 }
 
-read_result_t failedRead(status_t status, const std::string& reason)
-{
-    read_result_t result;
-    result.status = status;
-    result.reason = reason;
-    return result;
-}
 
 // Why reading fd failed, from errno.
 read_result_t failedReading()
 {
-    return failedRead(status_t::CANNOT_READ, std::string("cannot read the file: ") + std::strerror(errno));
+    return failure<read_result_t>(status_t::CANNOT_READ, std::string("cannot read the file: ") + std::strerror(errno));
 }
 
 read_result_t failedOpening()
 {
-    return failedRead(status_t::CANNOT_OPEN, std::string("cannot open the file: ") + std::strerror(errno));
+    return failure<read_result_t>(status_t::CANNOT_OPEN, std::string("cannot open the file: ") + std::strerror(errno));
 }
 
 // Whether a binary file of size bytes can be read into memory, and whether
@@ -87,9 +80,9 @@ read_result_t failedOpening()
 read_result_t checkBinarySize(uint64_t size, uint32_t address)
 {
     if (size > std::numeric_limits<size_t>::max())
-        return failedRead(status_t::TOO_LARGE, "the file is too large: " + std::to_string(size) + " bytes");
+        return failure<read_result_t>(status_t::TOO_LARGE, "the file is too large: " + std::to_string(size) + " bytes");
     if (static_cast<uint64_t>(address) + size > ADDRESS_SPACE) {
-        read_result_t result = failedRead(status_t::OUT_OF_RANGE,
+        read_result_t result = failure<read_result_t>(status_t::OUT_OF_RANGE,
                                           "binary input of " + std::to_string(size) + " bytes at " +
                                               detail::hexAddress(address) + " would run past address 0xFFFFFFFF");
         result.address = address;
@@ -171,7 +164,7 @@ read_result_t readUnsized(int fd, std::vector<uint8_t>& bytes)
         if (!readDescriptor(fd, bytes, 0))
             return failedReading();
     } catch (const std::bad_alloc&) {
-        return failedRead(status_t::OUT_OF_MEMORY, "out of memory after " + std::to_string(bytes.size()) + " bytes");
+        return failure<read_result_t>(status_t::OUT_OF_MEMORY, "out of memory after " + std::to_string(bytes.size()) + " bytes");
     }
     return read_result_t();
 }
@@ -309,7 +302,7 @@ read_result_t readBinaryFile(MemoryImage& image, int fd, uint64_t size, uint32_t
             return failedReading();
         return readBinaryBytes(image, std::move(bytes), address);
     } catch (const std::bad_alloc&) {
-        return failedRead(status_t::OUT_OF_MEMORY, "out of memory for " + std::to_string(size) + " bytes");
+        return failure<read_result_t>(status_t::OUT_OF_MEMORY, "out of memory for " + std::to_string(size) + " bytes");
     }
 }
 
@@ -329,7 +322,7 @@ read_result_t readMemory(MemoryImage& image, const void* data, size_t size, cons
     if (options.detect) {
         const std::optional<file_format_t> detected = detectFormat(data, size);
         if (!detected)
-            return failedRead(status_t::UNKNOWN_FORMAT, size == 0 ? "the input is empty" : UNKNOWN_FORMAT_REASON);
+            return failure<read_result_t>(status_t::UNKNOWN_FORMAT, size == 0 ? "the input is empty" : UNKNOWN_FORMAT_REASON);
         format = *detected;
     }
     return detail::formatRow(format).readMemory(image, data, size, options.address);
@@ -358,7 +351,7 @@ read_result_t readFile(MemoryImage& image, const char* path, const read_options_
         if (!detected) {
             const read_result_t failed =
                 got < 0 ? failedReading()
-                        : failedRead(status_t::UNKNOWN_FORMAT, got == 0 ? "the file is empty" : UNKNOWN_FORMAT_REASON);
+                        : failure<read_result_t>(status_t::UNKNOWN_FORMAT, got == 0 ? "the file is empty" : UNKNOWN_FORMAT_REASON);
             ::close(fd);
             return failed;
         }

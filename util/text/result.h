@@ -56,20 +56,22 @@ struct result_t {
     explicit operator bool() const { return ok(); }
 };
 
-/// @return a result with status, reason and line.
-inline result_t failure(status_t status, std::string reason, size_t line = 0)
+/// @return a result (result_t, or one derived from it) with status, reason
+/// and line.
+template <typename Result = result_t> Result failure(status_t status, std::string reason, size_t line = 0)
 {
-    result_t result;
+    Result result;
     result.status = status;
     result.reason = std::move(reason);
     result.line = line;
     return result;
 }
 
-/// @return a result with status and reason that blames address.
-inline result_t failureAt(status_t status, std::string reason, uint32_t address)
+/// @return a result (result_t, or one derived from it) with status and
+/// reason that blames address.
+template <typename Result = result_t> Result failureAt(status_t status, std::string reason, uint32_t address)
 {
-    result_t result = failure(status, std::move(reason));
+    Result result = failure<Result>(status, std::move(reason));
     result.address = address;
     return result;
 }
