@@ -3,8 +3,9 @@
 /// pages to program, with blank pages left out.
 ///
 /// @code
-/// #include "flash_plan.h"
+/// #include <hexblocks/flash_plan.h>
 ///
+/// using namespace hexblocks;
 /// // An STM32F4: four 16 KiB sectors, one of 64 KiB, seven of 128 KiB.
 /// FlashPlan::geometry_t geometry;
 /// if (!FlashPlan::parseSectors("0x08000000:4x16K,1x64K,7x128K", geometry)) ...
@@ -23,7 +24,7 @@
 ///     programPage(pages.address(), pages.data(), pages.size());
 /// @endcode
 ///
-/// Nothing here prints; failures carry a reason. Addresses run up to
+/// Nothing here prints; failures carry a status and a reason (result.h). Addresses run up to
 /// 0xFFFFFFFF, and sizes that can reach 2^32 are 64-bit.
 #ifndef HEXBLOCKS_FLASH_PLAN_H
 #define HEXBLOCKS_FLASH_PLAN_H

@@ -3,8 +3,9 @@
 /// checksum stored into an image, as a bootloader checks an application.
 ///
 /// @code
-/// #include "checksum.h"
+/// #include <hexblocks/checksum.h>
 ///
+/// using namespace hexblocks;
 /// Checksum::algorithm_t crc32;
 /// Checksum::findAlgorithm("crc32", crc32);
 /// Checksum checksum(crc32);
