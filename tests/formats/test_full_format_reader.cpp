@@ -1,5 +1,5 @@
-// The full-format reader into a MemoryImage: MemoryImage::readHex and
-// readHexFile, checked against a byte-by-byte model of the format's rules on
+// The full-format reader into a MemoryImage, through readMemory() and
+// readFile(), checked against a byte-by-byte model of the format's rules on
 // generated files in every record order, and the window method checked
 // against the sorting method it falls back to.
 #include "image_blocks.h"

@@ -1,5 +1,5 @@
-// Saving a MemoryImage: the exact text of Intel HEX and S-record output, the
-// bytes of binary output, every option and its limits, and saveFile()'s
+// Writing a MemoryImage: the exact text of Intel HEX and S-record output, the
+// bytes of binary output, every option and its limits, and writeFile()'s
 // promise that a failure leaves no partial file.
 #include "formats.h"
 #include "memory_image.h"
@@ -350,7 +350,7 @@ TEST(ImageWriter, SavingPrintsNothing)
     EXPECT_EQ(output.err, "");
 }
 
-// --- saveFile -------------------------------------------------------------------
+// --- writeFile ------------------------------------------------------------------
 
 TEST(SaveFile, WritesTheFileWithTheModeOfANewFile)
 {
@@ -430,7 +430,7 @@ TEST(SaveFile, ADeviceIsWrittenDirectly)
 
 namespace {
 
-// What readFile() (binary at address) and then saveFile() give, as
+// What readFile() (binary at address) and then writeFile() give, as
 // {ok, reason, the output's bytes}; an output written is removed after.
 struct written_t {
     bool ok;

@@ -1,8 +1,8 @@
-// The full-format reader: the whole Intel HEX format (record types 00 to
-// 05), records in any order, into a MemoryImage. MemoryImage::readHex and
-// IntelHexFile::loadFullFormat both funnel into it; it prints nothing and
-// reports what happened in a fullread_t, from which each of them makes its
-// own report.
+// The full-format reader: the full Intel HEX format (record types 00 to
+// 05), records in any order, into a MemoryImage. readFile() and
+// readMemory() for Intel HEX, and IntelHexFile::loadFullFormat, all funnel
+// into it; it prints nothing and reports what happened in a fullread_t,
+// from which each of them makes its own report.
 //
 // Internal to the library: not installed.
 #ifndef HEXBLOCKS_FULL_FORMAT_READER_H
