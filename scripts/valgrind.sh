@@ -15,10 +15,11 @@ logs=build/$preset/valgrind
 rm -rf "$logs" && mkdir -p "$logs"
 
 # program shards: the tool's tests start a process for most checks, and
-# valgrind's start-up makes each cost about a second, so they get more.
+# valgrind's start-up makes each cost about a second, so they get more
+# shards, and go first so that the short ones fill the gaps at the end.
 runs=()
+for shard in 0 1 2 3 4 5; do runs+=("hexblocks_tests 6 $shard"); done
 for shard in 0 1; do runs+=("library_tests 2 $shard"); done
-for shard in 0 1 2 3; do runs+=("hexblocks_tests 4 $shard"); done
 
 run_shard() {
     local preset=$1 logs=$2 program=$3 total=$4 index=$5

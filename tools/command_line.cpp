@@ -47,12 +47,12 @@ std::string offendingOption(char** argv)
 
 // Checks convert's operands and output. Returns EXIT_OK, or the exit code of
 // a usage error after printing it.
-int checkConvertLine(const CommandEntry& command, const std::vector<std::string>& operands, Options& options)
+int checkConvertLine(const command_entry_t& command, const std::vector<std::string>& operands, options_t& options)
 {
     if (options.output.empty())
         return usageError("missing -o OUTPUT", command.usage);
     for (const std::string& operand : operands) {
-        InputSpec input;
+        input_spec_t input;
         std::string error;
         if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, input, error))
             return usageError(error, command.usage);
@@ -73,7 +73,7 @@ int checkConvertLine(const CommandEntry& command, const std::vector<std::string>
 
 // The checksum options as given: a named algorithm, or the parameters of a
 // CRC of the user's own.
-struct CrcChoice {
+struct crc_choice_t {
     bool named = false;
     bool custom = false;
     bool hasWidth = false;
@@ -123,14 +123,14 @@ const char RANGE_FORM[] = " (START:END, END exclusive, above START and at most 0
 
 // Parses an edit option of convert into options.edits. Returns EXIT_OK, or
 // the exit code of a usage error after printing it.
-int parseEdit(option_t option, const std::string& text, bool followsCrop, const CommandEntry& command,
-              Options& options)
+int parseEdit(option_t option, const std::string& text, bool followsCrop, const command_entry_t& command,
+              options_t& options)
 {
-    Edit edit;
+    edit_t edit;
     range_t range{0, 0};
     switch (option) {
     case option_t::OFFSET:
-        edit.kind = Edit::kind_t::OFFSET;
+        edit.kind = edit_t::kind_t::OFFSET;
         edit.option = "--offset " + text;
         if (!parseSigned(text, edit.delta))
             return usageError("invalid offset '" + text + "' (-0xFFFFFFFF to 0xFFFFFFFF)", command.usage);
@@ -146,22 +146,22 @@ int parseEdit(option_t option, const std::string& text, bool followsCrop, const 
             options.edits.back().option += " " + name + " " + text;
             return EXIT_OK;
         }
-        edit.kind = option == option_t::CROP      ? Edit::kind_t::CROP
-                  : option == option_t::EXCLUDE   ? Edit::kind_t::EXCLUDE
-                                                  : Edit::kind_t::FILL_RANGE;
+        edit.kind = option == option_t::CROP      ? edit_t::kind_t::CROP
+                  : option == option_t::EXCLUDE   ? edit_t::kind_t::EXCLUDE
+                                                  : edit_t::kind_t::FILL_RANGE;
         edit.option = name + " " + text;
         edit.ranges.push_back(range);
         break;
     }
     case option_t::SWAP:
-        edit.kind = Edit::kind_t::SWAP;
+        edit.kind = edit_t::kind_t::SWAP;
         edit.option = "--swap " + text;
         if (text != "2" && text != "4")
             return usageError("invalid word size '" + text + "' for --swap (2 or 4)", command.usage);
         edit.wordSize = text == "2" ? 2 : 4;
         break;
     default: {
-        edit.kind = Edit::kind_t::INSERT_CRC;
+        edit.kind = edit_t::kind_t::INSERT_CRC;
         edit.option = "--insert-crc " + text;
         const std::string::size_type at = text.find('@');
         uint64_t address = 0;
@@ -181,7 +181,7 @@ int parseEdit(option_t option, const std::string& text, bool followsCrop, const 
 
 // Parses the parameters of a CRC of the user's own. Returns EXIT_OK, or the
 // exit code of a usage error after printing it.
-int parseCrcParameter(option_t option, const std::string& text, const CommandEntry& command, CrcChoice& crc)
+int parseCrcParameter(option_t option, const std::string& text, const command_entry_t& command, crc_choice_t& crc)
 {
     const bool width = option == option_t::CRC_WIDTH;
     const char* name = width                    ? "width"
@@ -209,8 +209,8 @@ int parseCrcParameter(option_t option, const std::string& text, const CommandEnt
 
 // The state of parsing besides the options: what is read once everything
 // is known, and what joins options that follow each other.
-struct ParseState {
-    CrcChoice crc;
+struct parse_state_t {
+    crc_choice_t crc;
     std::string sectors; // plan --sectors, read once the page size is known
     bool hasAt = false;
     option_t previous = option_t::HELP; // the option before, to join --crop options that follow each other
@@ -218,7 +218,7 @@ struct ParseState {
 
 // Applies one option with its value (nullptr for a flag). Returns EXIT_OK,
 // or the exit code of a usage error after printing it.
-int applyOption(option_t option, const char* value, const CommandEntry& command, Options& options, ParseState& state)
+int applyOption(option_t option, const char* value, const command_entry_t& command, options_t& options, parse_state_t& state)
 {
     const std::string text = value != nullptr ? value : "";
     uint64_t number = 0;
@@ -348,7 +348,7 @@ int applyOption(option_t option, const char* value, const CommandEntry& command,
 // Settles the checksum: the named one, crc32 by default, or a CRC of the
 // user's own. Returns EXIT_OK, or the exit code of a usage error after
 // printing it.
-int chooseChecksum(const CrcChoice& crc, const CommandEntry& command, Options& options)
+int chooseChecksum(const crc_choice_t& crc, const command_entry_t& command, options_t& options)
 {
     if (!crc.custom)
         return EXIT_OK;
@@ -365,8 +365,8 @@ int chooseChecksum(const CrcChoice& crc, const CommandEntry& command, Options& o
 
 // Checks the operands against the command's, and what needs all options
 // known. Returns EXIT_OK, or the exit code of a usage error after printing it.
-int checkOperands(const CommandEntry& command, const std::vector<std::string>& operands, const ParseState& state,
-                  Options& options)
+int checkOperands(const command_entry_t& command, const std::vector<std::string>& operands, const parse_state_t& state,
+                  options_t& options)
 {
     const size_t wanted = command.operands.size();
     if (operands.size() < wanted)
@@ -396,15 +396,15 @@ int checkOperands(const CommandEntry& command, const std::vector<std::string>& o
 
 } // namespace
 
-int parseCommandLine(const CommandEntry& command, int argc, char** argv, Options& options)
+int parseCommandLine(const command_entry_t& command, int argc, char** argv, options_t& options)
 {
     // A leading ':' makes getopt report a missing value apart from an unknown
     // option; without '+' options may also follow the file name. Options
     // with a letter come back as it, the others as 256 + their id.
     std::string shortOptions = ":";
     std::vector<option> longOptions;
-    for (const OptionUse& use : command.options) {
-        const OptionEntry& entry = optionEntry(use.id);
+    for (const option_use_t& use : command.options) {
+        const option_entry_t& entry = optionEntry(use.id);
         const int hasValue = entry.value != nullptr ? required_argument : no_argument;
         if (entry.letter != 0)
             shortOptions += std::string(1, entry.letter) + (hasValue == required_argument ? ":" : "");
@@ -413,7 +413,7 @@ int parseCommandLine(const CommandEntry& command, int argc, char** argv, Options
     longOptions.push_back({nullptr, 0, nullptr, 0});
 
     Checksum::findAlgorithm("crc32", options.algorithm);
-    ParseState state;
+    parse_state_t state;
     optind = 0; // restart getopt for the command's own arguments
     opterr = 0;
     for (;;) {
@@ -422,8 +422,8 @@ int parseCommandLine(const CommandEntry& command, int argc, char** argv, Options
             break;
         if (c == ':')
             return usageError("option '" + offendingOption(argv) + "' needs a value", command.usage);
-        const auto use = std::find_if(command.options.begin(), command.options.end(), [c](const OptionUse& u) {
-            const OptionEntry& entry = optionEntry(u.id);
+        const auto use = std::find_if(command.options.begin(), command.options.end(), [c](const option_use_t& u) {
+            const option_entry_t& entry = optionEntry(u.id);
             return c < 256 ? entry.letter == c : static_cast<int>(entry.id) == c - 256;
         });
         if (c == '?' || use == command.options.end())

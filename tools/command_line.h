@@ -30,7 +30,7 @@ const int EXIT_DIFFERENT = 1;
 const int EXIT_TROUBLE = 2;
 
 // One edit of convert's image; edits apply in the order given.
-struct Edit {
+struct edit_t {
     enum class kind_t { OFFSET, CROP, EXCLUDE, FILL_RANGE, SWAP, INSERT_CRC };
     kind_t kind = kind_t::OFFSET;
     std::string option;                       // as written, for messages: "--swap 4"
@@ -40,8 +40,8 @@ struct Edit {
     uint32_t address = 0;                     // INSERT_CRC: where the value goes
 };
 
-// Options of every command; each command uses its own subset.
-struct Options {
+// The options of every command; each command uses its own subset.
+struct options_t {
     std::string file;                // the first operand
     std::vector<std::string> inputs; // every operand: convert's inputs; verify: FILE and DUMP; diff: A and B
     std::string output;              // convert: the file; bin: the directory or file
@@ -51,7 +51,7 @@ struct Options {
     file_format_t inputFormat = file_format_t::INTEL_HEX;
     write_options_t save; // its fill is also --fill for the edits and crc
     merge_options_t merge;
-    std::vector<Edit> edits;
+    std::vector<edit_t> edits;
     Checksum::algorithm_t algorithm; // crc, and convert's --insert-crc: crc32 unless set
     Checksum::byte_order_t crcOrder = Checksum::byte_order_t::LITTLE;
     bool hasRange = false;           // crc --range
@@ -73,14 +73,14 @@ struct Options {
 
 // What a command is given besides its options: its inputs, read before it
 // runs.
-struct Inputs {
+struct inputs_t {
     IntelHexFile blocks; // info, map, bin, dump: FILE as blocks
     MemoryImage image;   // convert, crc: every input merged; plan, verify: FILE; diff: A
     MemoryImage other;   // diff: B
     // convert: set when its one binary input is written straight to the
     // output, never held as an image (and then nothing above is read).
     bool streamed = false;
-    InputSpec streamedInput;
+    input_spec_t streamedInput;
 };
 
 // Prints a usage error with usage and returns EXIT_USAGE.
@@ -88,7 +88,7 @@ int usageError(const std::string& message, const char* usage);
 
 // Parses the arguments after the command name. Returns EXIT_OK, or the exit
 // code of a usage error after printing it.
-int parseCommandLine(const CommandEntry& command, int argc, char** argv, Options& options);
+int parseCommandLine(const command_entry_t& command, int argc, char** argv, options_t& options);
 
 } // namespace hexblocks::cli
 

@@ -84,7 +84,7 @@ const char EXAMPLES[] =
 
 namespace {
 
-const std::vector<OptionEntry> OPTIONS = {
+const std::vector<option_entry_t> OPTIONS = {
     {option_t::HELP, "help", 'h', nullptr, "show this help"},
     {option_t::ONE_BLOCK, "one-block", '1', nullptr, "load the whole file as one block, gaps filled\nwith 0xFF"},
     {option_t::STRICT, "strict", 0, nullptr, "read only record types 00, 01 and 04, blocks\nwithin a linear base"},
@@ -144,17 +144,17 @@ const std::vector<OptionEntry> OPTIONS = {
 };
 
 // How the commands that read one file as blocks read it.
-const std::vector<OptionUse> BLOCK_READING = {{option_t::ONE_BLOCK}, {option_t::STRICT}, {option_t::FULL_FORMAT},
+const std::vector<option_use_t> BLOCK_READING = {{option_t::ONE_BLOCK}, {option_t::STRICT}, {option_t::FULL_FORMAT},
                                               {option_t::INPUT_FORMAT}};
 
 // A CRC of the user's own.
-const std::vector<OptionUse> CUSTOM_CRC = {{option_t::CRC_WIDTH}, {option_t::POLY},       {option_t::INIT},
+const std::vector<option_use_t> CUSTOM_CRC = {{option_t::CRC_WIDTH}, {option_t::POLY},       {option_t::INIT},
                                            {option_t::XOROUT},    {option_t::REFLECT_IN}, {option_t::REFLECT_OUT}};
 
-std::vector<OptionUse> joined(std::initializer_list<std::vector<OptionUse>> parts)
+std::vector<option_use_t> joined(std::initializer_list<std::vector<option_use_t>> parts)
 {
-    std::vector<OptionUse> all;
-    for (const std::vector<OptionUse>& part : parts)
+    std::vector<option_use_t> all;
+    for (const std::vector<option_use_t>& part : parts)
         all.insert(all.end(), part.begin(), part.end());
     return all;
 }
@@ -177,7 +177,7 @@ const char ALGORITHMS[] =
     "  sum8               0xDD         the sum of the bytes modulo 256\n"
     "  sum16              0x01DD       the sum of the bytes modulo 65536\n";
 
-const std::vector<CommandEntry>& commandTable()
+const std::vector<command_entry_t>& commandTable()
 {
     static const std::string CONVERT_DESCRIPTION =
         "Read every INPUT (Intel HEX, S-records, ELF or binary; \"-\" is standard\n"
@@ -187,7 +187,7 @@ const std::vector<CommandEntry>& commandTable()
         "existing one as it was.\n"
         "\n" +
         wrapText("The output format comes from OUTPUT's extension: " + outputExtensions() + ".", 78);
-    static const std::vector<CommandEntry> table = {
+    static const std::vector<command_entry_t> table = {
         {"info", "usage: hexblocks info FILE [--one-block] [--strict] [--json]\n", "info FILE [--one-block] [--json]",
          "list the blocks with their addresses and sizes",
          "List the blocks of FILE: index, full 32-bit start and end address (the\n"
@@ -332,22 +332,22 @@ const std::vector<CommandEntry>& commandTable()
 
 } // namespace
 
-const std::vector<CommandEntry>& commands()
+const std::vector<command_entry_t>& commands()
 {
     return commandTable();
 }
 
-const CommandEntry* findCommand(const std::string& name)
+const command_entry_t* findCommand(const std::string& name)
 {
-    for (const CommandEntry& c : commands())
+    for (const command_entry_t& c : commands())
         if (name == c.name)
             return &c;
     return nullptr;
 }
 
-const OptionEntry& optionEntry(option_t id)
+const option_entry_t& optionEntry(option_t id)
 {
-    return *std::find_if(OPTIONS.begin(), OPTIONS.end(), [id](const OptionEntry& o) { return o.id == id; });
+    return *std::find_if(OPTIONS.begin(), OPTIONS.end(), [id](const option_entry_t& o) { return o.id == id; });
 }
 
 } // namespace hexblocks::cli

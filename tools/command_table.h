@@ -10,8 +10,8 @@
 
 namespace hexblocks::cli {
 
-struct Options;
-struct Inputs;
+struct options_t;
+struct inputs_t;
 
 extern const char PROGRAM[];
 
@@ -43,7 +43,7 @@ enum class option_t {
 
 // An option as the command line writes it and its help, written once for
 // every command that takes it.
-struct OptionEntry {
+struct option_entry_t {
     option_t id;
     const char* name;  // the long name, without "--"
     char letter;       // the short name, 0 for none
@@ -53,7 +53,7 @@ struct OptionEntry {
 
 // An option a command takes, with help of its own where the shared one does
 // not fit.
-struct OptionUse {
+struct option_use_t {
     option_t id;
     const char* help = nullptr;    // nullptr: the option's own
     const char* value = nullptr;   // the value's name, nullptr: the option's own
@@ -62,29 +62,29 @@ struct OptionUse {
 
 // One command: its texts, its options, how its inputs are read and the
 // function that runs it.
-struct CommandEntry {
+struct command_entry_t {
     const char* name;
     const char* usage;            // "usage: hexblocks info FILE [...]\n"
     const char* synopsis;         // for the list of commands: "info FILE [--one-block] [--json]"
     const char* summary;          // for the list of commands: what it does, in a few words
     const char* description;      // its help before the options
-    std::vector<OptionUse> options;
+    std::vector<option_use_t> options;
     const char* notes;            // its help after the options; "" for none
     std::vector<const char*> operands; // their names; the last repeats when variadic
     bool variadic;
     loading_t loading;
     int unreadable;               // the exit code when an input cannot be read
-    int (*run)(const Options& options, Inputs& inputs);
+    int (*run)(const options_t& options, inputs_t& inputs);
 };
 
 // The commands, in the order the help lists them.
-const std::vector<CommandEntry>& commands();
+const std::vector<command_entry_t>& commands();
 
 // The command called name; nullptr when there is none.
-const CommandEntry* findCommand(const std::string& name);
+const command_entry_t* findCommand(const std::string& name);
 
 // The option with this id.
-const OptionEntry& optionEntry(option_t id);
+const option_entry_t& optionEntry(option_t id);
 
 } // namespace hexblocks::cli
 

@@ -35,16 +35,16 @@ uint64_t fullStart(const IntelHexFileBlock& block)
     return static_cast<uint64_t>(block.getLinearBase()) << 16 | block.getStartAddress();
 }
 
-struct Totals {
+struct totals_t {
     uint64_t bytes = 0;
     bool hasSpan = false;
     uint64_t spanStart = 0;
     uint64_t spanEnd = 0; // one past the last byte
 };
 
-Totals totalsOf(const IntelHexFile& image)
+totals_t totalsOf(const IntelHexFile& image)
 {
-    Totals t;
+    totals_t t;
     for (size_t i = 0; i < image.getBlockCount(); ++i) {
         const IntelHexFileBlock& b = image[i];
         t.bytes += b.getSize();
@@ -93,7 +93,7 @@ void printInfoTable(const IntelHexFile& image)
     for (const auto& row : rows)
         printRow(row);
 
-    const Totals t = totalsOf(image);
+    const totals_t t = totalsOf(image);
     std::cout << "total: " << count << (count == 1 ? " block, " : " blocks, ") << bytesText(t.bytes);
     if (t.hasSpan)
         std::cout << ", span " << hexAddress(t.spanStart) << "-" << hexAddress(t.spanEnd - 1) << ", "
@@ -104,9 +104,9 @@ void printInfoTable(const IntelHexFile& image)
                   << startAddressText(image.getStartAddressType(), image.getStartAddressValue()) << "\n";
 }
 
-void printInfoJson(const IntelHexFile& image, const Options& options)
+void printInfoJson(const IntelHexFile& image, const options_t& options)
 {
-    const Totals t = totalsOf(image);
+    const totals_t t = totalsOf(image);
     std::cout << "{\n  \"file\": " << jsonString(options.file) << ",\n  \"mode\": \""
               << (options.oneBlock ? "one-block" : "normal") << "\",\n";
     std::cout << "  \"format\": \"" << (options.strict ? "strict" : "full") << "\",\n  \"start_address\": ";
@@ -219,7 +219,7 @@ bool namesDirectory(const std::string& output)
 
 // Writes the image's one block (nothing for an image without data) to the
 // file output names, or to standard output for "-".
-int writeSingleBinary(const IntelHexFile& image, const Options& options)
+int writeSingleBinary(const IntelHexFile& image, const options_t& options)
 {
     const size_t count = image.getBlockCount();
     if (count > 1) {
@@ -275,7 +275,7 @@ void dumpBlock(const IntelHexFileBlock& block, size_t index)
 
 } // namespace
 
-int runInfo(const Options& options, Inputs& inputs)
+int runInfo(const options_t& options, inputs_t& inputs)
 {
     const IntelHexFile& image = inputs.blocks;
     if (options.json)
@@ -285,25 +285,25 @@ int runInfo(const Options& options, Inputs& inputs)
     return EXIT_OK;
 }
 
-int runMap(const Options& options, Inputs& inputs)
+int runMap(const options_t& options, inputs_t& inputs)
 {
     const IntelHexFile& image = inputs.blocks;
-    std::vector<MapBlock> blocks;
+    std::vector<map_block_t> blocks;
     for (size_t i = 0; i < image.getBlockCount(); ++i)
-        blocks.push_back(MapBlock{fullStart(image[i]), image[i].getSize(), i});
-    const Totals t = totalsOf(image);
+        blocks.push_back(map_block_t{fullStart(image[i]), image[i].getSize(), i});
+    const totals_t t = totalsOf(image);
     const size_t count = image.getBlockCount();
     std::string title = options.file + ": " + std::to_string(count) + (count == 1 ? " block, " : " blocks, ") +
                         humanSize(t.bytes) + " of data";
     if (t.hasSpan)
         title += " in " + humanSize(t.spanEnd - t.spanStart);
-    MapOptions mapOptions;
+    map_options_t mapOptions;
     mapOptions.width = options.width;
     if (!options.svg) {
         std::cout << title << "\n\n" << drawMemoryMap(blocks, mapOptions);
         return EXIT_OK;
     }
-    MapStart start{0, ""};
+    map_start_t start{0, ""};
     if (image.hasStartAddress()) {
         const uint32_t value = image.getStartAddressValue();
         start.address = image.getStartAddressType() == 5 ? value : (value >> 16) * 16ull + (value & 0xFFFF);
@@ -319,7 +319,7 @@ int runMap(const Options& options, Inputs& inputs)
     return written ? EXIT_OK : EXIT_FAILED;
 }
 
-int runBin(const Options& options, Inputs& inputs)
+int runBin(const options_t& options, inputs_t& inputs)
 {
     IntelHexFile& image = inputs.blocks;
     if (options.reverse)
@@ -341,7 +341,7 @@ int runBin(const Options& options, Inputs& inputs)
     return EXIT_OK;
 }
 
-int runDump(const Options& options, Inputs& inputs)
+int runDump(const options_t& options, inputs_t& inputs)
 {
     const IntelHexFile& image = inputs.blocks;
     if (options.hasBlock) {
@@ -362,7 +362,7 @@ int runDump(const Options& options, Inputs& inputs)
 }
 
 // convert of one binary file: written as it is read.
-int runStreamedConvert(const Options& options, const InputSpec& input)
+int runStreamedConvert(const options_t& options, const input_spec_t& input)
 {
     const convert_result_t converted =
         convertBinaryFile(input.path.c_str(), input.address, options.output.c_str(), options.save);
@@ -375,7 +375,7 @@ int runStreamedConvert(const Options& options, const InputSpec& input)
     return EXIT_FAILED;
 }
 
-int runConvert(const Options& options, Inputs& inputs)
+int runConvert(const options_t& options, inputs_t& inputs)
 {
     if (inputs.streamed)
         return runStreamedConvert(options, inputs.streamedInput);
@@ -399,7 +399,7 @@ int runConvert(const Options& options, Inputs& inputs)
     return EXIT_OK;
 }
 
-int runCrc(const Options& options, Inputs& inputs)
+int runCrc(const options_t& options, inputs_t& inputs)
 {
     const MemoryImage& image = inputs.image;
     const uint64_t end = image.empty() ? 0 : image.lowestAddress() + image.span();
@@ -420,7 +420,7 @@ int runCrc(const Options& options, Inputs& inputs)
     return EXIT_OK;
 }
 
-int runPlan(const Options& options, Inputs& inputs)
+int runPlan(const options_t& options, inputs_t& inputs)
 {
     FlashPlan plan;
     const result_t made = plan.make(inputs.image, options.geometry, options.keepBlank);
@@ -435,7 +435,7 @@ int runPlan(const Options& options, Inputs& inputs)
     return EXIT_OK;
 }
 
-int runVerify(const Options& options, Inputs& inputs)
+int runVerify(const options_t& options, inputs_t& inputs)
 {
     const std::string& dump = options.inputs[1];
     const verify_result_t result =
@@ -451,7 +451,7 @@ int runVerify(const Options& options, Inputs& inputs)
     return result.ok() ? EXIT_OK : EXIT_DIFFERENT;
 }
 
-int runDiff(const Options& options, Inputs& inputs)
+int runDiff(const options_t& options, inputs_t& inputs)
 {
     const diff_result_t result = inputs.image.diff(inputs.other, options.diff);
     if (options.json)

@@ -8,15 +8,15 @@
 
 namespace hexblocks::cli {
 
-int runInfo(const Options& options, Inputs& inputs);
-int runMap(const Options& options, Inputs& inputs);
-int runBin(const Options& options, Inputs& inputs);
-int runDump(const Options& options, Inputs& inputs);
-int runConvert(const Options& options, Inputs& inputs);
-int runCrc(const Options& options, Inputs& inputs);
-int runPlan(const Options& options, Inputs& inputs);
-int runVerify(const Options& options, Inputs& inputs);
-int runDiff(const Options& options, Inputs& inputs);
+int runInfo(const options_t& options, inputs_t& inputs);
+int runMap(const options_t& options, inputs_t& inputs);
+int runBin(const options_t& options, inputs_t& inputs);
+int runDump(const options_t& options, inputs_t& inputs);
+int runConvert(const options_t& options, inputs_t& inputs);
+int runCrc(const options_t& options, inputs_t& inputs);
+int runPlan(const options_t& options, inputs_t& inputs);
+int runVerify(const options_t& options, inputs_t& inputs);
+int runDiff(const options_t& options, inputs_t& inputs);
 
 } // namespace hexblocks::cli
 

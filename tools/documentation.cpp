@@ -29,7 +29,7 @@ std::string indentedLines(const std::string& text, size_t column)
 }
 
 // "  -s, --sectors SECTORS" or "      --crlf".
-std::string optionLabel(const OptionEntry& entry, const char* value)
+std::string optionLabel(const option_entry_t& entry, const char* value)
 {
     std::string label = entry.letter != 0 ? std::string("  -") + entry.letter + ", " : "      ";
     label += std::string("--") + entry.name;
@@ -86,9 +86,9 @@ std::string verbatim(const std::string& text)
 }
 
 // One option of a command as a tagged paragraph.
-std::string manualOption(const OptionUse& use)
+std::string manualOption(const option_use_t& use)
 {
-    const OptionEntry& entry = optionEntry(use.id);
+    const option_entry_t& entry = optionEntry(use.id);
     const char* help = use.help != nullptr ? use.help : entry.help;
     if (help == nullptr)
         return "";
@@ -107,7 +107,7 @@ std::string manualOption(const OptionUse& use)
 }
 
 // The usage line of a command without "usage: " and its newline.
-std::string synopsisOf(const CommandEntry& command)
+std::string synopsisOf(const command_entry_t& command)
 {
     std::string usage = command.usage;
     const std::string prefix = "usage: ";
@@ -120,9 +120,9 @@ std::string synopsisOf(const CommandEntry& command)
 
 // The words a value can be, from a value name such as "ihex|srec|bin";
 // empty for a name that stands for something else (N, FILE, DIR|OUTPUT|-).
-std::vector<std::string> valueWords(const OptionUse& use)
+std::vector<std::string> valueWords(const option_use_t& use)
 {
-    const OptionEntry& entry = optionEntry(use.id);
+    const option_entry_t& entry = optionEntry(use.id);
     if (entry.id == option_t::ALGORITHM) {
         std::vector<std::string> names;
         for (const Checksum::algorithm_t& a : Checksum::algorithms())
@@ -146,7 +146,7 @@ std::vector<std::string> valueWords(const OptionUse& use)
 }
 
 // The spellings of an option: "-o|--output".
-std::string spellings(const OptionEntry& entry)
+std::string spellings(const option_entry_t& entry)
 {
     return (entry.letter != 0 ? std::string("-") + entry.letter + "|" : "") + "--" + entry.name;
 }
@@ -157,7 +157,7 @@ std::string mainHelp()
 {
     std::string help = std::string(MAIN_USAGE) + "\n" + MAIN_INTRO + "\nCommands:\n";
     const size_t column = 37;
-    for (const CommandEntry& c : commands()) {
+    for (const command_entry_t& c : commands()) {
         const std::string synopsis = std::string("  ") + c.synopsis;
         help += synopsis.size() + 1 < column ? padRight(synopsis, column) : synopsis + "\n" + std::string(column, ' ');
         help += indentedLines(c.summary, column) + "\n";
@@ -165,11 +165,11 @@ std::string mainHelp()
     return help + "\n" + MAIN_OPTIONS + "\n" + MAIN_NOTES + "\n" + EXIT_STATUS + "\n" + EXAMPLES;
 }
 
-std::string commandHelp(const CommandEntry& command)
+std::string commandHelp(const command_entry_t& command)
 {
     std::string help = std::string(command.usage) + "\n" + command.description + "\n";
-    for (const OptionUse& use : command.options) {
-        const OptionEntry& entry = optionEntry(use.id);
+    for (const option_use_t& use : command.options) {
+        const option_entry_t& entry = optionEntry(use.id);
         const char* text = use.help != nullptr ? use.help : entry.help;
         if (text == nullptr)
             continue;
@@ -197,9 +197,9 @@ std::string manualPage(const std::string& version)
     }
     page += ".SH DESCRIPTION\n" + paragraphs(MAIN_INTRO);
     page += ".SH COMMANDS\n";
-    for (const CommandEntry& command : commands()) {
+    for (const command_entry_t& command : commands()) {
         page += ".SS \"" + roff(synopsisOf(command)) + "\"\n" + paragraphs(command.description);
-        for (const OptionUse& use : command.options)
+        for (const option_use_t& use : command.options)
             page += manualOption(use);
         if (*command.notes != '\0')
             page += ".PP\n" + verbatim(command.notes);
@@ -219,7 +219,7 @@ std::string manualPage(const std::string& version)
 std::string bashCompletion()
 {
     std::string commandNames;
-    for (const CommandEntry& command : commands())
+    for (const command_entry_t& command : commands())
         commandNames += (commandNames.empty() ? "" : " ") + std::string(command.name);
 
     std::string script =
@@ -244,11 +244,11 @@ std::string bashCompletion()
         "        [ \"$COMP_CWORD\" -eq 2 ] && COMPREPLY=($(compgen -W \"man complete-bash\" -- \"$cur\"))\n"
         "        return\n"
         "        ;;\n";
-    for (const CommandEntry& command : commands()) {
+    for (const command_entry_t& command : commands()) {
         std::string words;
         std::string values;
-        for (const OptionUse& use : command.options) {
-            const OptionEntry& entry = optionEntry(use.id);
+        for (const option_use_t& use : command.options) {
+            const option_entry_t& entry = optionEntry(use.id);
             if (entry.help == nullptr && use.help == nullptr)
                 continue;
             words += (words.empty() ? "" : " ") + std::string("--") + entry.name;

@@ -16,7 +16,7 @@ namespace hexblocks::cli {
 std::string mainHelp();
 
 // A command's help: its usage, description, options and notes.
-std::string commandHelp(const CommandEntry& command);
+std::string commandHelp(const command_entry_t& command);
 
 // The manual page hexblocks.1, in roff with the man macros.
 std::string manualPage(const std::string& version);

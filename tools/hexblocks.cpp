@@ -21,7 +21,7 @@ namespace {
 
 // Reads the inputs of command as its table entry says; false after printing
 // why one cannot be read.
-bool readCommandInputs(const CommandEntry& command, const Options& options, Inputs& inputs)
+bool readCommandInputs(const command_entry_t& command, const options_t& options, inputs_t& inputs)
 {
     switch (command.loading) {
     case loading_t::BLOCKS:
@@ -40,9 +40,9 @@ bool readCommandInputs(const CommandEntry& command, const Options& options, Inpu
     return false;
 }
 
-int runCommand(const CommandEntry& command, const Options& options)
+int runCommand(const command_entry_t& command, const options_t& options)
 {
-    Inputs inputs;
+    inputs_t inputs;
     if (!readCommandInputs(command, options, inputs))
         return command.unreadable;
     return command.run(options, inputs);
@@ -58,7 +58,7 @@ int main(int argc, char** argv)
     const std::string first = argv[1];
     if (first == "-h" || first == "--help" || first == "help") {
         if (first == "help" && argc > 2) {
-            if (const CommandEntry* c = findCommand(argv[2])) {
+            if (const command_entry_t* c = findCommand(argv[2])) {
                 std::cout << commandHelp(*c);
                 return EXIT_OK;
             }
@@ -83,14 +83,14 @@ int main(int argc, char** argv)
             return usageError("--generate needs 'man' or 'complete-bash'", MAIN_USAGE);
         return EXIT_OK;
     }
-    const CommandEntry* command = findCommand(first);
+    const command_entry_t* command = findCommand(first);
     if (command == nullptr) {
         if (!first.empty() && first[0] == '-')
             return usageError("unknown option '" + first + "'", MAIN_USAGE);
         return usageError("unknown command '" + first + "'", MAIN_USAGE);
     }
 
-    Options options;
+    options_t options;
     const int parsed = parseCommandLine(*command, argc - 1, argv + 1, options);
     if (parsed != EXIT_OK)
         return parsed;

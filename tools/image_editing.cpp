@@ -14,28 +14,28 @@ namespace {
 const uint64_t MAX_FILL = block_options_t().maxImageSize;
 
 // Applies one edit; a failure's reason otherwise.
-result_t applyEdit(const Edit& edit, const Options& options, MemoryImage& image)
+result_t applyEdit(const edit_t& edit, const options_t& options, MemoryImage& image)
 {
     result_t result;
     switch (edit.kind) {
-    case Edit::kind_t::OFFSET:
+    case edit_t::kind_t::OFFSET:
         return image.offset(edit.delta);
-    case Edit::kind_t::CROP:
+    case edit_t::kind_t::CROP:
         image.crop(edit.ranges);
         break;
-    case Edit::kind_t::EXCLUDE:
+    case edit_t::kind_t::EXCLUDE:
         image.exclude(edit.ranges[0]);
         break;
-    case Edit::kind_t::FILL_RANGE:
+    case edit_t::kind_t::FILL_RANGE:
         if (edit.ranges[0].size() > MAX_FILL)
             return failure(status_t::TOO_LARGE, "the range spans " + std::to_string(edit.ranges[0].size()) +
                                                     " bytes, more than the limit of " + std::to_string(MAX_FILL) +
                                                     " bytes");
         image.fillRange(edit.ranges[0], options.save.fill);
         break;
-    case Edit::kind_t::SWAP:
+    case edit_t::kind_t::SWAP:
         return image.swapBytes(edit.wordSize);
-    case Edit::kind_t::INSERT_CRC:
+    case edit_t::kind_t::INSERT_CRC:
         return Checksum::insert(image, options.algorithm, edit.ranges[0], options.save.fill, edit.address,
                                 options.crcOrder);
     }
@@ -44,9 +44,9 @@ result_t applyEdit(const Edit& edit, const Options& options, MemoryImage& image)
 
 } // namespace
 
-bool applyEdits(const Options& options, MemoryImage& image)
+bool applyEdits(const options_t& options, MemoryImage& image)
 {
-    for (const Edit& edit : options.edits) {
+    for (const edit_t& edit : options.edits) {
         const result_t result = applyEdit(edit, options, image);
         if (!result) {
             std::cerr << PROGRAM << ": " << edit.option << ": " << result.reason << std::endl;

@@ -10,7 +10,7 @@ namespace hexblocks::cli {
 
 // Applies options.edits to image in order; false after printing which edit
 // failed and why.
-bool applyEdits(const Options& options, MemoryImage& image);
+bool applyEdits(const options_t& options, MemoryImage& image);
 
 } // namespace hexblocks::cli
 

@@ -86,9 +86,9 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
     return true;
 }
 
-bool parseInput(const std::string& operand, const file_format_t* forced, InputSpec& input, std::string& error)
+bool parseInput(const std::string& operand, const file_format_t* forced, input_spec_t& input, std::string& error)
 {
-    input = InputSpec();
+    input = input_spec_t();
     input.path = operand;
     const std::string::size_type at = operand.find_last_of('@');
     if (at != std::string::npos && at > 0 && !exists(operand)) {
@@ -175,7 +175,7 @@ bool standardInputPath(std::string& path, std::string& error)
     return !copy.empty();
 }
 
-read_result_t readInput(const InputSpec& input, MemoryImage& image)
+read_result_t readInput(const input_spec_t& input, MemoryImage& image)
 {
     read_options_t options;
     options.detect = input.detect;

@@ -16,7 +16,7 @@ namespace hexblocks::cli {
 
 
 // An input as named on the command line.
-struct InputSpec {
+struct input_spec_t {
     std::string path;    // "-" for standard input
     bool detect = true;  // tell the format from the content
     file_format_t format = file_format_t::INTEL_HEX;
@@ -44,7 +44,7 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
 // (an extension of a format that cannot be told from its content),
 // and forced, when it is not null, the format for every input. False with
 // error set when ADDRESS is not an address.
-bool parseInput(const std::string& operand, const file_format_t* forced, InputSpec& input, std::string& error);
+bool parseInput(const std::string& operand, const file_format_t* forced, input_spec_t& input, std::string& error);
 
 // A path that reads what came on standard input: the first call copies
 // standard input, which can be read only once, into a file in memory, a
@@ -53,7 +53,7 @@ bool parseInput(const std::string& operand, const file_format_t* forced, InputSp
 bool standardInputPath(std::string& path, std::string& error);
 
 // Reads input into image; "-" is standard input (see standardInputPath()).
-read_result_t readInput(const InputSpec& input, MemoryImage& image);
+read_result_t readInput(const input_spec_t& input, MemoryImage& image);
 
 // The address ranges [first, second) an image holds data in.
 using ranges_t = std::vector<std::pair<uint64_t, uint64_t>>;

@@ -44,7 +44,7 @@ void printRead(const std::string& file, const read_result_t& read)
 // The format of input as it will be read: forced or named, else told from
 // the first bytes of the file; Intel HEX when they tell nothing (the HEX
 // reader then says what is wrong).
-file_format_t formatOf(const InputSpec& input)
+file_format_t formatOf(const input_spec_t& input)
 {
     if (!input.detect)
         return input.format;
@@ -103,7 +103,7 @@ private:
 // diagnostics are the point, so they appear once, on standard error, and the
 // tool adds a line, "NAME:LINE: reason" (or "NAME: reason"), only when the
 // reader printed nothing.
-bool loadStrict(const Options& options, const std::string& path, const std::string& name, IntelHexFile& image)
+bool loadStrict(const options_t& options, const std::string& path, const std::string& name, IntelHexFile& image)
 {
     DiagnosticsToError diagnostics;
     std::string reason;
@@ -131,9 +131,9 @@ bool loadStrict(const Options& options, const std::string& path, const std::stri
 // Loads options.file into image as blocks, whatever its format: with
 // --strict through loadStrict(), else through a MemoryImage, as every other
 // command reads.
-bool loadImage(const Options& options, IntelHexFile& image)
+bool loadImage(const options_t& options, IntelHexFile& image)
 {
-    InputSpec input;
+    input_spec_t input;
     std::string error;
     if (!parseInput(options.file, options.hasInputFormat ? &options.inputFormat : nullptr, input, error)) {
         std::cerr << PROGRAM << ": " << error << std::endl;
@@ -170,9 +170,9 @@ bool loadImage(const Options& options, IntelHexFile& image)
 namespace {
 
 // An input merged so far: its name, and where its data is.
-struct MergedInput {
+struct merged_input_t {
     std::string operand; // as the command line names it
-    InputSpec source;    // where and how it is read
+    input_spec_t source;    // where and how it is read
     ranges_t ranges;
 };
 
@@ -186,7 +186,7 @@ bool holds(const ranges_t& ranges, uint32_t address)
 
 // "FILE:LINE" for the record of input that gives the byte at address, or
 // just "FILE" when no line can be told.
-std::string placeOf(const MergedInput& input, uint32_t address)
+std::string placeOf(const merged_input_t& input, uint32_t address)
 {
     read_options_t options;
     options.detect = input.source.detect;
@@ -198,7 +198,7 @@ std::string placeOf(const MergedInput& input, uint32_t address)
 }
 
 // Prints why input could not be merged after the earlier ones.
-void printClash(const std::vector<MergedInput>& earlier, const MergedInput& input,
+void printClash(const std::vector<merged_input_t>& earlier, const merged_input_t& input,
                 const merge_result_t& result, overlap_policy_t overlap,
                 const std::string& startFrom, uint32_t heldStart, uint32_t offeredStart)
 {
@@ -212,7 +212,7 @@ void printClash(const std::vector<MergedInput>& earlier, const MergedInput& inpu
     // the first one that holds the address gave it, or gave the same byte.
     const uint32_t address = result.address.value_or(0);
     const auto owner = std::find_if(earlier.begin(), earlier.end(),
-                                    [address](const MergedInput& e) { return holds(e.ranges, address); });
+                                    [address](const merged_input_t& e) { return holds(e.ranges, address); });
     const std::string first = owner == earlier.end() ? std::string("an earlier input") : placeOf(*owner, address);
     std::cerr << PROGRAM << ": " << first << " and " << placeOf(input, address);
     if (overlap == overlap_policy_t::IDENTICAL)
@@ -224,7 +224,7 @@ void printClash(const std::vector<MergedInput>& earlier, const MergedInput& inpu
 
 // Reads the input operand names into image; false after printing why it
 // cannot.
-bool readOperand(const Options& options, const std::string& operand, InputSpec& source, MemoryImage& image)
+bool readOperand(const options_t& options, const std::string& operand, input_spec_t& source, MemoryImage& image)
 {
     std::string error;
     if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, source, error)) {
@@ -238,12 +238,12 @@ bool readOperand(const Options& options, const std::string& operand, InputSpec& 
 
 } // namespace
 
-bool streamsBinaryInput(const Options& options, InputSpec& source)
+bool streamsBinaryInput(const options_t& options, input_spec_t& source)
 {
     if (options.inputs.size() != 1 || !options.edits.empty() || options.output == "-")
         return false;
     std::string error;
-    InputSpec input;
+    input_spec_t input;
     struct stat status;
     if (!parseInput(options.inputs[0], options.hasInputFormat ? &options.inputFormat : nullptr, input, error) ||
         input.detect || input.format != file_format_t::BINARY || input.path == "-" ||
@@ -253,20 +253,20 @@ bool streamsBinaryInput(const Options& options, InputSpec& source)
     return true;
 }
 
-bool readOneInput(const Options& options, const std::string& operand, MemoryImage& image)
+bool readOneInput(const options_t& options, const std::string& operand, MemoryImage& image)
 {
-    InputSpec source;
+    input_spec_t source;
     return readOperand(options, operand, source, image);
 }
 
 // Reads every input and merges them by options.merge; false after printing
 // why when one cannot be read or the policies refuse a merge.
-bool readInputs(const Options& options, MemoryImage& combined)
+bool readInputs(const options_t& options, MemoryImage& combined)
 {
-    std::vector<MergedInput> earlier;
+    std::vector<merged_input_t> earlier;
     std::string startFrom; // the input that gave the start address kept so far
     for (const std::string& operand : options.inputs) {
-        MergedInput input;
+        merged_input_t input;
         input.operand = operand;
         MemoryImage image;
         if (!readOperand(options, operand, input.source, image))

@@ -14,23 +14,23 @@ namespace hexblocks::cli {
 // Loads options.file into image as blocks: read as an image, as every
 // command reads, or with --strict through IntelHexFile::load() (which prints
 // its own diagnostics). False after printing why.
-bool loadImage(const Options& options, IntelHexFile& image);
+bool loadImage(const options_t& options, IntelHexFile& image);
 
 // Reads every input (convert's, or crc's one) and merges them by
 // options.merge; false after printing why when one cannot be read or the
 // policies refuse a merge, naming both inputs and, where they can be told,
 // their lines.
-bool readInputs(const Options& options, MemoryImage& combined);
+bool readInputs(const options_t& options, MemoryImage& combined);
 
 // Whether convert can write its input straight to its output file, without
 // holding it as an image: one input, binary (FILE@ADDRESS, FILE.bin or
 // --input-format bin) and a regular file, no edits, and an output file
 // rather than standard output. Sets source to that input when it can.
-bool streamsBinaryInput(const Options& options, InputSpec& source);
+bool streamsBinaryInput(const options_t& options, input_spec_t& source);
 
 // Reads the one input operand names (a file, FILE@ADDRESS or "-") into
 // image; false after printing why it cannot.
-bool readOneInput(const Options& options, const std::string& operand, MemoryImage& image);
+bool readOneInput(const options_t& options, const std::string& operand, MemoryImage& image);
 
 } // namespace hexblocks::cli
 

@@ -12,7 +12,7 @@ namespace hexblocks::cli {
 namespace {
 
 // A run of one or more neighbouring blocks drawn as one letter.
-struct Region {
+struct region_t {
     uint64_t start;
     uint64_t end;       // one past the last byte
     uint64_t dataBytes; // bytes held by the blocks
@@ -22,7 +22,7 @@ struct Region {
 };
 
 // One piece of the strip: a region or the gap after it.
-struct Piece {
+struct piece_t {
     bool isGap;
     uint64_t size;
     size_t region; // for a region: its position in the region list
@@ -39,7 +39,7 @@ char regionLetter(size_t region)
 }
 
 // Makes next part of region r.
-void absorb(Region& r, const Region& next)
+void absorb(region_t& r, const region_t& next)
 {
     r.end = std::max(r.end, next.end);
     r.dataBytes += next.dataBytes;
@@ -51,12 +51,12 @@ void absorb(Region& r, const Region& next)
 // Joins neighbouring blocks into at most maxRegions regions. The largest gaps
 // separate the regions, so the largest holes stay visible; among gaps of equal
 // size the separators are spread evenly, so regions come out balanced.
-std::vector<Region> groupIntoRegions(const std::vector<MapBlock>& blocks, size_t maxRegions)
+std::vector<region_t> groupIntoRegions(const std::vector<map_block_t>& blocks, size_t maxRegions)
 {
     // First, touching or overlapping blocks are one region.
-    std::vector<Region> runs;
-    for (const MapBlock& b : blocks) {
-        const Region single{b.start, b.start + b.size, b.size, b.index, b.index, 1};
+    std::vector<region_t> runs;
+    for (const map_block_t& b : blocks) {
+        const region_t single{b.start, b.start + b.size, b.size, b.index, b.index, 1};
         if (!runs.empty() && b.start <= runs.back().end)
             absorb(runs.back(), single);
         else
@@ -95,7 +95,7 @@ std::vector<Region> groupIntoRegions(const std::vector<MapBlock>& blocks, size_t
     for (size_t k = 0; k < fromTies; ++k)
         separator[ties[(k + 1) * (ties.size() + 1) / (fromTies + 1) - 1]] = true;
 
-    std::vector<Region> regions;
+    std::vector<region_t> regions;
     regions.push_back(runs[0]);
     for (size_t i = 0; i < gapCount; ++i) {
         if (separator[i])
@@ -106,13 +106,13 @@ std::vector<Region> groupIntoRegions(const std::vector<MapBlock>& blocks, size_t
     return regions;
 }
 
-std::vector<Piece> piecesOf(const std::vector<Region>& regions)
+std::vector<piece_t> piecesOf(const std::vector<region_t>& regions)
 {
-    std::vector<Piece> pieces;
+    std::vector<piece_t> pieces;
     for (size_t i = 0; i < regions.size(); ++i) {
         if (i > 0)
-            pieces.push_back(Piece{true, regions[i].start - regions[i - 1].end, 0, false, 0});
-        pieces.push_back(Piece{false, regions[i].end - regions[i].start, i, false, 0});
+            pieces.push_back(piece_t{true, regions[i].start - regions[i - 1].end, 0, false, 0});
+        pieces.push_back(piece_t{false, regions[i].end - regions[i].start, i, false, 0});
     }
     return pieces;
 }
@@ -120,12 +120,12 @@ std::vector<Piece> piecesOf(const std::vector<Region>& regions)
 // Gaps that would swallow the picture are cut out of the scale: while the
 // largest gap is more than four times everything else still drawn to scale,
 // it is drawn as a fixed break mark instead.
-void cutHugeGaps(std::vector<Piece>& pieces)
+void cutHugeGaps(std::vector<piece_t>& pieces)
 {
     for (;;) {
         uint64_t scaled = 0;
-        Piece* largest = nullptr;
-        for (Piece& p : pieces) {
+        piece_t* largest = nullptr;
+        for (piece_t& p : pieces) {
             if (p.cut)
                 continue;
             scaled += p.size;
@@ -140,12 +140,12 @@ void cutHugeGaps(std::vector<Piece>& pieces)
 
 // Shares the columns out in proportion to size; every region and every gap
 // gets at least one column so that nothing disappears.
-void assignColumns(std::vector<Piece>& pieces, size_t width)
+void assignColumns(std::vector<piece_t>& pieces, size_t width)
 {
     uint64_t scaled = 0;
     size_t fixed = 0;
     size_t scaledPieces = 0;
-    for (const Piece& p : pieces) {
+    for (const piece_t& p : pieces) {
         if (p.cut) {
             fixed += CUT_WIDTH;
         } else {
@@ -156,9 +156,9 @@ void assignColumns(std::vector<Piece>& pieces, size_t width)
     const size_t available = width > fixed + scaledPieces ? width - fixed : scaledPieces;
     const size_t spare = available - scaledPieces;
 
-    std::vector<std::pair<double, Piece*>> remainders;
+    std::vector<std::pair<double, piece_t*>> remainders;
     size_t given = 0;
-    for (Piece& p : pieces) {
+    for (piece_t& p : pieces) {
         if (p.cut) {
             p.columns = CUT_WIDTH;
             continue;
@@ -170,17 +170,17 @@ void assignColumns(std::vector<Piece>& pieces, size_t width)
         remainders.push_back(std::make_pair(share - static_cast<double>(whole), &p));
     }
     std::stable_sort(remainders.begin(), remainders.end(),
-                     [](const std::pair<double, Piece*>& a, const std::pair<double, Piece*>& b) {
+                     [](const std::pair<double, piece_t*>& a, const std::pair<double, piece_t*>& b) {
                          return a.first > b.first;
                      });
     for (size_t i = 0; given < spare && i < remainders.size(); ++i, ++given)
         ++remainders[i].second->columns;
 }
 
-std::string drawStrip(const std::vector<Piece>& pieces)
+std::string drawStrip(const std::vector<piece_t>& pieces)
 {
     std::string strip;
-    for (const Piece& p : pieces) {
+    for (const piece_t& p : pieces) {
         if (p.cut)
             strip += CUT_MARK;
         else
@@ -189,7 +189,7 @@ std::string drawStrip(const std::vector<Piece>& pieces)
     return strip;
 }
 
-std::string describeRegion(const Region& r)
+std::string describeRegion(const region_t& r)
 {
     if (r.blockCount == 1)
         return "block " + std::to_string(r.firstBlock);
@@ -201,24 +201,24 @@ std::string describeRegion(const Region& r)
 
 // The regions and the pieces of the strip, with their columns, for blocks
 // that hold data.
-struct Layout {
-    std::vector<Region> regions;
-    std::vector<Piece> pieces;
+struct layout_t {
+    std::vector<region_t> regions;
+    std::vector<piece_t> pieces;
 };
 
 // Empty blocks hold no address range; they are left out.
-std::vector<MapBlock> blocksWithData(std::vector<MapBlock> blocks)
+std::vector<map_block_t> blocksWithData(std::vector<map_block_t> blocks)
 {
-    blocks.erase(std::remove_if(blocks.begin(), blocks.end(), [](const MapBlock& b) { return b.size == 0; }),
+    blocks.erase(std::remove_if(blocks.begin(), blocks.end(), [](const map_block_t& b) { return b.size == 0; }),
                  blocks.end());
     std::sort(blocks.begin(), blocks.end(),
-              [](const MapBlock& a, const MapBlock& b) { return a.start < b.start; });
+              [](const map_block_t& a, const map_block_t& b) { return a.start < b.start; });
     return blocks;
 }
 
-Layout layOut(const std::vector<MapBlock>& blocks, size_t maxRegions, size_t width)
+layout_t layOut(const std::vector<map_block_t>& blocks, size_t maxRegions, size_t width)
 {
-    Layout layout;
+    layout_t layout;
     layout.regions = groupIntoRegions(blocks, std::max<size_t>(1, std::min<size_t>(maxRegions, 26)));
     layout.pieces = piecesOf(layout.regions);
     cutHugeGaps(layout.pieces);
@@ -227,9 +227,9 @@ Layout layOut(const std::vector<MapBlock>& blocks, size_t maxRegions, size_t wid
 }
 
 // The addresses [first, second) a piece stands for.
-std::pair<uint64_t, uint64_t> addressesOf(const Layout& layout, size_t piece)
+std::pair<uint64_t, uint64_t> addressesOf(const layout_t& layout, size_t piece)
 {
-    const Piece& p = layout.pieces[piece];
+    const piece_t& p = layout.pieces[piece];
     if (!p.isGap)
         return {layout.regions[p.region].start, layout.regions[p.region].end};
     return {layout.regions[layout.pieces[piece - 1].region].end, layout.regions[layout.pieces[piece + 1].region].start};
@@ -244,7 +244,7 @@ const char* const SVG_COLOURS[] = {"#4e79a7", "#f28e2b", "#59a14f", "#e15759", "
 
 } // namespace
 
-std::string drawMemoryMap(std::vector<MapBlock> blocks, const MapOptions& options)
+std::string drawMemoryMap(std::vector<map_block_t> blocks, const map_options_t& options)
 {
     const size_t blockCount = blocks.size();
     blocks = blocksWithData(std::move(blocks));
@@ -253,9 +253,9 @@ std::string drawMemoryMap(std::vector<MapBlock> blocks, const MapOptions& option
         out << noData(blockCount) << "\n";
         return out.str();
     }
-    const Layout layout = layOut(blocks, options.maxRegions, options.width);
-    const std::vector<Region>& regions = layout.regions;
-    const std::vector<Piece>& pieces = layout.pieces;
+    const layout_t layout = layOut(blocks, options.maxRegions, options.width);
+    const std::vector<region_t>& regions = layout.regions;
+    const std::vector<piece_t>& pieces = layout.pieces;
     const std::string strip = drawStrip(pieces);
 
     const uint64_t spanStart = regions.front().start;
@@ -266,16 +266,16 @@ std::string drawMemoryMap(std::vector<MapBlock> blocks, const MapOptions& option
     out << left << std::string(labelGap, ' ') << right << "\n";
     out << strip << "\n\n";
 
-    const std::vector<Piece>::size_type n = pieces.size();
-    for (std::vector<Piece>::size_type i = 0; i < n; ++i) {
-        const Piece& p = pieces[i];
+    const std::vector<piece_t>::size_type n = pieces.size();
+    for (std::vector<piece_t>::size_type i = 0; i < n; ++i) {
+        const piece_t& p = pieces[i];
         if (p.isGap) {
-            const Region& before = regions[pieces[i - 1].region];
-            const Region& after = regions[pieces[i + 1].region];
+            const region_t& before = regions[pieces[i - 1].region];
+            const region_t& after = regions[pieces[i + 1].region];
             out << "     " << addressRange(before.end, after.start) << "  " << padLeft(humanSize(p.size), 10)
                 << "  gap" << (p.cut ? " (not to scale)" : "") << "\n";
         } else {
-            const Region& r = regions[p.region];
+            const region_t& r = regions[p.region];
             out << "  " << regionLetter(p.region) << "  " << addressRange(r.start, r.end) << "  "
                 << padLeft(humanSize(r.end - r.start), 10) << "  " << describeRegion(r) << "\n";
         }
@@ -283,15 +283,15 @@ std::string drawMemoryMap(std::vector<MapBlock> blocks, const MapOptions& option
     return out.str();
 }
 
-std::string drawMemoryMapSvg(std::vector<MapBlock> blocks, const std::string& title, const MapStart* start,
-                             const MapOptions& options)
+std::string drawMemoryMapSvg(std::vector<map_block_t> blocks, const std::string& title, const map_start_t* start,
+                             const map_options_t& options)
 {
     const size_t blockCount = blocks.size();
     blocks = blocksWithData(std::move(blocks));
     const int width = 800, margin = 20, stripTop = 64, stripHeight = 40, rowHeight = 20;
     const size_t columns = 152; // of 5 pixels each
     const double columnWidth = static_cast<double>(width - 2 * margin) / columns;
-    Layout layout;
+    layout_t layout;
     if (!blocks.empty())
         layout = layOut(blocks, options.maxRegions, columns);
     const size_t rows = layout.pieces.size() + (start != nullptr ? 1 : 0) + (blocks.empty() ? 1 : 0);
@@ -321,7 +321,7 @@ std::string drawMemoryMapSvg(std::vector<MapBlock> blocks, const std::string& ti
     double x = margin;
     std::vector<double> left(layout.pieces.size());
     for (size_t i = 0; i < layout.pieces.size(); ++i) {
-        const Piece& p = layout.pieces[i];
+        const piece_t& p = layout.pieces[i];
         const double w = static_cast<double>(p.columns) * columnWidth;
         left[i] = x;
         const std::string fill = p.isGap ? (p.cut ? "#ffffff" : "#e8e8e8") : SVG_COLOURS[p.region % 8];
@@ -345,13 +345,13 @@ std::string drawMemoryMapSvg(std::vector<MapBlock> blocks, const std::string& ti
 
     // The legend: every region and gap with its addresses and size.
     for (size_t i = 0; i < layout.pieces.size(); ++i) {
-        const Piece& p = layout.pieces[i];
+        const piece_t& p = layout.pieces[i];
         const std::pair<uint64_t, uint64_t> range = addressesOf(layout, i);
         if (p.isGap) {
             legendRow("", "   " + addressRange(range.first, range.second) + "  " + padLeft(humanSize(p.size), 10) +
                               "  gap" + (p.cut ? " (not to scale)" : ""));
         } else {
-            const Region& r = layout.regions[p.region];
+            const region_t& r = layout.regions[p.region];
             legendRow(SVG_COLOURS[p.region % 8], std::string(1, regionLetter(p.region)) + "  " +
                                                      addressRange(r.start, r.end) + "  " +
                                                      padLeft(humanSize(r.end - r.start), 10) + "  " + describeRegion(r));

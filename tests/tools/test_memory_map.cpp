@@ -66,7 +66,7 @@ TEST(MemoryMap, HugeGapIsCutAndSmallBlocksStayVisible)
 
 TEST(MemoryMap, ManyBlocksAreGroupedAtTheLargestGaps)
 {
-    std::vector<MapBlock> blocks;
+    std::vector<map_block_t> blocks;
     for (size_t i = 0; i < 3000; ++i)
         blocks.push_back({0x100000 + i * 32, 16, i}); // 16-byte gaps
     blocks.push_back({0x200000, 8, 3000});            // far away
@@ -83,10 +83,10 @@ TEST(MemoryMap, ManyBlocksAreGroupedAtTheLargestGaps)
 
 TEST(MemoryMap, RegionLimitIsRespected)
 {
-    std::vector<MapBlock> blocks;
+    std::vector<map_block_t> blocks;
     for (size_t i = 0; i < 200; ++i)
         blocks.push_back({i * 1000 + (i % 7) * 10, 100, i});
-    MapOptions options;
+    map_options_t options;
     options.maxRegions = 5;
     const std::string strip = linesOf(drawMemoryMap(blocks, options))[1];
     EXPECT_NE(strip.find('E'), std::string::npos);
@@ -102,7 +102,7 @@ TEST(MemoryMap, TouchingAndOverlappingBlocksFormOneRegion)
 
 TEST(MemoryMap, WidthOption)
 {
-    MapOptions options;
+    map_options_t options;
     options.width = 20;
     EXPECT_EQ(linesOf(drawMemoryMap({{0, 10, 0}, {30, 10, 1}}, options))[1], "AAAAA..........BBBBB");
 }
