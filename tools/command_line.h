@@ -19,7 +19,6 @@
 
 namespace hexblocks::cli {
 
-
 // Exit codes.
 const int EXIT_OK = 0;
 const int EXIT_FAILED = 1; // a file could not be loaded or written, or an edit failed

@@ -14,7 +14,6 @@
 
 namespace hexblocks::cli {
 
-
 // An input as named on the command line.
 struct input_spec_t {
     std::string path;    // "-" for standard input

@@ -20,7 +20,6 @@
 
 namespace hexblocks::cli {
 
-
 namespace {
 
 // Prints a failed read as "FILE:LINE: reason" (or "FILE: reason"), and the
@@ -41,9 +40,9 @@ void printRead(const std::string& file, const read_result_t& read)
     std::cerr << ": " << read.reason << std::endl;
 }
 
-// The format of input as it will be read: forced or named, else told from
-// the first bytes of the file; Intel HEX when they tell nothing (the HEX
-// reader then says what is wrong).
+// The format of input for --strict: forced or named, else told from the
+// first bytes of the file; Intel HEX when they tell nothing (load() then
+// says what is wrong).
 file_format_t formatOf(const input_spec_t& input)
 {
     if (!input.detect)
@@ -144,16 +143,14 @@ bool loadImage(const options_t& options, IntelHexFile& image)
         std::cerr << PROGRAM << ": " << error << std::endl;
         return false;
     }
-    const file_format_t format = formatOf(input);
     if (options.strict) {
+        const file_format_t format = formatOf(input);
         if (format == file_format_t::INTEL_HEX)
             return loadStrict(options, input.path, name, image);
         std::cerr << name << ": --strict reads only Intel HEX, and this is " << formatInfo(format).name
                   << std::endl;
         return false;
     }
-    input.detect = false;
-    input.format = format;
     MemoryImage read;
     const read_result_t result = readInput(input, read);
     printRead(name, result);

@@ -446,6 +446,22 @@ TEST_F(Hexblocks, AnInputThatCannotBeReadFailsWithOneLineInEveryCommand)
     EXPECT_EQ(listFiles(dir.path()), std::vector<std::string>({"dump.bin", "folder"}));
 }
 
+// An input of no format the tool can tell gives the same line in every
+// command, read by the one path every command reads through.
+TEST_F(Hexblocks, AnInputOfNoKnownFormatGivesOneLineInEveryCommand)
+{
+    const std::string text = dir.write("notes.txt", "hello\n");
+    const std::string line = text + ": not Intel HEX, S-records or ELF (the format of binary input must be given)\n";
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"info", text}, {"map", text}, {"dump", text}, {"crc", text},
+          {"convert", text, "-o", dir.file("out.hex")}, {"plan", text, "--sectors", "4x1K"}}) {
+        const ProcessResult r = runTool(args);
+        EXPECT_EQ(r.exitCode, 1) << args[0];
+        EXPECT_EQ(r.out, "") << args[0];
+        EXPECT_EQ(r.err, line) << args[0];
+    }
+}
+
 // With --strict the exact reader prints the record parser's shape
 // diagnostics on standard output; the tool keeps standard output for its
 // own output and sends them to standard error, in the order printed, and
