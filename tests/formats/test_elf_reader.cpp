@@ -100,6 +100,12 @@ TEST_P(ElfKinds, ASegmentRightUpTo0xFFFFFFFF)
     ASSERT_TRUE(readElf(image, builder.build(0, {{1, 0xFFFFFFFE, 0xFFFFFFFE, {1, 2}}})));
     EXPECT_EQ(segmentsOf(image), std::vector<SegmentView>({{0xFFFFFFFE, {1, 2}}}));
     EXPECT_EQ(failureOf(builder.build(0, {{1, 0xFFFFFFFE, 0xFFFFFFFE, {1, 2, 3}}})),
+              "section .s0 at 0xFFFFFFFE (3 bytes) lies outside the 32-bit address space");
+    ElfBuilder stripped(GetParam().is64, GetParam().big);
+    stripped.withoutSections();
+    ASSERT_TRUE(readElf(image, stripped.build(0, {{1, 0xFFFFFFFE, 0xFFFFFFFE, {1, 2}}})));
+    EXPECT_EQ(segmentsOf(image), std::vector<SegmentView>({{0xFFFFFFFE, {1, 2}}}));
+    EXPECT_EQ(failureOf(stripped.build(0, {{1, 0xFFFFFFFE, 0xFFFFFFFE, {1, 2, 3}}})),
               "segment 0 at 0xFFFFFFFE (3 bytes) lies outside the 32-bit address space");
 }
 
@@ -114,7 +120,11 @@ TEST_P(ElfKinds, TruncatedFiles)
     EXPECT_EQ(failureOf(file.substr(0, headerSize + 10)),
               "truncated ELF file: program header 0 lies past its end");
     const size_t dataEnd = builder.dataEnd(TWO_SEGMENTS);
-    const std::string cut = file.substr(0, dataEnd - 1);
+    EXPECT_EQ(failureOf(file.substr(0, file.size() - 1)),
+              "truncated ELF file: section header " + std::to_string(TWO_SEGMENTS.size() + 1) + " lies past its end");
+    // Without section headers the segments are read whole.
+    ElfBuilder stripped(GetParam().is64, GetParam().big);
+    const std::string cut = stripped.withoutSections().build(0x08000131, TWO_SEGMENTS).substr(0, dataEnd - 1);
     EXPECT_EQ(failureOf(cut), "truncated ELF file: segment 2 needs bytes " + std::to_string(dataEnd - 2) + " to " +
                                   std::to_string(dataEnd) + ", the file has " + std::to_string(cut.size()));
 }
@@ -122,8 +132,10 @@ TEST_P(ElfKinds, TruncatedFiles)
 TEST_P(ElfKinds, OverlappingSegmentsAreAnError)
 {
     const ElfBuilder builder(GetParam().is64, GetParam().big);
-    EXPECT_EQ(failureOf(builder.build(0, {{1, 0x1000, 0x1000, {1, 2, 3}}, {1, 0x1002, 0x1002, {4}}})),
-              "segments 0 and 1 overlap at 0x00001002");
+    const std::vector<ElfSegment> overlapping = {{1, 0x1000, 0x1000, {1, 2, 3}}, {1, 0x1002, 0x1002, {4}}};
+    EXPECT_EQ(failureOf(builder.build(0, overlapping)), "section .s0 and section .s1 overlap at 0x00001002");
+    ElfBuilder stripped(GetParam().is64, GetParam().big);
+    EXPECT_EQ(failureOf(stripped.withoutSections().build(0, overlapping)), "segment 0 and segment 1 overlap at 0x00001002");
 }
 
 INSTANTIATE_TEST_SUITE_P(ClassesAndByteOrders, ElfKinds,
@@ -138,7 +150,7 @@ TEST(ElfReader, AddressesBeyond32BitsInA64BitFile)
 {
     const ElfBuilder builder(true, false);
     EXPECT_EQ(failureOf(builder.build(0, {{1, 0x100000000ull, 0x100000000ull, {1}}})),
-              "segment 0 at 0x100000000 (1 bytes) lies outside the 32-bit address space");
+              "section .s0 at 0x100000000 (1 bytes) lies outside the 32-bit address space");
     EXPECT_EQ(failureOf(builder.build(0x100000000ull, {{1, 0x1000, 0x1000, {1}}})),
               "the entry point 0x100000000 lies outside the 32-bit address space");
 }
@@ -177,6 +189,47 @@ TEST(ElfReader, ReadingPrintsNothing)
     EXPECT_EQ(output.err, "");
 }
 
+namespace {
+
+// Builds source with script by each installed compiler, and hands check()
+// the compiler, the file and objcopy's flat binary of it
+// (-O binary --gap-fill 0xFF). Returns how many were built.
+template <typename Check>
+size_t buildWithEachToolchain(TempDir& dir, const std::string& source, const std::string& script, Check&& check)
+{
+    const std::string toolchains = ELF_TOOLCHAINS; // "compiler|objcopy,..."
+    size_t built = 0;
+    for (size_t start = 0; start < toolchains.size();) {
+        const size_t end = std::min(toolchains.find(',', start), toolchains.size());
+        const std::string pair = toolchains.substr(start, end - start);
+        start = end + 1;
+        const std::string compiler = pair.substr(0, pair.find('|'));
+        const std::string objcopy = pair.substr(pair.find('|') + 1);
+        const std::string elf = dir.file("built-" + std::to_string(built) + ".elf");
+        const ProcessResult compiled =
+            runProcess(compiler, {"-nostdlib", "-static", "-fno-pie", "-no-pie", "-fno-asynchronous-unwind-tables",
+                                  "-Wl,-T," + script, "-Wl,--entry=0x08000101", "-Wl,--build-id=none", "-o", elf,
+                                  source});
+        EXPECT_EQ(compiled.exitCode, 0) << compiler << ": " << compiled.err;
+        const ProcessResult flat = runProcess(objcopy, {"-O", "binary", "--gap-fill", "0xFF", elf, elf + ".bin"});
+        EXPECT_EQ(flat.exitCode, 0) << objcopy << ": " << flat.err;
+        if (compiled.exitCode != 0 || flat.exitCode != 0)
+            continue;
+        check(compiler, elf, readFileBytes(elf + ".bin"));
+        ++built;
+    }
+    return built;
+}
+
+// The image from its lowest address, fill where there is no data: what
+// objcopy -O binary --gap-fill 0xFF makes.
+std::vector<uint8_t> flatImage(const MemoryImage& image)
+{
+    return image.empty() ? std::vector<uint8_t>() : image.copyRange(image.lowestAddress(), image.span(), 0xFF);
+}
+
+} // namespace
+
 // Files made by the installed compilers, with sections at chosen load
 // addresses (one loaded at an address other than where it runs, one across
 // a 64 KiB boundary), against objcopy -O binary --gap-fill 0xFF.
@@ -192,34 +245,64 @@ TEST(ElfReader, CompilerMadeFilesGiveTheImageOfObjcopy)
                                                         "  .c 0x0801FFFC : { KEEP(*(.c)) }\n"
                                                         "  .a 0x20000000 : AT(0x08000000) { KEEP(*(.a)) }\n"
                                                         "  /DISCARD/ : { *(*) }\n}\n");
-    const std::string toolchains = ELF_TOOLCHAINS; // "compiler|objcopy,..."
-    size_t built = 0;
-    for (size_t start = 0; start < toolchains.size();) {
-        const size_t end = std::min(toolchains.find(',', start), toolchains.size());
-        const std::string pair = toolchains.substr(start, end - start);
-        start = end + 1;
-        const std::string compiler = pair.substr(0, pair.find('|'));
-        const std::string objcopy = pair.substr(pair.find('|') + 1);
-        const std::string elf = dir.file("sections-" + std::to_string(built) + ".elf");
-        const ProcessResult compiled =
-            runProcess(compiler, {"-nostdlib", "-static", "-fno-pie", "-no-pie", "-fno-asynchronous-unwind-tables",
-                                  "-Wl,-T," + script, "-Wl,--entry=0x08000101", "-Wl,--build-id=none", "-o", elf,
-                                  source});
-        ASSERT_EQ(compiled.exitCode, 0) << compiler << ": " << compiled.err;
-        const ProcessResult flat = runProcess(objcopy, {"-O", "binary", "--gap-fill", "0xFF", elf, elf + ".bin"});
-        ASSERT_EQ(flat.exitCode, 0) << objcopy << ": " << flat.err;
-
-        MemoryImage image;
-        const read_result_t read = readFile(image, elf.c_str());
-        ASSERT_TRUE(read) << compiler << ": " << read.reason;
-        EXPECT_EQ(image.copyRange(0x08000000, 8), std::vector<uint8_t>({1, 2, 3, 4, 5, 6, 7, 8})) << compiler;
-        EXPECT_EQ(image.copyRange(0x08001000, 3), std::vector<uint8_t>({9, 10, 11})) << compiler;
-        EXPECT_EQ(image.copyRange(0x0801FFFC, 5), std::vector<uint8_t>({12, 13, 14, 15, 16})) << compiler;
-        EXPECT_EQ(startOf(image), "type 5 value " + std::to_string(0x08000101)) << compiler;
-        const std::vector<uint8_t> expected = readFileBytes(elf + ".bin");
-        ASSERT_EQ(image.span(), expected.size()) << compiler;
-        EXPECT_EQ(image.copyRange(image.lowestAddress(), expected.size(), 0xFF), expected) << compiler;
-        ++built;
-    }
+    const size_t built = buildWithEachToolchain(
+        dir, source, script, [](const std::string& compiler, const std::string& elf, const std::vector<uint8_t>& flat) {
+            MemoryImage image;
+            const read_result_t read = readFile(image, elf.c_str());
+            ASSERT_TRUE(read) << compiler << ": " << read.reason;
+            EXPECT_EQ(image.copyRange(0x08000000, 8), std::vector<uint8_t>({1, 2, 3, 4, 5, 6, 7, 8})) << compiler;
+            EXPECT_EQ(image.copyRange(0x08001000, 3), std::vector<uint8_t>({9, 10, 11})) << compiler;
+            EXPECT_EQ(image.copyRange(0x0801FFFC, 5), std::vector<uint8_t>({12, 13, 14, 15, 16})) << compiler;
+            EXPECT_EQ(startOf(image), "type 5 value " + std::to_string(0x08000101)) << compiler;
+            EXPECT_EQ(flatImage(image), flat) << compiler;
+        });
     EXPECT_GE(built, 1u);
+}
+
+// A linker script that loads the ELF and program headers in the first
+// segment, with a gap between two sections of that segment and .data stored
+// in flash after .rodata (run in RAM, loaded in flash): the image is the
+// sections, at their load addresses, as objcopy makes it, and neither the
+// headers nor the gap are data.
+TEST(ElfReader, OnlySectionsAreDataNotTheHeadersOrGapsOfTheirSegment)
+{
+    TempDir dir;
+    const std::string source = dir.write("headers.c",
+                                         "__attribute__((section(\".text.a\"), used)) const unsigned char t[] = {1, 2, 3, 4, 5};\n"
+                                         "__attribute__((section(\".r\"), used)) const unsigned char r[] = {6, 7, 8};\n"
+                                         "__attribute__((section(\".d\"), used)) unsigned char d[] = {9, 10, 11, 12};\n");
+    const std::string script = dir.write("headers.ld", "PHDRS { flash PT_LOAD FILEHDR PHDRS; ram PT_LOAD; }\n"
+                                                       "SECTIONS\n{\n"
+                                                       "  . = 0x08000000 + SIZEOF_HEADERS;\n"
+                                                       "  .text : { KEEP(*(.text.a)) } :flash\n"
+                                                       "  .rodata ALIGN(0x40) : { KEEP(*(.r)) } :flash\n"
+                                                       "  .data 0x20000000 : AT(LOADADDR(.rodata) + SIZEOF(.rodata))"
+                                                       " { KEEP(*(.d)) } :ram\n"
+                                                       "  /DISCARD/ : { *(*) }\n}\n");
+    const size_t built = buildWithEachToolchain(
+        dir, source, script, [](const std::string& compiler, const std::string& elf, const std::vector<uint8_t>& flat) {
+            MemoryImage image;
+            const read_result_t read = readFile(image, elf.c_str());
+            ASSERT_TRUE(read) << compiler << ": " << read.reason;
+            ASSERT_EQ(image.segments().size(), 2u) << compiler << ": .text, then .rodata and .data's load bytes";
+            EXPECT_GT(image.lowestAddress(), 0x08000000u) << compiler << ": the ELF header is not data";
+            EXPECT_FALSE(image.hasDataAt(0x08000000)) << compiler;
+            EXPECT_EQ(image.copyRange(image.lowestAddress(), 5), std::vector<uint8_t>({1, 2, 3, 4, 5})) << compiler;
+            const segment_t& loaded = image.segments()[1];
+            EXPECT_EQ(loaded.address % 0x40, 0u) << compiler;
+            EXPECT_EQ(loaded.bytes, std::vector<uint8_t>({6, 7, 8, 9, 10, 11, 12})) << compiler;
+            EXPECT_EQ(flatImage(image), flat) << compiler;
+        });
+    EXPECT_GE(built, 1u);
+}
+
+// A file whose section headers were stripped is read by its load segments,
+// headers and all.
+TEST(ElfReader, WithoutSectionHeadersTheSegmentsAreReadWhole)
+{
+    ElfBuilder builder(false, false);
+    const std::vector<ElfSegment> segments = {{1, 0x08000000, 0x08000000, {0x7F, 'E', 'L', 'F', 1, 2, 3}}};
+    MemoryImage image;
+    ASSERT_TRUE(readElf(image, builder.withoutSections().build(0, segments)));
+    EXPECT_EQ(segmentsOf(image), std::vector<SegmentView>({{0x08000000, {0x7F, 'E', 'L', 'F', 1, 2, 3}}}));
 }

@@ -28,14 +28,14 @@ std::string ElfBuilder::build(uint64_t entry, const std::vector<ElfSegment>& seg
     put(file, 1, 4);                      // e_version
     put(file, entry, word());             // e_entry
     put(file, headerSize(), word());      // e_phoff
-    put(file, sectionTable, word());      // e_shoff
+    put(file, sections_ ? sectionTable : 0, word()); // e_shoff
     put(file, 0, 4);                      // e_flags
     put(file, headerSize(), 2);           // e_ehsize
     put(file, entrySize(), 2);            // e_phentsize
     put(file, segments.size(), 2);        // e_phnum
     put(file, is64_ ? 64 : 40, 2);        // e_shentsize
-    put(file, segments.size() + 2, 2);    // e_shnum
-    put(file, segments.size() + 1, 2);    // e_shstrndx
+    put(file, sections_ ? segments.size() + 2 : 0, 2); // e_shnum
+    put(file, sections_ ? segments.size() + 1 : 0, 2); // e_shstrndx
     uint64_t offset = headerSize() + entrySize() * segments.size();
     for (const ElfSegment& s : segments) {
         put(file, s.type, 4);
@@ -53,6 +53,8 @@ std::string ElfBuilder::build(uint64_t entry, const std::vector<ElfSegment>& seg
     }
     for (const ElfSegment& s : segments)
         file.append(s.bytes.begin(), s.bytes.end());
+    if (!sections_)
+        return file;
     file += names;
     file.append(is64_ ? 64 : 40, '\0'); // the null section
     offset = headerSize() + entrySize() * segments.size();

@@ -1,7 +1,9 @@
 // Builds small ELF files for the tests: the header, the program headers
 // right after it, each segment's bytes in turn, then the names of the
 // sections and the section header table: a null section, one section for
-// each segment (objcopy works on sections) and the table of names.
+// each segment (objcopy works on sections) named .s0, .s1, ..., and the
+// table of names. Segments of another type than PT_LOAD get a section that
+// is not allocated.
 #ifndef HEXBLOCKS_TESTS_ELF_BUILDER_H
 #define HEXBLOCKS_TESTS_ELF_BUILDER_H
 
@@ -21,6 +23,14 @@ class ElfBuilder {
 public:
     ElfBuilder(bool is64, bool bigEndian) : is64_(is64), big_(bigEndian) {}
 
+    // Leaves out the section header table and the names, as a file whose
+    // sections were stripped.
+    ElfBuilder& withoutSections()
+    {
+        sections_ = false;
+        return *this;
+    }
+
     // Where the segments' bytes end: the sections come after them.
     size_t dataEnd(const std::vector<ElfSegment>& segments) const;
 
@@ -36,6 +46,7 @@ private:
 
     bool is64_;
     bool big_;
+    bool sections_ = true;
 };
 
 #endif

@@ -56,6 +56,10 @@ struct header_t {
     uint64_t phoff;
     uint32_t phentsize;
     uint32_t phnum;
+    uint64_t shoff;
+    uint32_t shentsize;
+    uint32_t shnum;
+    uint32_t shstrndx;
 };
 
 struct loadsegment_t {
@@ -64,6 +68,23 @@ struct loadsegment_t {
     uint64_t fileSize;
     uint64_t physical;
     uint64_t virtualAddress;
+};
+
+// An allocated section with contents in the file.
+struct section_t {
+    std::string name; // ".text"; "section 3" when it has none
+    uint64_t offset;
+    uint64_t size;
+    uint64_t address; // its virtual address
+};
+
+// Bytes of the file that become data: a section, or a whole segment when the
+// file has no section headers.
+struct loadpiece_t {
+    std::string name; // "section 3", "segment 1"
+    uint64_t offset;
+    uint64_t size;
+    uint64_t address; // the load address
 };
 
 template <typename T> T fromFile(T value, bool swap)
@@ -87,7 +108,7 @@ bool hostIsLittleEndian()
 }
 
 // Reads the file's program headers for one class of ELF (Ehdr, Phdr).
-template <typename Ehdr, typename Phdr> class ElfClassReader {
+template <typename Ehdr, typename Phdr, typename Shdr> class ElfClassReader {
 public:
     ElfClassReader(ByteSource& source, bool swap) : source_(source), swap_(swap) {}
 
@@ -103,6 +124,10 @@ public:
         header.phoff = fromFile(e.e_phoff, swap_);
         header.phentsize = fromFile(e.e_phentsize, swap_);
         header.phnum = fromFile(e.e_phnum, swap_);
+        header.shoff = fromFile(e.e_shoff, swap_);
+        header.shentsize = fromFile(e.e_shentsize, swap_);
+        header.shnum = fromFile(e.e_shnum, swap_);
+        header.shstrndx = fromFile(e.e_shstrndx, swap_);
         if (header.phnum == PN_XNUM) {
             reason = "ELF files with 65535 or more program headers are not supported";
             return false;
@@ -131,6 +156,64 @@ public:
         return true;
     }
 
+    // The allocated sections with contents; none when the file has no
+    // section headers. A file with 65280 or more sections gives their count
+    // in the first section header.
+    bool readSections(header_t& header, std::vector<section_t>& sections, std::string& reason)
+    {
+        if (header.shoff == 0)
+            return true;
+        if (header.shentsize < sizeof(Shdr)) {
+            reason = "bad ELF file: section header entries of " + std::to_string(header.shentsize) +
+                     " bytes, less than " + std::to_string(sizeof(Shdr));
+            return false;
+        }
+        uint64_t count = header.shnum;
+        for (uint64_t i = 0; i < count || (i == 0 && count == 0); ++i) {
+            Shdr sh;
+            if (!source_.readAt(header.shoff + i * header.shentsize, &sh, sizeof sh)) {
+                reason = "truncated ELF file: section header " + std::to_string(i) + " lies past its end";
+                return false;
+            }
+            if (i == 0 && count == 0) {
+                count = fromFile(sh.sh_size, swap_);
+                if (count == 0)
+                    return true;
+            }
+            if (i == 0 && header.shstrndx == SHN_XINDEX)
+                header.shstrndx = fromFile(sh.sh_link, swap_);
+            if (i == 0)
+                continue;
+            const uint64_t flags = fromFile(sh.sh_flags, swap_);
+            const uint64_t size = fromFile(sh.sh_size, swap_);
+            if ((flags & SHF_ALLOC) == 0 || fromFile(sh.sh_type, swap_) == SHT_NOBITS || size == 0)
+                continue;
+            sections.push_back(section_t{sectionName(header, fromFile(sh.sh_name, swap_), i),
+                                         fromFile(sh.sh_offset, swap_), size, fromFile(sh.sh_addr, swap_)});
+        }
+        return true;
+    }
+
+    // The name of section index from the table of names, for messages;
+    // "section N" when it cannot be had.
+    std::string sectionName(const header_t& header, uint32_t nameOffset, uint64_t index)
+    {
+        const std::string fallback = "section " + std::to_string(index);
+        Shdr names;
+        if (header.shstrndx == SHN_UNDEF ||
+            !source_.readAt(header.shoff + static_cast<uint64_t>(header.shstrndx) * header.shentsize, &names,
+                            sizeof names))
+            return fallback;
+        const uint64_t size = fromFile(names.sh_size, swap_);
+        if (nameOffset >= size)
+            return fallback;
+        char name[64] = {};
+        const size_t length = static_cast<size_t>(std::min<uint64_t>(sizeof name - 1, size - nameOffset));
+        if (!source_.readAt(fromFile(names.sh_offset, swap_) + nameOffset, name, length) || name[0] == '\0')
+            return fallback;
+        return "section " + std::string(name);
+    }
+
 private:
     ByteSource& source_;
     bool swap_;
@@ -157,6 +240,38 @@ void chooseLoadAddresses(std::vector<loadsegment_t>& segments)
             s.physical = s.virtualAddress;
 }
 
+// The data of a file without section headers: its load segments whole.
+std::vector<loadpiece_t> wholeSegments(const std::vector<loadsegment_t>& segments)
+{
+    std::vector<loadpiece_t> pieces;
+    for (const loadsegment_t& s : segments)
+        pieces.push_back(loadpiece_t{"segment " + std::to_string(s.index), s.offset, s.fileSize, s.physical});
+    return pieces;
+}
+
+// The data of a file with section headers: each allocated section with
+// contents, at the load address of the segment that holds its bytes in the
+// file (where a section's run-time address differs, such as .data, which is
+// copied from flash to RAM at start-up), or at its own address when no
+// segment holds it. Bytes of a segment that no section covers (the ELF
+// headers that some linker scripts load, padding) are not data.
+std::vector<loadpiece_t> placeSections(const std::vector<section_t>& sections,
+                                       const std::vector<loadsegment_t>& segments)
+{
+    std::vector<loadpiece_t> pieces;
+    for (const section_t& s : sections) {
+        uint64_t address = s.address;
+        for (const loadsegment_t& segment : segments)
+            if (s.offset >= segment.offset && s.offset - segment.offset <= segment.fileSize &&
+                s.size <= segment.fileSize - (s.offset - segment.offset)) {
+                address = segment.physical + (s.offset - segment.offset);
+                break;
+            }
+        pieces.push_back(loadpiece_t{s.name, s.offset, s.size, address});
+    }
+    return pieces;
+}
+
 } // namespace
 
 read_result_t readElf(ByteSource& source, MemoryImage& image)
@@ -177,14 +292,17 @@ read_result_t readElf(ByteSource& source, MemoryImage& image)
 
     header_t header{};
     std::vector<loadsegment_t> segments;
+    std::vector<section_t> sections;
     std::string reason;
     bool ok;
     if (ident[EI_CLASS] == ELFCLASS32) {
-        ElfClassReader<Elf32_Ehdr, Elf32_Phdr> reader(source, swap);
-        ok = reader.readHeader(header, reason) && reader.readSegments(header, segments, reason);
+        ElfClassReader<Elf32_Ehdr, Elf32_Phdr, Elf32_Shdr> reader(source, swap);
+        ok = reader.readHeader(header, reason) && reader.readSegments(header, segments, reason) &&
+             reader.readSections(header, sections, reason);
     } else {
-        ElfClassReader<Elf64_Ehdr, Elf64_Phdr> reader(source, swap);
-        ok = reader.readHeader(header, reason) && reader.readSegments(header, segments, reason);
+        ElfClassReader<Elf64_Ehdr, Elf64_Phdr, Elf64_Shdr> reader(source, swap);
+        ok = reader.readHeader(header, reason) && reader.readSegments(header, segments, reason) &&
+             reader.readSections(header, sections, reason);
     }
     if (!ok)
         return failure<read_result_t>(status_t::SYNTAX, reason);
@@ -197,51 +315,57 @@ read_result_t readElf(ByteSource& source, MemoryImage& image)
     segments.erase(std::remove_if(segments.begin(), segments.end(), [](const loadsegment_t& s) { return s.fileSize == 0; }),
                    segments.end());
     chooseLoadAddresses(segments);
-    for (const loadsegment_t& s : segments) {
+    for (const loadsegment_t& s : segments)
         if (s.offset > source.size() || s.fileSize > source.size() - s.offset)
             return failure<read_result_t>(status_t::SYNTAX, "truncated ELF file: segment " + std::to_string(s.index) + " needs bytes " +
                            std::to_string(s.offset) + " to " + std::to_string(s.offset + s.fileSize) +
                            ", the file has " + std::to_string(source.size()));
-        if (s.physical >= ADDRESS_SPACE || s.fileSize > ADDRESS_SPACE - s.physical)
-            return failure<read_result_t>(status_t::OUT_OF_RANGE, "segment " + std::to_string(s.index) + " at " +
-                                                          hexAddress(s.physical) + " (" + std::to_string(s.fileSize) +
-                                                          " bytes) lies outside the 32-bit address space");
+    std::vector<loadpiece_t> pieces = sections.empty() && header.shoff == 0 ? wholeSegments(segments)
+                                                                            : placeSections(sections, segments);
+    for (const loadpiece_t& p : pieces) {
+        if (p.offset > source.size() || p.size > source.size() - p.offset)
+            return failure<read_result_t>(status_t::SYNTAX, "truncated ELF file: " + p.name + " needs bytes " +
+                           std::to_string(p.offset) + " to " + std::to_string(p.offset + p.size) +
+                           ", the file has " + std::to_string(source.size()));
+        if (p.address >= ADDRESS_SPACE || p.size > ADDRESS_SPACE - p.address)
+            return failure<read_result_t>(status_t::OUT_OF_RANGE, p.name + " at " + hexAddress(p.address) + " (" +
+                                                                      std::to_string(p.size) +
+                                                                      " bytes) lies outside the 32-bit address space");
     }
-    std::sort(segments.begin(), segments.end(),
-              [](const loadsegment_t& a, const loadsegment_t& b) { return a.physical < b.physical; });
-    for (size_t i = 1; i < segments.size(); ++i)
-        if (segments[i].physical < segments[i - 1].physical + segments[i - 1].fileSize)
+    std::sort(pieces.begin(), pieces.end(),
+              [](const loadpiece_t& a, const loadpiece_t& b) { return a.address < b.address; });
+    for (size_t i = 1; i < pieces.size(); ++i)
+        if (pieces[i].address < pieces[i - 1].address + pieces[i - 1].size)
             return failedReadAt(status_t::OVERLAP,
-                                "segments " + std::to_string(segments[i - 1].index) + " and " +
-                                    std::to_string(segments[i].index) + " overlap at " +
-                                    hexAddress(segments[i].physical),
-                                segments[i].physical);
+                                pieces[i - 1].name + " and " + pieces[i].name + " overlap at " +
+                                    hexAddress(pieces[i].address),
+                                pieces[i].address);
 
-    // Segments that meet are joined; each is read straight into its place.
+    // Pieces that meet are joined; each is read straight into its place.
     std::vector<segment_t> joined;
-    for (size_t i = 0; i < segments.size();) {
+    for (size_t i = 0; i < pieces.size();) {
         size_t j = i + 1;
-        uint64_t end = segments[i].physical + segments[i].fileSize;
-        while (j < segments.size() && segments[j].physical == end)
-            end += segments[j++].fileSize;
-        segment_t segment{static_cast<uint32_t>(segments[i].physical), {}};
-        const uint64_t size = end - segments[i].physical;
+        uint64_t end = pieces[i].address + pieces[i].size;
+        while (j < pieces.size() && pieces[j].address == end)
+            end += pieces[j++].size;
+        segment_t segment{static_cast<uint32_t>(pieces[i].address), {}};
+        const uint64_t size = end - pieces[i].address;
         if (size > std::numeric_limits<size_t>::max())
             return failedReadAt(status_t::OUT_OF_MEMORY,
                                 "out of memory for " + std::to_string(size) + " bytes at " +
-                                    hexAddress(segments[i].physical),
-                                segments[i].physical);
+                                    hexAddress(pieces[i].address),
+                                pieces[i].address);
         try {
             segment.bytes.resize(static_cast<size_t>(size));
         } catch (const std::bad_alloc&) {
             return failedReadAt(status_t::OUT_OF_MEMORY,
                                 "out of memory for " + std::to_string(size) + " bytes at " +
-                                    hexAddress(segments[i].physical),
-                                segments[i].physical);
+                                    hexAddress(pieces[i].address),
+                                pieces[i].address);
         }
         for (size_t k = i; k < j; ++k)
-            if (!source.readAt(segments[k].offset, segment.bytes.data() + (segments[k].physical - segments[i].physical),
-                               static_cast<size_t>(segments[k].fileSize)))
+            if (!source.readAt(pieces[k].offset, segment.bytes.data() + (pieces[k].address - pieces[i].address),
+                               static_cast<size_t>(pieces[k].size)))
                 return failure<read_result_t>(status_t::CANNOT_READ, std::string("cannot read the file: ") + std::strerror(errno));
         joined.push_back(std::move(segment));
         i = j;

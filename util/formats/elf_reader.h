@@ -1,5 +1,6 @@
-// The ELF reader: the bytes of an ELF file's PT_LOAD segments at their
-// physical (load) addresses, and the entry point as the start address.
+// The ELF reader: the bytes of an ELF file's allocated sections at their
+// load addresses (the bytes of its PT_LOAD segments when it has no section
+// headers), and the entry point as the start address.
 // 32- and 64-bit files, either byte order, through the system's <elf.h>.
 //
 // Internal to the library: not installed.
@@ -35,7 +36,7 @@ private:
     size_t size_;
 };
 
-// A regular file, read with pread so that only the segments' bytes are read.
+// A regular file, read with pread so that only the bytes needed are read.
 class DescriptorBytes : public ByteSource {
 public:
     DescriptorBytes(int fd, uint64_t size) : fd_(fd), size_(size) {}

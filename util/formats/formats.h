@@ -163,10 +163,14 @@ struct convert_result_t : result_t {
 /// (as a linear address, type 5; 0 means none, as writers put 0 there when
 /// there is none) and end the file; white space and records in any order as
 /// for Intel HEX; a data record that runs past 0xFFFFFFFF and S4 are errors.
-/// ELF: the bytes of the PT_LOAD segments at their physical addresses (the
-/// virtual ones when every physical address is 0), the entry point as the
-/// start address (type 5; none for 0); a segment or entry point outside the
-/// 32-bit address space, overlapping segments and a truncated file are
+/// ELF: the bytes of each allocated section with contents, at the load
+/// address that the PT_LOAD segment holding its file bytes gives
+/// (p_paddr + sh_offset - p_offset; the virtual addresses when every
+/// physical address is 0); bytes of a segment that no section covers (loaded
+/// headers, padding) are not data; a file without section headers is read
+/// by its PT_LOAD segments whole. The entry point is the start address
+/// (type 5; none for 0); a section, segment or entry point outside the
+/// 32-bit address space, overlapping sections and a truncated file are
 /// errors. Binary: the bytes at options.address. On success the image is
 /// replaced by what was read; on failure it is left as it was.
 /// @{
