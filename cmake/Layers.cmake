@@ -28,14 +28,23 @@ set(HEXBLOCKS_image_SOURCES
     util/image/memory_image.cpp util/image/memory_image.h
     util/image/region_window.cpp util/image/region_window.h)
 set(HEXBLOCKS_formats_SOURCES
+    util/formats/c_array_format.cpp
+    util/formats/coe_format.cpp
     util/formats/elf_reader.cpp util/formats/elf_reader.h
     util/formats/format_table.cpp util/formats/format_table.h
     util/formats/formats.cpp util/formats/formats.h
     util/formats/full_format_reader.cpp util/formats/full_format_reader.h
     util/formats/image_writer.cpp util/formats/image_writer.h
+    util/formats/intel_hex16_format.cpp
+    util/formats/mif_format.cpp
+    util/formats/output_buffer.h
     util/formats/output_file.cpp util/formats/output_file.h
     util/formats/record_assembler.cpp util/formats/record_assembler.h
-    util/formats/srecord_reader.cpp util/formats/srecord_reader.h)
+    util/formats/srecord_reader.cpp util/formats/srecord_reader.h
+    util/formats/text_lines.h
+    util/formats/ti_txt_format.cpp
+    util/formats/uf2_format.cpp
+    util/formats/verilog_format.cpp)
 set(HEXBLOCKS_flash_SOURCES
     util/flash/flash_plan.cpp util/flash/flash_plan.h)
 set(HEXBLOCKS_exact_SOURCES

@@ -54,7 +54,7 @@ int checkConvertLine(const command_entry_t& command, const std::vector<std::stri
     for (const std::string& operand : operands) {
         input_spec_t input;
         std::string error;
-        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, input, error))
+        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, options.save, input, error))
             return usageError(error, command.usage);
     }
     if (!options.hasOutputFormat) {
@@ -264,6 +264,22 @@ int applyOption(option_t option, const char* value, const command_entry_t& comma
         (output ? options.hasOutputFormat : options.hasInputFormat) = true;
         break;
     }
+    case option_t::WORD_WIDTH:
+        if (!parseNumber(text, 8, 64, number) || (number != 8 && number != 16 && number != 32 && number != 64))
+            return usageError("invalid word width '" + text + "' (8, 16, 32 or 64)", command.usage);
+        options.save.wordWidth = static_cast<unsigned>(number);
+        break;
+    case option_t::FAMILY: {
+        const std::optional<uint32_t> family = uf2FamilyByName(text);
+        if (!family)
+            return usageError("invalid UF2 family '" + text + "' (a name such as rp2040, or a number such as 0xE48BFF56)",
+                              command.usage);
+        options.save.family = *family;
+        break;
+    }
+    case option_t::ARRAY_NAME:
+        options.save.name = text;
+        break;
     case option_t::RECORD_SIZE:
         if (!parseNumber(text, 1, 255, number))
             return usageError("invalid record size '" + text + "' (1 to 255)", command.usage);

@@ -74,6 +74,8 @@ struct options_t {
 // runs.
 struct inputs_t {
     IntelHexFile blocks; // info, map, bin, dump: FILE as blocks
+    uint64_t uf2Blocks = 0;            // info: FILE's UF2 blocks; 0 when it is not UF2
+    std::vector<uint32_t> uf2Families; // info: the families its UF2 blocks name
     MemoryImage image;   // convert, crc: every input merged; plan, verify: FILE; diff: A
     MemoryImage other;   // diff: B
     // convert: set when its one binary input is written straight to the

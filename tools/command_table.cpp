@@ -24,8 +24,8 @@ const char MAIN_USAGE[] =
 
 const char MAIN_INTRO[] =
     "Inspect, map, dump, extract, convert and check firmware images (Intel HEX,\n"
-    "Motorola S-records, ELF and raw binary), plan flashing, verify read-backs\n"
-    "and diff images.\n";
+    "Motorola S-records, ELF, UF2, TI-TXT, Verilog and MIF memory files, raw\n"
+    "binary and more), plan flashing, verify read-backs and diff images.\n";
 
 const char MAIN_OPTIONS[] =
     "Options:\n"
@@ -41,7 +41,8 @@ const std::string OUTPUT_FORMAT_WORDS = formatWords(true, "|");
 
 const std::string MAIN_NOTES =
     wrapText("Inputs: the format is told from the content: " + recognitionRules() +
-                 ". Binary input is named FILE@ADDRESS (e.g. app.bin@0x08004000), or FILE.bin (placed at 0), or "
+                 "; content that fits two formats (TI-TXT and Verilog files both start with '@') needs "
+                 "--input-format, as do INHX16 (which looks like Intel HEX) and binary. Binary input is named FILE@ADDRESS (e.g. app.bin@0x08004000), or FILE.bin (placed at 0), or "
                  "forced with --input-format bin. ADDRESS is decimal or 0x hexadecimal. \"-\" is standard input, "
                  "read once, for every command.",
              75) +
@@ -139,13 +140,20 @@ const std::vector<option_entry_t> OPTIONS = {
     {option_t::KEEP_BLANK, "keep-blank", 0, nullptr, "write blank pages too"},
     {option_t::AT, "at", 0, "ADDRESS", "the address of DUMP's first byte"},
     {option_t::SVG, "svg", 0, nullptr, "draw the map as an SVG picture"},
+    {option_t::WORD_WIDTH, "word-width", 0, "8|16|32|64",
+     "bits in a word of a Verilog memory file (default 8);\nMIF files give their own"},
+    {option_t::FAMILY, "family", 0, "NAME|ID",
+     "UF2: read only the blocks of this family (rp2040,\nrp2350_arm_s, nrf52840, 0xE48BFF56, ...)"},
+    {option_t::ARRAY_NAME, "array-name", 0, "NAME",
+     "C array output: the prefix of every name (default\nimage)"},
     {option_t::JOIN, "join", 0, "N",
      "differing bytes separated by at most N equal bytes\nshare a range (default 16; 0: each run of its own)"},
 };
 
 // How the commands that read one file as blocks read it.
-const std::vector<option_use_t> BLOCK_READING = {{option_t::ONE_BLOCK}, {option_t::STRICT}, {option_t::FULL_FORMAT},
-                                              {option_t::INPUT_FORMAT}};
+const std::vector<option_use_t> BLOCK_READING = {{option_t::ONE_BLOCK},    {option_t::STRICT},
+                                                 {option_t::FULL_FORMAT},  {option_t::INPUT_FORMAT},
+                                                 {option_t::WORD_WIDTH}, {option_t::FAMILY}};
 
 // A CRC of the user's own.
 const std::vector<option_use_t> CUSTOM_CRC = {{option_t::CRC_WIDTH}, {option_t::POLY},       {option_t::INIT},
@@ -180,11 +188,11 @@ const char ALGORITHMS[] =
 const std::vector<command_entry_t>& commandTable()
 {
     static const std::string CONVERT_DESCRIPTION =
-        "Read every INPUT (Intel HEX, S-records, ELF or binary; \"-\" is standard\n"
-        "input), merge them into one image, apply the edits in the order given, and\n"
-        "write the image to OUTPUT as Intel HEX, S-records or binary, through a\n"
-        "temporary file that is renamed into place: a failure leaves no OUTPUT and an\n"
-        "existing one as it was.\n"
+        "Read every INPUT (in any format the tool reads; \"-\" is standard input),\n"
+        "merge them into one image, apply the edits in the order given, and write\n"
+        "the image to OUTPUT in any format it writes, through a temporary file that\n"
+        "is renamed into place: a failure leaves no OUTPUT and an existing one as it\n"
+        "was.\n"
         "\n" +
         wrapText("The output format comes from OUTPUT's extension: " + outputExtensions() + ".", 78);
     static const std::vector<command_entry_t> table = {
@@ -235,18 +243,24 @@ const std::vector<command_entry_t>& commandTable()
          joined({{{option_t::BLOCK}}, BLOCK_READING, {{option_t::HELP}}}), "", {"FILE"}, false, loading_t::BLOCKS,
          EXIT_FAILED, runDump},
         {"convert", "usage: hexblocks convert INPUT... -o OUTPUT [OPTIONS]\n", "convert INPUT... -o OUTPUT",
-         "merge inputs, edit the image, insert a CRC and\nwrite it as Intel HEX, S-records or binary",
+         "merge inputs, edit the image, insert a CRC and\nwrite it in any format",
          CONVERT_DESCRIPTION.c_str(),
          joined({{{option_t::OUTPUT},
                   {option_t::OUTPUT_FORMAT},
                   {option_t::INPUT_FORMAT, "read every INPUT in this format"},
+                  {option_t::WORD_WIDTH,
+                   "bits in a word of Verilog, MIF and COE output, and\nof Verilog input (default 8)"},
+                  {option_t::FAMILY,
+                   "UF2: the family of the blocks written (the family\nflag set), and of those read: rp2040,\n"
+                   "rp2350_arm_s, nrf52840, 0xE48BFF56, ... (see\n'hexblocks info --help')"},
+                  {option_t::ARRAY_NAME},
                   {option_t::RECORD_SIZE},
                   {option_t::ADDRESSING},
                   {option_t::ADDRESS_SIZE},
                   {option_t::CRLF},
                   {option_t::FILL,
-                   "the byte for addresses without data: in binary\noutput, --fill-range and --insert-crc (default "
-                   "0xFF)"},
+                   "the byte for addresses without data: in binary and\nCOE output, the rest of a UF2 page or of a word,\n"
+                   "--fill-range and --insert-crc (default 0xFF)"},
                   {option_t::OVERLAP, nullptr, nullptr, "Merging:"},
                   {option_t::START_ADDRESS},
                   {option_t::OFFSET, nullptr, nullptr,
@@ -266,20 +280,22 @@ const std::vector<command_entry_t>& commandTable()
          "", {"INPUT"}, true, loading_t::STREAMED, EXIT_FAILED, runConvert},
         {"crc", "usage: hexblocks crc FILE [--algorithm NAME] [--range START:END] [--fill BYTE] [--json]\n",
          "crc FILE [--algorithm NAME]", "CRC or sum of a range of the image",
-         "Compute a CRC or sum over a range of FILE (Intel HEX, S-records, ELF or\n"
-         "binary, as convert reads them; \"-\" is standard input) and print one line:\n"
+         "Compute a CRC or sum over a range of FILE (any input format, as convert\n"
+         "reads them; \"-\" is standard input) and print one line:\n"
          "the algorithm, the value in hexadecimal, the range and the byte count.\n"
          "Addresses without data count as the fill byte.\n",
          joined({{{option_t::ALGORITHM}, {option_t::RANGE}, {option_t::FILL}},
                  CUSTOM_CRC,
                  {{option_t::INPUT_FORMAT, "read FILE in this format"},
+          {option_t::WORD_WIDTH},
+          {option_t::FAMILY},
                   {option_t::JSON, "print {\"algorithm\", \"value\", \"start\", \"size\", \"fill\"}"},
                   {option_t::HELP}}}),
          ALGORITHMS, {"FILE"}, false, loading_t::MERGED, EXIT_FAILED, runCrc},
         {"plan", "usage: hexblocks plan FILE --sectors SECTORS [--page-size N] [--erased BYTE] [--keep-blank] [--json]\n",
          "plan FILE --sectors SECTORS", "the sectors to erase and pages to write to flash",
-         "Plan writing FILE (Intel HEX, S-records, ELF or binary; \"-\" is standard\n"
-         "input) to flash: the sectors to erase, those that hold at least one data\n"
+         "Plan writing FILE (any input format; \"-\" is standard input) to\n"
+         "flash: the sectors to erase, those that hold at least one data\n"
          "byte, each marked partial when some of its bytes hold no data (an erase\n"
          "loses what they held); the pages to write, those that hold at least one\n"
          "data byte, adjacent pages on one line; and the totals. A page whose bytes\n"
@@ -290,6 +306,8 @@ const std::vector<command_entry_t>& commandTable()
           {option_t::ERASED},
           {option_t::KEEP_BLANK},
           {option_t::INPUT_FORMAT, "read FILE in this format"},
+          {option_t::WORD_WIDTH},
+          {option_t::FAMILY},
           {option_t::JSON,
            "print {\"erase\": [{\"address\", \"size\", \"partial\"}],\n\"write\": [{\"address\", \"size\"}] (every "
            "page),\n\"skipped_blank\", and the totals}"},
@@ -303,6 +321,8 @@ const std::vector<command_entry_t>& commandTable()
          "line; data outside DUMP is not covered and fails the check.\n",
          {{option_t::AT},
           {option_t::INPUT_FORMAT, "read FILE in this format"},
+          {option_t::WORD_WIDTH},
+          {option_t::FAMILY},
           {option_t::JSON,
            "print {\"compared\", \"mismatches\", \"not_covered\",\n\"first_not_covered\", \"first\": [{\"address\",\n"
            "\"expected\", \"found\"}], \"ok\"}"},
@@ -319,6 +339,8 @@ const std::vector<command_entry_t>& commandTable()
          "nothing.\n",
          {{option_t::JOIN},
           {option_t::INPUT_FORMAT, "read A and B in this format"},
+          {option_t::WORD_WIDTH},
+          {option_t::FAMILY},
           {option_t::JSON,
            "print {\"ranges\": [{\"start\", \"end\" (exclusive),\n\"kind\": \"only_a\"|\"only_b\"|\"differ\", "
            "\"bytes\"}],\n\"start_address\", \"equal\"}"},

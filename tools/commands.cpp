@@ -59,7 +59,22 @@ totals_t totalsOf(const IntelHexFile& image)
     return t;
 }
 
-void printInfoTable(const IntelHexFile& image)
+// "family rp2040 (0xE48BFF56)", "families a (0x...) and b (0x...)", or "no family".
+std::string familiesText(const std::vector<uint32_t>& families)
+{
+    if (families.empty())
+        return "no family";
+    std::string text = families.size() == 1 ? "family " : "families ";
+    for (size_t i = 0; i < families.size(); ++i) {
+        const std::string name = uf2FamilyName(families[i]);
+        text += (i == 0 ? "" : i + 1 == families.size() ? " and " : ", ") + name;
+        if (name != hexAddress(families[i]))
+            text += " (" + hexAddress(families[i]) + ")";
+    }
+    return text;
+}
+
+void printInfoTable(const IntelHexFile& image, const inputs_t& inputs)
 {
     const size_t count = image.getBlockCount();
     const std::vector<std::string> header = {"#", "start", "end", "size", "base", "start16"};
@@ -102,9 +117,12 @@ void printInfoTable(const IntelHexFile& image)
     if (image.hasStartAddress())
         std::cout << "start address: "
                   << startAddressText(image.getStartAddressType(), image.getStartAddressValue()) << "\n";
+    if (inputs.uf2Blocks > 0)
+        std::cout << "UF2: " << inputs.uf2Blocks << (inputs.uf2Blocks == 1 ? " block, " : " blocks, ")
+                  << familiesText(inputs.uf2Families) << "\n";
 }
 
-void printInfoJson(const IntelHexFile& image, const options_t& options)
+void printInfoJson(const IntelHexFile& image, const options_t& options, const inputs_t& inputs)
 {
     const totals_t t = totalsOf(image);
     std::cout << "{\n  \"file\": " << jsonString(options.file) << ",\n  \"mode\": \""
@@ -136,7 +154,15 @@ void printInfoJson(const IntelHexFile& image, const options_t& options)
                   << ", \"span_bytes\": " << t.spanEnd - t.spanStart;
     else
         std::cout << ", \"span_start\": null, \"span_end\": null, \"span_bytes\": 0";
-    std::cout << "}\n}\n";
+    std::cout << "}";
+    if (inputs.uf2Blocks > 0) {
+        std::cout << ",\n  \"uf2\": {\"blocks\": " << inputs.uf2Blocks << ", \"families\": [";
+        for (size_t i = 0; i < inputs.uf2Families.size(); ++i)
+            std::cout << (i == 0 ? "" : ", ") << "{\"id\": " << inputs.uf2Families[i]
+                      << ", \"name\": " << jsonString(uf2FamilyName(inputs.uf2Families[i])) << "}";
+        std::cout << "]}";
+    }
+    std::cout << "\n}\n";
 }
 
 mode_t currentUmask()
@@ -279,9 +305,9 @@ int runInfo(const options_t& options, inputs_t& inputs)
 {
     const IntelHexFile& image = inputs.blocks;
     if (options.json)
-        printInfoJson(image, options);
+        printInfoJson(image, options, inputs);
     else
-        printInfoTable(image);
+        printInfoTable(image, inputs);
     return EXIT_OK;
 }
 

@@ -25,7 +25,7 @@ bool readCommandInputs(const command_entry_t& command, const options_t& options,
 {
     switch (command.loading) {
     case loading_t::BLOCKS:
-        return loadImage(options, inputs.blocks);
+        return loadImage(options, inputs);
     case loading_t::MERGED:
         return readInputs(options, inputs.image);
     case loading_t::STREAMED:

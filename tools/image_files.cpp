@@ -59,13 +59,9 @@ std::string outputExtensions()
 std::string recognitionRules()
 {
     std::string text;
-    for (const format_info_t& f : formats()) {
-        if (f.recognise == nullptr)
-            continue;
-        // "X is Intel HEX, Y S-records, ...": the verb once.
-        text += text.empty() ? std::string(f.recognisedBy) + " is " : std::string(", ") + f.recognisedBy + " ";
-        text += f.title;
-    }
+    for (const format_info_t& f : formats())
+        if (f.recognise != nullptr)
+            text += std::string(text.empty() ? "" : ", ") + f.title + " by " + f.recognisedBy;
     return text;
 }
 
@@ -86,10 +82,13 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
     return true;
 }
 
-bool parseInput(const std::string& operand, const file_format_t* forced, input_spec_t& input, std::string& error)
+bool parseInput(const std::string& operand, const file_format_t* forced, const write_options_t& settings,
+                input_spec_t& input, std::string& error)
 {
     input = input_spec_t();
     input.path = operand;
+    input.wordWidth = settings.wordWidth;
+    input.family = settings.family;
     const std::string::size_type at = operand.find_last_of('@');
     if (at != std::string::npos && at > 0 && !exists(operand)) {
         uint64_t address = 0;
@@ -107,7 +106,7 @@ bool parseInput(const std::string& operand, const file_format_t* forced, input_s
         input.detect = false;
         input.format = *forced;
     } else if (const std::optional<file_format_t> named = formatByExtension(operand);
-               named && formatInfo(*named).recognise == nullptr) {
+               named && formatInfo(*named).recognise == nullptr && formatInfo(*named).readable) {
         input.detect = false;
         input.format = *named;
     }
@@ -175,12 +174,20 @@ bool standardInputPath(std::string& path, std::string& error)
     return !copy.empty();
 }
 
-read_result_t readInput(const input_spec_t& input, MemoryImage& image)
+read_options_t readOptionsOf(const input_spec_t& input)
 {
     read_options_t options;
     options.detect = input.detect;
     options.format = input.format;
     options.address = input.address;
+    options.wordWidth = input.wordWidth;
+    options.family = input.family;
+    return options;
+}
+
+read_result_t readInput(const input_spec_t& input, MemoryImage& image)
+{
+    const read_options_t options = readOptionsOf(input);
     std::string path = input.path;
     read_result_t failed;
     if (input.path == "-" && !standardInputPath(path, failed.reason))

@@ -8,6 +8,7 @@
 #include <hexblocks/memory_image.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,7 +21,12 @@ struct input_spec_t {
     bool detect = true;  // tell the format from the content
     file_format_t format = file_format_t::INTEL_HEX;
     uint32_t address = 0; // where binary input goes
+    unsigned wordWidth = 8; // Verilog memory files: bits a word
+    std::optional<uint32_t> family; // UF2: the family to read
 };
+
+// How the library is to read input.
+read_options_t readOptionsOf(const input_spec_t& input);
 
 // The words that name the formats read (or written), from the library's
 // format table, joined by separator ("ihex|srec|elf|bin"); with last, the
@@ -41,9 +47,11 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
 // The input an operand names: FILE@ADDRESS is binary input at ADDRESS
 // (unless a file with the whole name exists), FILE.bin binary input at 0
 // (an extension of a format that cannot be told from its content),
-// and forced, when it is not null, the format for every input. False with
-// error set when ADDRESS is not an address.
-bool parseInput(const std::string& operand, const file_format_t* forced, input_spec_t& input, std::string& error);
+// and forced, when it is not null, the format for every input; the word
+// width and the UF2 family are those of settings. False with error set when
+// ADDRESS is not an address.
+bool parseInput(const std::string& operand, const file_format_t* forced, const write_options_t& settings,
+                input_spec_t& input, std::string& error);
 
 // A path that reads what came on standard input: the first call copies
 // standard input, which can be read only once, into a file in memory, a

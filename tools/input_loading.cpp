@@ -130,11 +130,12 @@ bool loadStrict(const options_t& options, const std::string& path, const std::st
 // Loads options.file into image as blocks, whatever its format: with
 // --strict through loadStrict(), else through a MemoryImage, as every other
 // command reads.
-bool loadImage(const options_t& options, IntelHexFile& image)
+bool loadImage(const options_t& options, inputs_t& inputs)
 {
+    IntelHexFile& image = inputs.blocks;
     input_spec_t input;
     std::string error;
-    if (!parseInput(options.file, options.hasInputFormat ? &options.inputFormat : nullptr, input, error)) {
+    if (!parseInput(options.file, options.hasInputFormat ? &options.inputFormat : nullptr, options.save, input, error)) {
         std::cerr << PROGRAM << ": " << error << std::endl;
         return false;
     }
@@ -156,6 +157,8 @@ bool loadImage(const options_t& options, IntelHexFile& image)
     printRead(name, result);
     if (!result)
         return false;
+    inputs.uf2Blocks = result.blocks;
+    inputs.uf2Families = result.families;
     block_options_t blockOptions;
     blockOptions.oneBlock = options.oneBlock;
     const result_t appended = appendToBlocks(std::move(read), image, blockOptions);
@@ -185,9 +188,7 @@ bool holds(const ranges_t& ranges, uint32_t address)
 // just "FILE" when no line can be told.
 std::string placeOf(const merged_input_t& input, uint32_t address)
 {
-    read_options_t options;
-    options.detect = input.source.detect;
-    options.format = input.source.format;
+    const read_options_t options = readOptionsOf(input.source);
     std::string path = input.source.path, error;
     const bool readable = path != "-" || standardInputPath(path, error);
     const std::optional<size_t> line = readable ? findLineInFile(path.c_str(), address, options) : std::nullopt;
@@ -224,7 +225,7 @@ void printClash(const std::vector<merged_input_t>& earlier, const merged_input_t
 bool readOperand(const options_t& options, const std::string& operand, input_spec_t& source, MemoryImage& image)
 {
     std::string error;
-    if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, source, error)) {
+    if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, options.save, source, error)) {
         std::cerr << PROGRAM << ": " << error << std::endl;
         return false;
     }
@@ -242,7 +243,7 @@ bool streamsBinaryInput(const options_t& options, input_spec_t& source)
     std::string error;
     input_spec_t input;
     struct stat status;
-    if (!parseInput(options.inputs[0], options.hasInputFormat ? &options.inputFormat : nullptr, input, error) ||
+    if (!parseInput(options.inputs[0], options.hasInputFormat ? &options.inputFormat : nullptr, options.save, input, error) ||
         input.detect || input.format != file_format_t::BINARY || input.path == "-" ||
         ::stat(input.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
         return false;

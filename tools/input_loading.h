@@ -14,7 +14,7 @@ namespace hexblocks::cli {
 // Loads options.file into image as blocks: read as an image, as every
 // command reads, or with --strict through IntelHexFile::load() (which prints
 // its own diagnostics). False after printing why.
-bool loadImage(const options_t& options, IntelHexFile& image);
+bool loadImage(const options_t& options, inputs_t& inputs);
 
 // Reads every input (convert's, or crc's one) and merges them by
 // options.merge; false after printing why when one cannot be read or the

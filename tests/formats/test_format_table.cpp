@@ -14,18 +14,30 @@ using namespace hexblocks;
 TEST(FormatTable, OneRowForEveryFormat)
 {
     const std::vector<format_info_t>& table = formats();
-    ASSERT_EQ(table.size(), 4u);
-    const std::vector<std::string> names = {"ihex", "srec", "elf", "bin"};
-    const std::vector<std::string> titles = {"Intel HEX", "S-records", "ELF", "binary"};
-    const std::vector<std::string> extensions = {"hex ihex ihx", "srec s19 s28 s37 mot", "elf axf", "bin"};
+    ASSERT_EQ(table.size(), 11u);
+    const std::vector<std::string> names = {"ihex", "srec", "elf", "uf2", "ti-txt", "vmem",
+                                            "mif",  "coe",  "c",   "ihex16", "bin"};
+    const std::vector<std::string> titles = {"Intel HEX", "S-records", "ELF", "UF2", "TI-TXT", "Verilog memory file",
+                                             "Intel MIF", "Xilinx COE", "C array",
+                                             "Intel HEX in 16-bit words (INHX16)", "binary"};
+    const std::vector<std::string> extensions = {"hex ihex ihx", "srec s19 s28 s37 mot", "elf axf", "uf2", "",
+                                                 "mem vmem", "mif", "coe", "c h", "", "bin"};
+    const std::vector<bool> readable = {true, true, true, true, true, true, true, false, false, true, true};
+    const std::vector<bool> writable = {true, true, false, true, true, true, true, true, true, true, true};
     for (size_t i = 0; i < table.size(); ++i) {
         EXPECT_EQ(table[i].name, names[i]);
         EXPECT_EQ(table[i].title, titles[i]);
         EXPECT_EQ(table[i].extensions, extensions[i]);
-        EXPECT_TRUE(table[i].readable) << names[i];
+        EXPECT_EQ(table[i].readable, readable[i]) << names[i];
+        EXPECT_EQ(table[i].writable, writable[i]) << names[i];
         EXPECT_EQ(&formatInfo(table[i].format), &formatInfo(table[i].format));
         EXPECT_EQ(formatInfo(table[i].format).name, names[i]);
+        EXPECT_EQ(formatByName(names[i]), table[i].format);
     }
+    EXPECT_EQ(formatInfo(file_format_t::UF2).writeOptions, WRITES_FILL | WRITES_FAMILY);
+    EXPECT_EQ(formatInfo(file_format_t::VERILOG).writeOptions, WRITES_FILL | WRITES_WORD_WIDTH | WRITES_CRLF);
+    EXPECT_EQ(formatInfo(file_format_t::C_ARRAY).writeOptions, WRITES_NAME | WRITES_CRLF);
+    EXPECT_EQ(formatInfo(file_format_t::INTEL_HEX_16).recognise, nullptr) << "it looks like Intel HEX";
     EXPECT_TRUE(formatInfo(file_format_t::INTEL_HEX).writable);
     EXPECT_TRUE(formatInfo(file_format_t::SRECORD).writable);
     EXPECT_FALSE(formatInfo(file_format_t::ELF).writable);

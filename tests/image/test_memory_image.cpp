@@ -358,6 +358,6 @@ TEST(MemoryImage, AnInputWhoseFormatCannotBeToldIsAnError)
     EXPECT_EQ(readMemory(image, "", 0).reason, "the input is empty");
     EXPECT_EQ(readFile(image, dir.write("empty", "").c_str()).reason, "the file is empty");
     EXPECT_EQ(readMemory(image, "hello", 5).reason,
-              "not Intel HEX, S-records or ELF (the format of binary input must be given)");
+              "not Intel HEX, S-records, ELF, UF2, TI-TXT, Verilog memory file or Intel MIF (the format of binary input must be given)");
     EXPECT_EQ(segmentsOf(image), std::vector<SegmentView>({{1, {1}}}));
 }

@@ -107,7 +107,7 @@ TEST(Result, ReadingNamesTheKindTheLineAndTheReason)
     EXPECT_EQ(r.line, 2u);
     r = readText("hello\n");
     EXPECT_EQ(r.status, status_t::UNKNOWN_FORMAT);
-    EXPECT_EQ(r.reason, "not Intel HEX, S-records or ELF (the format of binary input must be given)");
+    EXPECT_EQ(r.reason, "not Intel HEX, S-records, ELF, UF2, TI-TXT, Verilog memory file or Intel MIF (the format of binary input must be given)");
     r = readText("");
     EXPECT_EQ(r.status, status_t::UNKNOWN_FORMAT);
     EXPECT_EQ(r.reason, "the input is empty");

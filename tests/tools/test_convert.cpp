@@ -95,10 +95,16 @@ TEST_F(Convert, UsageErrors)
         {{"convert", firmware}, "hexblocks: missing -o OUTPUT"},
         {{"convert", "-o", "x.hex"}, "hexblocks: missing INPUT"},
         {{"convert", firmware, "-o", dir.file("x.elf")},
-         "hexblocks: cannot tell the output format from '" + dir.file("x.elf") + "': use --output-format ihex|srec|bin"},
-        {{"convert", firmware, "-o", "x", "-O", "elf"}, "hexblocks: invalid output format 'elf' (ihex, srec or bin)"},
+         "hexblocks: cannot tell the output format from '" + dir.file("x.elf") + "': use --output-format ihex|srec|uf2|ti-txt|vmem|mif|coe|c|ihex16|bin"},
+        {{"convert", firmware, "-o", "x", "-O", "elf"}, "hexblocks: invalid output format 'elf' (ihex, srec, uf2, ti-txt, vmem, mif, coe, c, ihex16 or bin)"},
         {{"convert", firmware, "-o", "x.hex", "-I", "coff"},
-         "hexblocks: invalid input format 'coff' (ihex, srec, elf or bin)"},
+         "hexblocks: invalid input format 'coff' (ihex, srec, elf, uf2, ti-txt, vmem, mif, ihex16 or bin)"},
+        {{"convert", firmware, "-o", "x.coe", "-I", "coe"},
+         "hexblocks: invalid input format 'coe' (ihex, srec, elf, uf2, ti-txt, vmem, mif, ihex16 or bin)"},
+        {{"convert", firmware, "-o", "x.vmem", "--word-width", "12"},
+         "hexblocks: invalid word width '12' (8, 16, 32 or 64)"},
+        {{"convert", firmware, "-o", "x.uf2", "--family", "rp9999"},
+         "hexblocks: invalid UF2 family 'rp9999' (a name such as rp2040, or a number such as 0xE48BFF56)"},
         {{"convert", firmware, "-o", "x.hex", "--record-size", "0"}, "hexblocks: invalid record size '0' (1 to 255)"},
         {{"convert", firmware, "-o", "x.hex", "--record-size", "256"},
          "hexblocks: invalid record size '256' (1 to 255)"},
@@ -139,7 +145,7 @@ TEST_F(Convert, InputFormatsToldFromTheContent)
     const std::string text = dir.write("notes.txt", "hello\n");
     const ProcessResult unknown = runTool({"convert", text, "-o", dir.file("out.hex")});
     EXPECT_EQ(unknown.exitCode, 1);
-    EXPECT_EQ(unknown.err, text + ": not Intel HEX, S-records or ELF (the format of binary input must be given)\n");
+    EXPECT_EQ(unknown.err, text + ": not Intel HEX, S-records, ELF, UF2, TI-TXT, Verilog memory file or Intel MIF (the format of binary input must be given)\n");
     EXPECT_FALSE(fileExists(dir.file("out.hex")));
 }
 

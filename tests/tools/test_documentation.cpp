@@ -145,7 +145,7 @@ TEST(Documentation, BashCompletesCommandsOptionsValuesAndFiles)
     EXPECT_EQ(complete({"hexblocks", "plan", "--s"}, dir.path()), std::vector<std::string>{"--sectors"});
     EXPECT_EQ(complete({"hexblocks", "convert", "--crc-"}, dir.path()), std::vector<std::string>{"--crc-endian"});
     EXPECT_EQ(complete({"hexblocks", "convert", "-O", ""}, dir.path()),
-              (std::vector<std::string>{"ihex", "srec", "bin"}));
+              (std::vector<std::string>{"ihex", "srec", "uf2", "ti-txt", "vmem", "mif", "coe", "c", "ihex16", "bin"}));
     EXPECT_EQ(complete({"hexblocks", "diff", "-I", "s"}, dir.path()), std::vector<std::string>{"srec"});
     EXPECT_EQ(complete({"hexblocks", "convert", "--overlap", "i"}, dir.path()), std::vector<std::string>{"identical"});
     EXPECT_EQ(complete({"hexblocks", "crc", "--algorithm", "crc32-"}, dir.path()),

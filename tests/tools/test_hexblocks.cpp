@@ -451,7 +451,7 @@ TEST_F(Hexblocks, AnInputThatCannotBeReadFailsWithOneLineInEveryCommand)
 TEST_F(Hexblocks, AnInputOfNoKnownFormatGivesOneLineInEveryCommand)
 {
     const std::string text = dir.write("notes.txt", "hello\n");
-    const std::string line = text + ": not Intel HEX, S-records or ELF (the format of binary input must be given)\n";
+    const std::string line = text + ": not Intel HEX, S-records, ELF, UF2, TI-TXT, Verilog memory file or Intel MIF (the format of binary input must be given)\n";
     for (const std::vector<std::string>& args :
          {std::vector<std::string>{"info", text}, {"map", text}, {"dump", text}, {"crc", text},
           {"convert", text, "-o", dir.file("out.hex")}, {"plan", text, "--sectors", "4x1K"}}) {

@@ -29,40 +29,10 @@
 
 namespace hexblocks {
 
-using detail::fullread_t;
 
 namespace {
 
 const uint64_t ADDRESS_SPACE = 0x100000000ull;
-
-// The status of what a text-format reader found.
-status_t statusOf(const fullread_t& read)
-{
-    switch (read.status) {
-    case fullread_t::status_t::OK:
-        return status_t::OK;
-    case fullread_t::status_t::BAD_LINE:
-        return read.badChecksum ? status_t::CHECKSUM : status_t::SYNTAX;
-    case fullread_t::status_t::UNSUPPORTED_TYPE:
-        return status_t::UNSUPPORTED;
-    case fullread_t::status_t::READ_ERROR:
-        break;
-    }
-    return status_t::CANNOT_READ;
-}
-
-read_result_t resultOf(const fullread_t& read)
-{
-    read_result_t result;
-    result.status = statusOf(read);
-    result.line = read.line;
-    result.reason = read.status == fullread_t::status_t::UNSUPPORTED_TYPE && read.reason.empty()
-                        ? "unsupported record type " + detail::hexByte(read.type)
-                        : read.reason;
-    result.warnings = detail::warningsOf(read);
-    return result;
-}
-
 
 // Why reading fd failed, from errno.
 read_result_t failedReading()
@@ -104,7 +74,34 @@ read_result_t readBinaryBytes(MemoryImage& image, std::vector<uint8_t>&& bytes, 
     return read_result_t();
 }
 
-const char UNKNOWN_FORMAT_REASON[] = "not Intel HEX, S-records or ELF (the format of binary input must be given)";
+// Why the format of an input's first bytes cannot be told, or none when it
+// can: the formats it could be, or that it is none of those that can be told.
+std::optional<std::string> whyNotDetected(const void* head, size_t size, bool wholeInput)
+{
+    if (size == 0)
+        return std::string(wholeInput ? "the input is empty" : "the file is empty");
+    const std::vector<file_format_t> found = recogniseFormats(head, size);
+    if (found.size() == 1)
+        return std::nullopt;
+    if (found.empty()) {
+        std::vector<std::string> known;
+        for (const format_info_t& f : formats())
+            if (f.recognise != nullptr)
+                known.push_back(f.title);
+        std::string list;
+        for (size_t i = 0; i < known.size(); ++i)
+            list += (i == 0 ? "" : i + 1 == known.size() ? " or " : ", ") + known[i];
+        return "not " + list + " (the format of binary input must be given)";
+    }
+    std::string titles, names;
+    for (size_t i = 0; i < found.size(); ++i) {
+        const char* joint = i == 0 ? "" : i + 1 == found.size() ? " or " : ", ";
+        titles += joint + std::string(formatInfo(found[i]).title);
+        names += joint + std::string(formatInfo(found[i]).name);
+    }
+    return "the content could be " + titles + ", which it cannot tell apart: the input format must be given (" +
+           names + ")";
+}
 
 // Asks for huge pages for a large buffer, where the system gives them: one
 // fault per 2 MiB rather than per 4 KiB page. (Asking for all the pages at
@@ -248,49 +245,83 @@ bool looksLikeSrecords(const void* head, size_t size)
     return i + 1 < size && bytes[i] == 'S' && bytes[i + 1] >= '0' && bytes[i + 1] <= '9';
 }
 
-read_result_t readIntelHexMemory(MemoryImage& image, const void* data, size_t size, uint32_t)
+read_result_t readIntelHexMemory(MemoryImage& image, const void* data, size_t size, const read_options_t&)
 {
     MemoryText text(data, size);
-    return resultOf(readFullFormat(text, image));
+    return detail::readResultOf(readFullFormat(text, image));
 }
 
-read_result_t readIntelHexFile(MemoryImage& image, int fd, uint64_t, uint32_t)
+read_result_t readIntelHexFile(MemoryImage& image, int fd, uint64_t, const read_options_t&)
 {
     DescriptorText text(fd);
-    return resultOf(readFullFormat(text, image));
+    return detail::readResultOf(readFullFormat(text, image));
 }
 
-read_result_t readSrecordMemory(MemoryImage& image, const void* data, size_t size, uint32_t)
+read_result_t readSrecordMemory(MemoryImage& image, const void* data, size_t size, const read_options_t&)
 {
     MemoryText text(data, size);
-    return resultOf(readSrecords(text, image));
+    return detail::readResultOf(readSrecords(text, image));
 }
 
-read_result_t readSrecordFile(MemoryImage& image, int fd, uint64_t, uint32_t)
+read_result_t readSrecordFile(MemoryImage& image, int fd, uint64_t, const read_options_t&)
 {
     DescriptorText text(fd);
-    return resultOf(readSrecords(text, image));
+    return detail::readResultOf(readSrecords(text, image));
 }
 
-read_result_t readElfMemory(MemoryImage& image, const void* data, size_t size, uint32_t)
+size_t locateIntelHex(TextSource& source, uint32_t address, const read_options_t&)
+{
+    return locateFullFormat(source, address);
+}
+
+size_t locateSrecords(TextSource& source, uint32_t address, const read_options_t&)
+{
+    return locateSrecord(source, address);
+}
+
+read_result_t readMapped(MemoryImage& image, int fd, uint64_t size, const read_options_t& options,
+                         read_result_t (*readMemory)(MemoryImage&, const void*, size_t, const read_options_t&))
+{
+    if (size > std::numeric_limits<size_t>::max() / 2)
+        return failure<read_result_t>(status_t::TOO_LARGE, "the file is too large: " + std::to_string(size) + " bytes");
+    if (size == 0)
+        return readMemory(image, "", 0, options);
+    void* mapped = ::mmap(nullptr, static_cast<size_t>(size), PROT_READ, MAP_PRIVATE, fd, 0);
+    if (mapped == MAP_FAILED) {
+        std::vector<uint8_t> bytes;
+        try {
+            if (!readDescriptor(fd, bytes, static_cast<size_t>(size)))
+                return failedReading();
+        } catch (const std::bad_alloc&) {
+            return failure<read_result_t>(status_t::OUT_OF_MEMORY, "out of memory for " + std::to_string(size) + " bytes");
+        }
+        return readMemory(image, bytes.data(), bytes.size(), options);
+    }
+    ::madvise(mapped, static_cast<size_t>(size), MADV_SEQUENTIAL);
+    read_result_t result = readMemory(image, mapped, static_cast<size_t>(size), options);
+    ::munmap(mapped, static_cast<size_t>(size));
+    return result;
+}
+
+read_result_t readElfMemory(MemoryImage& image, const void* data, size_t size, const read_options_t&)
 {
     MemoryBytes bytes(data, size);
     return readElf(bytes, image);
 }
 
-read_result_t readElfFile(MemoryImage& image, int fd, uint64_t size, uint32_t)
+read_result_t readElfFile(MemoryImage& image, int fd, uint64_t size, const read_options_t&)
 {
     DescriptorBytes bytes(fd, size);
     return readElf(bytes, image);
 }
 
-read_result_t readBinaryMemory(MemoryImage& image, const void* data, size_t size, uint32_t address)
+read_result_t readBinaryMemory(MemoryImage& image, const void* data, size_t size, const read_options_t& options)
 {
     const uint8_t* bytes = static_cast<const uint8_t*>(data);
-    return readBinaryBytes(image, std::vector<uint8_t>(bytes, bytes + size), address);
+    return readBinaryBytes(image, std::vector<uint8_t>(bytes, bytes + size), options.address);
 }
 
-read_result_t readBinaryFile(MemoryImage& image, int fd, uint64_t size, uint32_t address)
+read_result_t readBinaryFile(MemoryImage& image, int fd, uint64_t size, const read_options_t& options)
 {
     const read_result_t checked = checkBinarySize(size, 0);
     if (!checked)
@@ -300,7 +331,7 @@ read_result_t readBinaryFile(MemoryImage& image, int fd, uint64_t size, uint32_t
     try {
         if (!readDescriptor(fd, bytes, static_cast<size_t>(size)))
             return failedReading();
-        return readBinaryBytes(image, std::move(bytes), address);
+        return readBinaryBytes(image, std::move(bytes), options.address);
     } catch (const std::bad_alloc&) {
         return failure<read_result_t>(status_t::OUT_OF_MEMORY, "out of memory for " + std::to_string(size) + " bytes");
     }
@@ -308,24 +339,33 @@ read_result_t readBinaryFile(MemoryImage& image, int fd, uint64_t size, uint32_t
 
 } // namespace detail
 
-std::optional<file_format_t> detectFormat(const void* head, size_t size)
+std::vector<file_format_t> recogniseFormats(const void* head, size_t size)
 {
+    std::vector<file_format_t> found;
     for (const format_info_t& f : formats())
         if (f.recognise != nullptr && f.recognise(head, size))
-            return f.format;
-    return std::nullopt;
+            found.push_back(f.format);
+    return found;
+}
+
+std::optional<file_format_t> detectFormat(const void* head, size_t size)
+{
+    const std::vector<file_format_t> found = recogniseFormats(head, size);
+    return found.size() == 1 ? std::optional<file_format_t>(found[0]) : std::nullopt;
 }
 
 read_result_t readMemory(MemoryImage& image, const void* data, size_t size, const read_options_t& options)
 {
     file_format_t format = options.format;
     if (options.detect) {
-        const std::optional<file_format_t> detected = detectFormat(data, size);
-        if (!detected)
-            return failure<read_result_t>(status_t::UNKNOWN_FORMAT, size == 0 ? "the input is empty" : UNKNOWN_FORMAT_REASON);
-        format = *detected;
+        if (const std::optional<std::string> why = whyNotDetected(data, size, true))
+            return failure<read_result_t>(status_t::UNKNOWN_FORMAT, *why);
+        format = *detectFormat(data, size);
     }
-    return detail::formatRow(format).readMemory(image, data, size, options.address);
+    const detail::format_row_t& row = detail::formatRow(format);
+    if (row.readMemory == nullptr)
+        return failure<read_result_t>(status_t::UNSUPPORTED, std::string("images cannot be read from ") + row.info.title);
+    return row.readMemory(image, data, size, options);
 }
 
 read_result_t readFile(MemoryImage& image, const char* path, const read_options_t& options)
@@ -346,19 +386,21 @@ read_result_t readFile(MemoryImage& image, const char* path, const read_options_
     if (options.detect) {
         unsigned char head[4096];
         const ssize_t got = ::pread(fd, head, sizeof head, 0);
-        const std::optional<file_format_t> detected =
-            got < 0 ? std::nullopt : detectFormat(head, static_cast<size_t>(got));
-        if (!detected) {
+        const std::optional<std::string> why =
+            got < 0 ? std::nullopt : whyNotDetected(head, static_cast<size_t>(got), false);
+        if (got < 0 || why) {
             const read_result_t failed =
-                got < 0 ? failedReading()
-                        : failure<read_result_t>(status_t::UNKNOWN_FORMAT, got == 0 ? "the file is empty" : UNKNOWN_FORMAT_REASON);
+                got < 0 ? failedReading() : failure<read_result_t>(status_t::UNKNOWN_FORMAT, *why);
             ::close(fd);
             return failed;
         }
-        format = *detected;
+        format = *detectFormat(head, static_cast<size_t>(got));
     }
+    const detail::format_row_t& row = detail::formatRow(format);
     const read_result_t result =
-        detail::formatRow(format).readFile(image, fd, static_cast<uint64_t>(status.st_size), options.address);
+        row.readFile == nullptr
+            ? failure<read_result_t>(status_t::UNSUPPORTED, std::string("images cannot be read from ") + row.info.title)
+            : row.readFile(image, fd, static_cast<uint64_t>(status.st_size), options);
     ::close(fd);
     return result;
 }
@@ -376,11 +418,8 @@ std::optional<size_t> findLineInMemory(const void* data, size_t size, uint32_t a
         format = *detected;
     }
     detail::MemoryText text(data, size);
-    size_t line = 0;
-    if (format == file_format_t::INTEL_HEX)
-        line = detail::locateFullFormat(text, address);
-    else if (format == file_format_t::SRECORD)
-        line = detail::locateSrecord(text, address);
+    const detail::format_row_t& row = detail::formatRow(format);
+    const size_t line = row.locate != nullptr ? row.locate(text, address, options) : 0;
     return line > 0 ? std::optional<size_t>(line) : std::nullopt;
 }
 

@@ -1,6 +1,8 @@
 /// @file formats.h
 /// Reading images from files and memory, and writing them, in every format
-/// the library knows: Intel HEX, Motorola S-records, ELF and raw binary.
+/// the library knows: Intel HEX, Motorola S-records, ELF, raw binary, UF2,
+/// TI-TXT, Verilog memory files, Intel MIF, Xilinx COE, C arrays and Intel
+/// HEX addressed in 16-bit words.
 ///
 /// @code
 /// #include <hexblocks/formats.h>
@@ -39,7 +41,14 @@ enum class file_format_t {
     INTEL_HEX, ///< Intel HEX (read and written)
     SRECORD,   ///< Motorola S-records (read and written)
     BINARY,    ///< raw bytes (read at a given address; written from the lowest to the highest address)
-    ELF        ///< ELF, 32 or 64 bits, either byte order (read only)
+    ELF,       ///< ELF, 32 or 64 bits, either byte order (read only)
+    UF2,       ///< USB Flashing Format: 512-byte blocks (read and written)
+    TI_TXT,    ///< TI-TXT, taken by MSP430 programmers (read and written)
+    VERILOG,   ///< Verilog memory file for $readmemh (VMEM), in words (read and written)
+    MIF,       ///< Intel (Altera) Memory Initialization File, in words (read and written)
+    COE,       ///< Xilinx coefficient file, in words (written only)
+    C_ARRAY,   ///< a C header with an array of bytes for each segment (written only)
+    INTEL_HEX_16 ///< Intel HEX addressed in 16-bit words, INHX16 (read and written)
 };
 
 /// The write options that apply to a format, as bits of
@@ -49,7 +58,10 @@ enum write_option_bits_t : unsigned {
     WRITES_ADDRESSING = 1u << 1,   ///< write_options_t::addressing
     WRITES_ADDRESS_SIZE = 1u << 2, ///< write_options_t::addressSize
     WRITES_CRLF = 1u << 3,         ///< write_options_t::crlf
-    WRITES_FILL = 1u << 4          ///< write_options_t::fill
+    WRITES_FILL = 1u << 4,         ///< write_options_t::fill
+    WRITES_WORD_WIDTH = 1u << 5,   ///< write_options_t::wordWidth
+    WRITES_FAMILY = 1u << 6,       ///< write_options_t::family
+    WRITES_NAME = 1u << 7          ///< write_options_t::name
 };
 
 /// What the library knows of a format: one row of its format table, from
@@ -57,7 +69,7 @@ enum write_option_bits_t : unsigned {
 /// its help are all made.
 struct format_info_t {
     file_format_t format; ///< The format.
-    const char* name;     ///< The word that names it: "ihex", "srec", "elf", "bin".
+    const char* name;     ///< The word that names it: "ihex", "srec", "elf", "bin", "uf2", ...
     const char* title;    ///< How people call it: "Intel HEX".
     /// The file extensions that stand for it, lower case, separated by
     /// spaces, the usual one first; "" for none.
@@ -73,15 +85,15 @@ struct format_info_t {
     unsigned writeOptions; ///< The write options that apply, as write_option_bits_t.
 };
 
-/// @return every format the library knows: Intel HEX, S-records, ELF and
-/// binary.
+/// @return every format the library knows, in the order detection tries
+/// them.
 HEXBLOCKS_API const std::vector<format_info_t>& formats();
 
 /// @return the row of format.
 HEXBLOCKS_API const format_info_t& formatInfo(file_format_t format);
 
-/// @return the format a word names ("ihex", "srec", "elf", "bin"); none for
-/// another word.
+/// @return the format a word names (a format_info_t::name, such as "ihex"
+/// or "ti-txt"); none for another word.
 HEXBLOCKS_API std::optional<file_format_t> formatByName(const std::string& name);
 
 /// @return the format a file name's extension stands for, in any case; none
@@ -97,6 +109,13 @@ struct read_options_t {
     file_format_t format = file_format_t::INTEL_HEX;
     /// Where binary input is placed.
     uint32_t address = 0;
+    /// Verilog memory files: the width of a word in bits, 8, 16, 32 or 64
+    /// (the file does not say). A MIF file gives its own.
+    unsigned wordWidth = 8;
+    /// UF2: read only the blocks of this family (and those that name none);
+    /// none to read every block, which fails when blocks of different
+    /// families give the same addresses.
+    std::optional<uint32_t> family;
 };
 
 /// Options that read input as format, without telling it from the content;
@@ -121,6 +140,10 @@ struct warning_t {
 struct read_result_t : result_t {
     /// In the order they were found; those found before a failure are kept.
     std::vector<warning_t> warnings;
+    /// UF2: the blocks in the input, those skipped included.
+    uint64_t blocks = 0;
+    /// UF2: the family IDs its blocks name, ascending; empty when none does.
+    std::vector<uint32_t> families;
 };
 
 /// Intel HEX addressing: extended linear (type 04) or extended segment
@@ -142,9 +165,37 @@ struct write_options_t {
     unsigned addressSize = 0;
     /// End lines with CR LF instead of LF.
     bool crlf = false;
-    /// Binary output: the byte for addresses without data.
+    /// The byte for addresses without data: between segments in binary and
+    /// COE output, in the rest of a 256-byte UF2 page, and in the rest of a
+    /// word that data covers only in part (Verilog, MIF, COE, INHX16).
     uint8_t fill = 0xFF;
+    /// Verilog, MIF and COE: the width of a word in bits, 8, 16, 32 or 64.
+    /// A word's first byte (lowest address) is its most significant.
+    unsigned wordWidth = 8;
+    /// UF2: the family ID every block names (the family flag set); none for
+    /// blocks without one.
+    std::optional<uint32_t> family;
+    /// C arrays: the prefix of every name the header defines, a C identifier.
+    std::string name = "image";
 };
+
+/// A UF2 family: the ID that names a kind of device in UF2 blocks.
+struct uf2_family_t {
+    uint32_t id;             ///< 0xE48BFF56
+    const char* name;        ///< "rp2040": lower case, as options take it
+    const char* description; ///< "Raspberry Pi RP2040"
+};
+
+/// @return the families the UF2 format's family list names, by ID.
+HEXBLOCKS_API const std::vector<uf2_family_t>& uf2Families();
+
+/// @return the family a name gives, in any case ("rp2040", "RP2350_ARM_S"),
+/// or a number does ("0xE48BFF56"); none for anything else.
+HEXBLOCKS_API std::optional<uint32_t> uf2FamilyByName(const std::string& name);
+
+/// @return how a family is called: its name ("rp2040") where the family
+/// list has it, else its ID ("0x12345678").
+HEXBLOCKS_API std::string uf2FamilyName(uint32_t id);
 
 /// What convertBinaryFile() reports. Converts to true on success.
 struct convert_result_t : result_t {
@@ -187,9 +238,15 @@ HEXBLOCKS_API read_result_t readMemory(MemoryImage& image, const void* data, siz
 
 /// Tells the format from the first bytes of an input, with each format's
 /// recognise(): ':' (after any white space) is Intel HEX, 'S' and a digit
-/// S-records, the ELF magic bytes ELF.
-/// @return the format; none when the bytes are none of them.
+/// S-records, the ELF magic bytes ELF, and so on (format_info_t::recognisedBy).
+/// @return the format; none when the bytes are none of them, or when they
+/// could be more than one (see recogniseFormats()).
 HEXBLOCKS_API std::optional<file_format_t> detectFormat(const void* head, size_t size);
+
+/// @return every format whose recognise() takes the first bytes of an
+/// input, in table order: a TI-TXT file and a Verilog memory file that
+/// starts with an address, for instance, cannot be told apart.
+HEXBLOCKS_API std::vector<file_format_t> recogniseFormats(const void* head, size_t size);
 
 /// @}
 

@@ -71,6 +71,9 @@ bool writeIntelHexTo(WriterInput& input, const write_options_t& options, ByteSin
 bool writeSrecordsTo(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result);
 bool writeBinaryTo(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result);
 
+// At least the size of Intel HEX, S-record or binary output of input.
+uint64_t outputBound(const WriterInput& input, const write_options_t& options);
+
 } // namespace hexblocks::detail
 
 #endif // HEXBLOCKS_IMAGE_WRITER_H

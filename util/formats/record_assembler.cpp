@@ -1,5 +1,7 @@
 #include "record_assembler.h"
 
+#include "hex_format.h"
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -293,6 +295,40 @@ bool failRecord(fullread_t& read, const scannedrecord_t& record, const std::stri
     return false;
 }
 
+namespace {
+
+// The status of what a text-format reader found.
+status_t statusOf(const fullread_t& read)
+{
+    switch (read.status) {
+    case fullread_t::status_t::OK:
+        return status_t::OK;
+    case fullread_t::status_t::BAD_LINE:
+        return read.badChecksum ? status_t::CHECKSUM : status_t::SYNTAX;
+    case fullread_t::status_t::UNSUPPORTED_TYPE:
+        return status_t::UNSUPPORTED;
+    case fullread_t::status_t::READ_ERROR:
+        break;
+    }
+    return status_t::CANNOT_READ;
+}
+
+} // namespace
+
+read_result_t readResultOf(const fullread_t& read)
+{
+    read_result_t result;
+    result.status = statusOf(read);
+    result.line = read.line;
+    result.reason = read.status == fullread_t::status_t::UNSUPPORTED_TYPE && read.reason.empty()
+                        ? "unsupported record type " + hexByte(read.type)
+                        : read.reason;
+    result.warnings = warningsOf(read);
+    result.blocks = read.blocks;
+    result.families = read.families;
+    return result;
+}
+
 std::vector<warning_t> warningsOf(const fullread_t& read)
 {
     std::vector<warning_t> warnings;
@@ -301,9 +337,8 @@ std::vector<warning_t> warningsOf(const fullread_t& read)
     if (read.status == fullread_t::status_t::OK && !read.sawEndRecord)
         warnings.push_back({0, std::string("end of file reached without ") + read.endRecordName});
     if (read.repeatedBytes > 0)
-        warnings.push_back({read.firstRepeatLine, std::to_string(read.repeatedBytes) +
-                                                      " bytes given by more than one record; the first value of "
-                                                      "each is kept"});
+        warnings.push_back({read.firstRepeatLine, std::to_string(read.repeatedBytes) + " bytes given by more than one " +
+                                                      read.recordName + "; the first value of each is kept"});
     return warnings;
 }
 

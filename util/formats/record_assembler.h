@@ -51,6 +51,12 @@ struct fullread_t {
     size_t firstRepeatLine = 0; // the first line that gave one
 
     bool sorted = false; // the records were placed by sorting them
+
+    // Block formats (UF2): the blocks in the input, and the families named.
+    uint64_t blocks = 0;
+    std::vector<uint32_t> families;
+    // What a record is called in the warnings: "record", "block", "line".
+    const char* recordName = "record";
 };
 
 
@@ -284,10 +290,11 @@ enum class placement_t { ASCENDING, WINDOWS, SORTING };
 
 // Reads source with an assembler and a reader's Interpreter<Assembler>;
 // false when the assembler gave up.
-template <template <typename> class Interpreter, typename Assembler>
-bool readWith(TextSource& source, MemoryImage& image, fullread_t& read, Assembler& assembler)
+template <template <typename> class Interpreter, typename Assembler, typename... Settings>
+bool readWith(TextSource& source, MemoryImage& image, fullread_t& read, Assembler& assembler,
+              const Settings&... settings)
 {
-    Interpreter<Assembler> interpreter(assembler, read);
+    Interpreter<Assembler> interpreter(assembler, read, settings...);
     if (!interpreter.run(source))
         return false;
     if (read.status != fullread_t::status_t::OK)
@@ -319,8 +326,10 @@ inline bool startAgain(TextSource& source, fullread_t& read)
 // regions make it start again with the sorting assembler, which takes any
 // order; so a source that cannot be rewound (a pipe) is read into memory
 // first.
-template <template <typename> class Interpreter>
-fullread_t readRecords(TextSource& source, MemoryImage& image, placement_t placement)
+// Settings, if any, go to the interpreter's constructor after the assembler
+// and the read (a format's read options).
+template <template <typename> class Interpreter, typename... Settings>
+fullread_t readRecords(TextSource& source, MemoryImage& image, placement_t placement, const Settings&... settings)
 {
     fullread_t read;
     if (!source.canRewind()) {
@@ -331,21 +340,21 @@ fullread_t readRecords(TextSource& source, MemoryImage& image, placement_t place
             return read;
         }
         MemoryText memory(text.data(), text.size());
-        return readRecords<Interpreter>(memory, image, placement);
+        return readRecords<Interpreter>(memory, image, placement, settings...);
     }
     if (placement == placement_t::ASCENDING) {
         AscendingAssembler ascending(source.sizeLeft());
-        if (readWith<Interpreter>(source, image, read, ascending) || !startAgain(source, read))
+        if (readWith<Interpreter>(source, image, read, ascending, settings...) || !startAgain(source, read))
             return read;
     }
     if (placement != placement_t::SORTING) {
         WindowAssembler windows;
-        if (readWith<Interpreter>(source, image, read, windows) || !startAgain(source, read))
+        if (readWith<Interpreter>(source, image, read, windows, settings...) || !startAgain(source, read))
             return read;
     }
     read.sorted = true;
     SortingAssembler sorting;
-    readWith<Interpreter>(source, image, read, sorting);
+    readWith<Interpreter>(source, image, read, sorting, settings...);
     return read;
 }
 
@@ -405,21 +414,25 @@ private:
 
 // The line of the record that gives the byte at address as reading keeps
 // it; 0 when none does. Reads source twice: it must be able to rewind.
-template <template <typename> class Interpreter> size_t locateRecord(TextSource& source, uint32_t address)
+template <template <typename> class Interpreter, typename... Settings>
+size_t locateRecord(TextSource& source, uint32_t address, const Settings&... settings)
 {
     CandidateAssembler candidates(address);
     fullread_t read;
-    Interpreter<CandidateAssembler>(candidates, read).run(source);
+    Interpreter<CandidateAssembler>(candidates, read, settings...).run(source);
     if (candidates.candidates.empty() || !source.rewind())
         return 0;
     KeptCandidateAssembler kept(candidates.candidates);
     read = fullread_t();
-    Interpreter<KeptCandidateAssembler>(kept, read).run(source);
+    Interpreter<KeptCandidateAssembler>(kept, read, settings...).run(source);
     return kept.found;
 }
 
 // The warnings of a read, as MemoryImage reports them.
 std::vector<warning_t> warningsOf(const fullread_t& read);
+
+// What reading reports for what a text-format reader found.
+read_result_t readResultOf(const fullread_t& read);
 
 } // namespace hexblocks::detail
 

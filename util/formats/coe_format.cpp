@@ -1,0 +1,56 @@
+// Xilinx coefficient files (COE): the radix, then the memory's words from
+// its first, separated by commas and ended by a semicolon. A COE file has
+// no addresses: its first word is at address 0, and the words up to the
+// image's lowest address, and those in its gaps, are fill.
+#include "format_table.h"
+#include "output_buffer.h"
+
+#include <string>
+
+namespace hexblocks::detail {
+
+namespace {
+
+bool writeCoe(WriterInput& input, const write_options_t& options, OutputBuffer& out)
+{
+    const size_t wordBytes = options.wordWidth / 8;
+    const std::string nl = options.crlf ? "\r\n" : "\n";
+    const uint64_t words = isEmpty(input) ? 0 : highestOf(input) / wordBytes + 1;
+    const std::string header = "; written by hexblocks: " + std::to_string(words) + " words of " +
+                               std::to_string(options.wordWidth) + " bits from address 0" + nl +
+                               "memory_initialization_radix=16;" + nl + "memory_initialization_vector=" + nl;
+    out.put(header.data(), header.size());
+    uint64_t written = 0; // words written so far
+    const auto putWord = [&](const uint8_t* bytes) {
+        char* p = out.reserve(2 * wordBytes + 4);
+        for (size_t i = 0; i < wordBytes; ++i)
+            p = putByte(p, bytes[i]);
+        *p++ = ++written == words ? ';' : ',';
+        out.commit(putLineEnd(p, options.crlf));
+    };
+    const std::vector<uint8_t> fill(wordBytes, options.fill);
+    const bool whole = forEachUnitRun(input, wordBytes, options.fill,
+                                      [&](uint64_t address, const uint8_t* bytes, size_t size, bool) {
+                                          while (written < address / wordBytes)
+                                              putWord(fill.data());
+                                          for (size_t at = 0; at < size; at += wordBytes)
+                                              putWord(bytes + at);
+                                      });
+    if (words == 0) {
+        char* p = out.reserve(4);
+        *p++ = ';';
+        out.commit(putLineEnd(p, options.crlf));
+    }
+    return whole;
+}
+
+} // namespace
+
+bool writeCoeTo(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result)
+{
+    const uint64_t words = isEmpty(input) ? 0 : highestOf(input) / (options.wordWidth / 8) + 1;
+    result = writeThrough(writeCoe, input, options, sink, words * (options.wordWidth / 4 + 3) + 256);
+    return result.ok();
+}
+
+} // namespace hexblocks::detail

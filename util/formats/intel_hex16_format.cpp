@@ -1,0 +1,227 @@
+// Intel HEX addressed in 16-bit words (INHX16), as some Microchip and TI
+// tools write it: the records of Intel HEX, but a record's count is in
+// words, its address and the extended addresses are word addresses, and
+// each word is four hex digits, most significant first, whose low byte is
+// at the lower byte address (word W is bytes 2W and 2W+1).
+#include "format_table.h"
+#include "hex_format.h"
+#include "output_buffer.h"
+#include "record_assembler.h"
+#include "text_lines.h"
+
+#include <string>
+#include <vector>
+
+namespace hexblocks::detail {
+
+namespace {
+
+const uint64_t ADDRESS_SPACE = 0x100000000ull;
+
+// Reads INHX16 for an assembler: each data record is a record at twice its
+// word address.
+template <typename Assembler> class IntelHex16Interpreter {
+public:
+    IntelHex16Interpreter(Assembler& assembler, fullread_t& read) : assembler_(assembler), read_(read) {}
+
+    bool run(TextSource& source)
+    {
+        const char* text = nullptr;
+        size_t size = 0;
+        std::vector<char> storage;
+        if (!wholeTextOf(source, text, size, storage, read_))
+            return true;
+        forEachLine(text, size, [this](size_t line, const char* p, size_t length) { return takeLine(line, p, length); });
+        return !gaveUp_;
+    }
+
+    uint8_t startType() const { return startType_; }
+    uint32_t startValue() const { return startValue_; }
+    std::string header() const { return std::string(); }
+
+private:
+    bool fail(size_t line, const std::string& reason, const char* p, size_t length)
+    {
+        failRead(read_, fullread_t::status_t::BAD_LINE, line, reason, excerpt(p, length));
+        return false;
+    }
+
+    bool takeLine(size_t line, const char* p, size_t length)
+    {
+        const char* end = p + length;
+        while (p < end && isBlank(*p))
+            ++p;
+        if (p == end)
+            return true;
+        const size_t textLength = static_cast<size_t>(end - p);
+        if (*p != ':')
+            return fail(line, "a record starts with ':'", p, textLength);
+        const size_t digits = textLength - 1;
+        if (digits % 2 != 0 || digits < 10 || digits / 2 > sizeof record_)
+            return fail(line, "a record is ':' and pairs of hex digits: count, address, type, data, checksum", p,
+                        textLength);
+        unsigned sum = 0;
+        for (size_t i = 0; i < digits / 2; ++i) {
+            const unsigned high = HEX_DIGITS.value[static_cast<unsigned char>(p[1 + 2 * i])];
+            const unsigned low = HEX_DIGITS.value[static_cast<unsigned char>(p[2 + 2 * i])];
+            if ((high | low) >= 16)
+                return fail(line, "character that is not a hex digit", p, textLength);
+            record_[i] = static_cast<uint8_t>(high << 4 | low);
+            sum += record_[i];
+        }
+        const size_t words = record_[0];
+        if (digits / 2 != 5 + 2 * words)
+            return fail(line, "word count " + std::to_string(words) + " does not match the length of the line", p,
+                        textLength);
+        if ((sum & 0xFF) != 0) {
+            failRead(read_, fullread_t::status_t::BAD_LINE, line, "checksum error", excerpt(p, textLength));
+            read_.badChecksum = true;
+            return false;
+        }
+        return takeRecord(line, record_[3], static_cast<uint32_t>(record_[1] << 8 | record_[2]), record_ + 4, words,
+                          p, textLength);
+    }
+
+    bool takeRecord(size_t line, uint8_t type, uint32_t offset, const uint8_t* data, size_t words, const char* p,
+                    size_t textLength)
+    {
+        switch (type) {
+        case 0: {
+            if (words == 0)
+                return true;
+            const uint64_t address = 2 * (upper_ + offset);
+            if (address + 2 * words > ADDRESS_SPACE)
+                return fail(line, "the record's data runs past address 0xFFFFFFFF", p, textLength);
+            for (size_t i = 0; i < words; ++i) {
+                bytes_[2 * i] = data[2 * i + 1];
+                bytes_[2 * i + 1] = data[2 * i];
+            }
+            const piece_t piece{static_cast<uint32_t>(address), bytes_, static_cast<uint32_t>(2 * words)};
+            if (assembler_.addRecord(&piece, 1, line))
+                return true;
+            gaveUp_ = true;
+            return false;
+        }
+        case 1:
+            read_.sawEndRecord = true;
+            return false;
+        case 2:
+        case 4:
+            if (words != 1)
+                return fail(line, "an extended address record holds one word", p, textLength);
+            upper_ = type == 4 ? static_cast<uint64_t>(data[0] << 8 | data[1]) << 16
+                               : static_cast<uint64_t>(data[0] << 8 | data[1]) << 4;
+            return true;
+        case 3:
+        case 5:
+            if (words != 2)
+                return fail(line, "a start address record holds two words", p, textLength);
+            if (startType_ == 0) {
+                startType_ = type;
+                startValue_ = static_cast<uint32_t>(data[0]) << 24 | static_cast<uint32_t>(data[1]) << 16 |
+                              static_cast<uint32_t>(data[2]) << 8 | data[3];
+            }
+            return true;
+        default:
+            failRead(read_, fullread_t::status_t::UNSUPPORTED_TYPE, line, "", excerpt(p, textLength));
+            read_.type = type;
+            return false;
+        }
+    }
+
+    Assembler& assembler_;
+    fullread_t& read_;
+    uint8_t record_[5 + 2 * 255];
+    uint8_t bytes_[2 * 255];
+    uint64_t upper_ = 0; // the word address the last extended address record gave
+    uint8_t startType_ = 0;
+    uint32_t startValue_ = 0;
+    bool gaveUp_ = false;
+};
+
+char* putRecord(char* p, uint8_t type, uint16_t offset, const uint8_t* data, size_t length, bool crlf)
+{
+    unsigned sum = static_cast<unsigned>(length / 2) + (offset >> 8) + (offset & 0xFF) + type;
+    *p++ = ':';
+    p = putByte(p, static_cast<uint8_t>(length / 2));
+    p = putByte(p, static_cast<uint8_t>(offset >> 8));
+    p = putByte(p, static_cast<uint8_t>(offset));
+    p = putByte(p, type);
+    for (size_t i = 0; i < length; ++i) {
+        sum += data[i];
+        p = putByte(p, data[i]);
+    }
+    p = putByte(p, static_cast<uint8_t>(-sum));
+    return putLineEnd(p, crlf);
+}
+
+bool writeIntelHex16(WriterInput& input, const write_options_t& options, OutputBuffer& out)
+{
+    const size_t lineMax = 1 + 2 * (5 + 510) + 2;
+    uint64_t upper = 0;
+    uint8_t words[510];
+    const bool whole = forEachUnitRun(input, 2, options.fill, [&](uint64_t address, const uint8_t* bytes, size_t size, bool) {
+        for (size_t at = 0; at < size;) {
+            const uint64_t word = (address + at) / 2;
+            if (word >> 16 != upper) {
+                upper = word >> 16;
+                const uint8_t value[2] = {static_cast<uint8_t>(upper >> 8), static_cast<uint8_t>(upper)};
+                out.commit(putRecord(out.reserve(lineMax), 0x04, 0, value, 2, options.crlf));
+            }
+            // Up to the record size, and never across a 64 Ki-word boundary.
+            const uint64_t boundary = ((word | 0xFFFF) + 1) * 2;
+            const size_t length = static_cast<size_t>(
+                std::min<uint64_t>({options.recordSize, size - at, boundary - (address + at)}));
+            for (size_t i = 0; i < length; i += 2) {
+                words[i] = bytes[at + i + 1];
+                words[i + 1] = bytes[at + i];
+            }
+            out.commit(putRecord(out.reserve(lineMax), 0x00, static_cast<uint16_t>(word), words, length, options.crlf));
+            at += length;
+        }
+    });
+    if (!whole)
+        return false;
+    if (input.hasStartAddress()) {
+        const start_address_t start = input.startAddress();
+        const uint8_t value[4] = {static_cast<uint8_t>(start.value >> 24), static_cast<uint8_t>(start.value >> 16),
+                                  static_cast<uint8_t>(start.value >> 8), static_cast<uint8_t>(start.value)};
+        out.commit(putRecord(out.reserve(lineMax), start.type, 0, value, 4, options.crlf));
+    }
+    out.commit(putRecord(out.reserve(lineMax), 0x01, 0, nullptr, 0, options.crlf));
+    return true;
+}
+
+} // namespace
+
+read_result_t readIntelHex16Memory(MemoryImage& image, const void* data, size_t size, const read_options_t&)
+{
+    MemoryText text(data, size);
+    return readResultOf(readRecords<IntelHex16Interpreter>(text, image, placement_t::ASCENDING));
+}
+
+read_result_t readIntelHex16File(MemoryImage& image, int fd, uint64_t size, const read_options_t& options)
+{
+    return readMapped(image, fd, size, options, readIntelHex16Memory);
+}
+
+size_t locateIntelHex16(TextSource& source, uint32_t address, const read_options_t&)
+{
+    return locateRecord<IntelHex16Interpreter>(source, address);
+}
+
+result_t checkIntelHex16Options(const WriterInput&, const write_options_t& options)
+{
+    if (options.recordSize < 2 || options.recordSize > 254 || options.recordSize % 2 != 0)
+        return failure(status_t::BAD_ARGUMENT, "record size " + std::to_string(options.recordSize) +
+                                                   " does not fit INHX16: an even number of bytes, 2 to 254");
+    return result_t();
+}
+
+bool writeIntelHex16To(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result)
+{
+    result = writeThrough(writeIntelHex16, input, options, sink, outputBound(input, options) + dataSizeOf(input) / 4);
+    return result.ok();
+}
+
+} // namespace hexblocks::detail
