@@ -7,12 +7,13 @@ cd "$(dirname "$0")/.."
 
 [ $# -eq 0 ] && set -- ci
 
-packages="cmake make g++ libgtest-dev binutils srecord python3 python3-intelhex groff-base librsvg2-bin"
+packages="cmake make g++ libgtest-dev binutils srecord python3 python3-intelhex groff-base librsvg2-bin nodejs npm file"
 for preset in "$@"; do
     case $preset in clang*) packages="$packages clang" ;; esac
 done
 # shellcheck disable=SC2086
 scripts/deps.sh $packages
+scripts/oracles.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 for preset in "$@"; do

@@ -37,7 +37,13 @@ void printRead(const std::string& file, const read_result_t& read)
     std::cerr << file;
     if (read.line > 0)
         std::cerr << ":" << read.line;
-    std::cerr << ": " << read.reason << std::endl;
+    std::cerr << ": " << read.reason;
+    // What the command line can do about it.
+    if (read.status == status_t::UNKNOWN_FORMAT && read.candidates.size() > 1)
+        std::cerr << ": use --input-format";
+    if (read.status == status_t::OVERLAP && read.families.size() > 1)
+        std::cerr << ": use --family";
+    std::cerr << std::endl;
 }
 
 // The format of input for --strict: forced or named, else told from the

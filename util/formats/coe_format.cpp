@@ -1,7 +1,10 @@
 // Xilinx coefficient files (COE): the radix, then the memory's words from
 // its first, separated by commas and ended by a semicolon. A COE file has
-// no addresses: its first word is at address 0, and the words up to the
-// image's lowest address, and those in its gaps, are fill.
+// no addresses: its first word is the word that holds the image's lowest
+// address (a comment says which), and the words in its gaps are fill. An
+// image at 0 is what a block RAM holds; one elsewhere is moved there by the
+// tool that loads the file (or by --offset before writing it).
+#include "hex_format.h"
 #include "format_table.h"
 #include "output_buffer.h"
 
@@ -15,9 +18,11 @@ bool writeCoe(WriterInput& input, const write_options_t& options, OutputBuffer& 
 {
     const size_t wordBytes = options.wordWidth / 8;
     const std::string nl = options.crlf ? "\r\n" : "\n";
-    const uint64_t words = isEmpty(input) ? 0 : highestOf(input) / wordBytes + 1;
+    const uint64_t first = isEmpty(input) ? 0 : input.segmentAddress(0) / wordBytes;
+    const uint64_t words = isEmpty(input) ? 0 : highestOf(input) / wordBytes + 1 - first;
     const std::string header = "; written by hexblocks: " + std::to_string(words) + " words of " +
-                               std::to_string(options.wordWidth) + " bits from address 0" + nl +
+                               std::to_string(options.wordWidth) + " bits from address " +
+                               hexAddress(first * wordBytes) + nl +
                                "memory_initialization_radix=16;" + nl + "memory_initialization_vector=" + nl;
     out.put(header.data(), header.size());
     uint64_t written = 0; // words written so far
@@ -31,7 +36,7 @@ bool writeCoe(WriterInput& input, const write_options_t& options, OutputBuffer& 
     const std::vector<uint8_t> fill(wordBytes, options.fill);
     const bool whole = forEachUnitRun(input, wordBytes, options.fill,
                                       [&](uint64_t address, const uint8_t* bytes, size_t size, bool) {
-                                          while (written < address / wordBytes)
+                                          while (first + written < address / wordBytes)
                                               putWord(fill.data());
                                           for (size_t at = 0; at < size; at += wordBytes)
                                               putWord(bytes + at);
@@ -48,7 +53,7 @@ bool writeCoe(WriterInput& input, const write_options_t& options, OutputBuffer& 
 
 bool writeCoeTo(WriterInput& input, const write_options_t& options, ByteSink& sink, result_t& result)
 {
-    const uint64_t words = isEmpty(input) ? 0 : highestOf(input) / (options.wordWidth / 8) + 1;
+    const uint64_t words = isEmpty(input) ? 0 : (highestOf(input) - input.segmentAddress(0)) / (options.wordWidth / 8) + 2;
     result = writeThrough(writeCoe, input, options, sink, words * (options.wordWidth / 4 + 3) + 256);
     return result.ok();
 }

@@ -99,8 +99,7 @@ std::optional<std::string> whyNotDetected(const void* head, size_t size, bool wh
         titles += joint + std::string(formatInfo(found[i]).title);
         names += joint + std::string(formatInfo(found[i]).name);
     }
-    return "the content could be " + titles + ", which it cannot tell apart: the input format must be given (" +
-           names + ")";
+    return "the content could be " + titles + ": the format must be given (" + names + ")";
 }
 
 // Asks for huge pages for a large buffer, where the system gives them: one
@@ -358,8 +357,11 @@ read_result_t readMemory(MemoryImage& image, const void* data, size_t size, cons
 {
     file_format_t format = options.format;
     if (options.detect) {
-        if (const std::optional<std::string> why = whyNotDetected(data, size, true))
-            return failure<read_result_t>(status_t::UNKNOWN_FORMAT, *why);
+        if (const std::optional<std::string> why = whyNotDetected(data, size, true)) {
+            read_result_t failed = failure<read_result_t>(status_t::UNKNOWN_FORMAT, *why);
+            failed.candidates = recogniseFormats(data, size);
+            return failed;
+        }
         format = *detectFormat(data, size);
     }
     const detail::format_row_t& row = detail::formatRow(format);
@@ -386,15 +388,26 @@ read_result_t readFile(MemoryImage& image, const char* path, const read_options_
     if (options.detect) {
         unsigned char head[4096];
         const ssize_t got = ::pread(fd, head, sizeof head, 0);
-        const std::optional<std::string> why =
-            got < 0 ? std::nullopt : whyNotDetected(head, static_cast<size_t>(got), false);
-        if (got < 0 || why) {
-            const read_result_t failed =
-                got < 0 ? failedReading() : failure<read_result_t>(status_t::UNKNOWN_FORMAT, *why);
+        if (got < 0) {
+            ::close(fd);
+            return failedReading();
+        }
+        const size_t headSize = static_cast<size_t>(got);
+        const std::vector<file_format_t> candidates = recogniseFormats(head, headSize);
+        // Content that fits several formats is read as the one the file's
+        // extension names, when it names one of them.
+        const std::optional<file_format_t> named = formatByExtension(path);
+        if (candidates.size() == 1) {
+            format = candidates[0];
+        } else if (named && std::find(candidates.begin(), candidates.end(), *named) != candidates.end()) {
+            format = *named;
+        } else {
+            read_result_t failed =
+                failure<read_result_t>(status_t::UNKNOWN_FORMAT, whyNotDetected(head, headSize, false).value_or(""));
+            failed.candidates = candidates;
             ::close(fd);
             return failed;
         }
-        format = *detectFormat(head, static_cast<size_t>(got));
     }
     const detail::format_row_t& row = detail::formatRow(format);
     const read_result_t result =

@@ -143,7 +143,13 @@ struct read_result_t : result_t {
     /// UF2: the blocks in the input, those skipped included.
     uint64_t blocks = 0;
     /// UF2: the family IDs its blocks name, ascending; empty when none does.
+    /// Kept on failure: blocks of different families at the same addresses
+    /// fail with OVERLAP until read_options_t::family selects one.
     std::vector<uint32_t> families;
+    /// When the format could not be told because the content fits more
+    /// than one (UNKNOWN_FORMAT): those formats, which a reader must choose
+    /// from.
+    std::vector<file_format_t> candidates;
 };
 
 /// Intel HEX addressing: extended linear (type 04) or extended segment

@@ -1,8 +1,11 @@
 // Intel HEX addressed in 16-bit words (INHX16), as some Microchip and TI
-// tools write it: the records of Intel HEX, but a record's count is in
-// words, its address and the extended addresses are word addresses, and
-// each word is four hex digits, most significant first, whose low byte is
-// at the lower byte address (word W is bytes 2W and 2W+1).
+// tools (and srec_cat) write it: the records of Intel HEX, but a record's
+// count is in words, its address, the extended addresses and the start
+// address are word addresses, and each word of a record is four hex digits,
+// most significant first, of a word whose low byte is at the lower byte
+// address (word W is bytes 2W and 2W+1). So the text gives each pair of
+// bytes in the reverse of memory order, the values of address records
+// included (an extended address of 1 is "0100").
 #include "format_table.h"
 #include "hex_format.h"
 #include "output_buffer.h"
@@ -109,17 +112,20 @@ private:
         case 4:
             if (words != 1)
                 return fail(line, "an extended address record holds one word", p, textLength);
-            upper_ = type == 4 ? static_cast<uint64_t>(data[0] << 8 | data[1]) << 16
-                               : static_cast<uint64_t>(data[0] << 8 | data[1]) << 4;
+            upper_ = static_cast<uint64_t>(data[1] << 8 | data[0]) << (type == 4 ? 16 : 4);
             return true;
         case 3:
         case 5:
             if (words != 2)
                 return fail(line, "a start address record holds two words", p, textLength);
             if (startType_ == 0) {
+                // A linear start address is a word address; CS:IP is kept as it is.
+                const uint32_t value = static_cast<uint32_t>(data[1]) << 24 | static_cast<uint32_t>(data[0]) << 16 |
+                                       static_cast<uint32_t>(data[3]) << 8 | data[2];
+                if (type == 5 && value > 0x7FFFFFFF)
+                    return fail(line, "the start address lies outside the 32-bit address space", p, textLength);
                 startType_ = type;
-                startValue_ = static_cast<uint32_t>(data[0]) << 24 | static_cast<uint32_t>(data[1]) << 16 |
-                              static_cast<uint32_t>(data[2]) << 8 | data[3];
+                startValue_ = type == 5 ? value * 2 : value;
             }
             return true;
         default:
@@ -165,7 +171,7 @@ bool writeIntelHex16(WriterInput& input, const write_options_t& options, OutputB
             const uint64_t word = (address + at) / 2;
             if (word >> 16 != upper) {
                 upper = word >> 16;
-                const uint8_t value[2] = {static_cast<uint8_t>(upper >> 8), static_cast<uint8_t>(upper)};
+                const uint8_t value[2] = {static_cast<uint8_t>(upper), static_cast<uint8_t>(upper >> 8)};
                 out.commit(putRecord(out.reserve(lineMax), 0x04, 0, value, 2, options.crlf));
             }
             // Up to the record size, and never across a 64 Ki-word boundary.
@@ -184,8 +190,9 @@ bool writeIntelHex16(WriterInput& input, const write_options_t& options, OutputB
         return false;
     if (input.hasStartAddress()) {
         const start_address_t start = input.startAddress();
-        const uint8_t value[4] = {static_cast<uint8_t>(start.value >> 24), static_cast<uint8_t>(start.value >> 16),
-                                  static_cast<uint8_t>(start.value >> 8), static_cast<uint8_t>(start.value)};
+        const uint32_t v = start.type == 5 ? start.value / 2 : start.value;
+        const uint8_t value[4] = {static_cast<uint8_t>(v >> 16), static_cast<uint8_t>(v >> 24), static_cast<uint8_t>(v),
+                                  static_cast<uint8_t>(v >> 8)};
         out.commit(putRecord(out.reserve(lineMax), start.type, 0, value, 4, options.crlf));
     }
     out.commit(putRecord(out.reserve(lineMax), 0x01, 0, nullptr, 0, options.crlf));
@@ -210,8 +217,11 @@ size_t locateIntelHex16(TextSource& source, uint32_t address, const read_options
     return locateRecord<IntelHex16Interpreter>(source, address);
 }
 
-result_t checkIntelHex16Options(const WriterInput&, const write_options_t& options)
+result_t checkIntelHex16Options(const WriterInput& input, const write_options_t& options)
 {
+    if (input.hasStartAddress() && input.startAddress().type == 5 && input.startAddress().value % 2 != 0)
+        return failure(status_t::BAD_ARGUMENT, "INHX16 holds the start address in words, and " +
+                                                   hexAddress(input.startAddress().value) + " is odd");
     if (options.recordSize < 2 || options.recordSize > 254 || options.recordSize % 2 != 0)
         return failure(status_t::BAD_ARGUMENT, "record size " + std::to_string(options.recordSize) +
                                                    " does not fit INHX16: an even number of bytes, 2 to 254");

@@ -65,7 +65,9 @@ public:
                     if (*p_ == '\n')
                         ++line_;
                 if (p_ == end_) {
-                    why = "a % comment opened on line " + std::to_string(opened) + " is never closed";
+                    why = "a % comment that is never closed";
+                    line_ = opened;
+                    token = token_t{token_t::kind_t::END, p_, 0, line_};
                     return false;
                 }
                 ++p_;

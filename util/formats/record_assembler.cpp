@@ -318,7 +318,9 @@ status_t statusOf(const fullread_t& read)
 read_result_t readResultOf(const fullread_t& read)
 {
     read_result_t result;
-    result.status = statusOf(read);
+    result.status = read.status != fullread_t::status_t::OK && read.failureStatus != status_t::OK
+                        ? read.failureStatus
+                        : statusOf(read);
     result.line = read.line;
     result.reason = read.status == fullread_t::status_t::UNSUPPORTED_TYPE && read.reason.empty()
                         ? "unsupported record type " + hexByte(read.type)

@@ -57,6 +57,9 @@ struct fullread_t {
     std::vector<uint32_t> families;
     // What a record is called in the warnings: "record", "block", "line".
     const char* recordName = "record";
+    // The status of a failure when the record's shape is not what is wrong
+    // (OK: the status follows from status above).
+    hexblocks::status_t failureStatus = hexblocks::status_t::OK;
 };
 
 

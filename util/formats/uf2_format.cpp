@@ -167,6 +167,7 @@ private:
                              "no block of family " + familyList({*options_.family}) + ": the file holds " +
                                  familyList(read_.families),
                              "");
+            read_.failureStatus = status_t::MISMATCH;
             return false;
         }
         if (read_.families.size() < 2)
@@ -181,6 +182,7 @@ private:
                                  "blocks of families " + familyList(read_.families) +
                                      " give the same addresses: a family must be selected",
                                  "");
+                read_.failureStatus = status_t::OVERLAP;
                 return false;
             }
             if (p.end > reach) {

@@ -24,16 +24,16 @@ const uint64_t ADDRESS_SPACE = 0x100000000ull;
 template <typename Assembler> class VerilogInterpreter {
 public:
     VerilogInterpreter(Assembler& assembler, fullread_t& read, const read_options_t& options)
-        : assembler_(assembler), read_(read), wordBytes_(options.wordWidth / 8)
+        : assembler_(assembler), read_(read), wordWidth_(options.wordWidth), wordBytes_(options.wordWidth / 8)
     {
     }
 
     bool run(TextSource& source)
     {
         read_.sawEndRecord = true;
-        if (wordBytes_ != 1 && wordBytes_ != 2 && wordBytes_ != 4 && wordBytes_ != 8) {
+        if (wordWidth_ != 8 && wordWidth_ != 16 && wordWidth_ != 32 && wordWidth_ != 64) {
             failRead(read_, fullread_t::status_t::BAD_LINE, 0,
-                     "word width " + std::to_string(wordBytes_ * 8) + " is not 8, 16, 32 or 64 bits", "");
+                     "word width " + std::to_string(wordWidth_) + " is not 8, 16, 32 or 64 bits", "");
             return true;
         }
         const char* text = nullptr;
@@ -155,6 +155,7 @@ private:
 
     Assembler& assembler_;
     fullread_t& read_;
+    const unsigned wordWidth_;
     const size_t wordBytes_;
     uint8_t bytes_[4096];
     size_t count_ = 0;
