@@ -54,7 +54,7 @@ int checkConvertLine(const command_entry_t& command, const std::vector<std::stri
     for (const std::string& operand : operands) {
         input_spec_t input;
         std::string error;
-        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, options.save, input, error))
+        if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, options.reading, input, error))
             return usageError(error, command.usage);
     }
     if (!options.hasOutputFormat) {
@@ -268,6 +268,7 @@ int applyOption(option_t option, const char* value, const command_entry_t& comma
         if (!parseNumber(text, 8, 64, number) || (number != 8 && number != 16 && number != 32 && number != 64))
             return usageError("invalid word width '" + text + "' (8, 16, 32 or 64)", command.usage);
         options.save.wordWidth = static_cast<unsigned>(number);
+        options.reading.wordWidth = options.save.wordWidth;
         break;
     case option_t::FAMILY: {
         const std::optional<uint32_t> family = uf2FamilyByName(text);
@@ -275,6 +276,7 @@ int applyOption(option_t option, const char* value, const command_entry_t& comma
             return usageError("invalid UF2 family '" + text + "' (a name such as rp2040, or a number such as 0xE48BFF56)",
                               command.usage);
         options.save.family = *family;
+        options.reading.family = *family;
         break;
     }
     case option_t::ARRAY_NAME:
@@ -306,6 +308,7 @@ int applyOption(option_t option, const char* value, const command_entry_t& comma
                                 {"identical", policy_t::IDENTICAL}},
                          options.merge.overlap))
             return usageError("invalid overlap policy '" + text + "' (error, first, last or identical)", command.usage);
+        options.reading.overlap = options.merge.overlap;
         break;
     }
     case option_t::START_ADDRESS: {

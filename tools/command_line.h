@@ -49,6 +49,7 @@ struct options_t {
     bool hasInputFormat = false;
     file_format_t inputFormat = file_format_t::INTEL_HEX;
     write_options_t save; // its fill is also --fill for the edits and crc
+    read_settings_t reading; // --word-width, --family and --overlap for every input
     merge_options_t merge;
     std::vector<edit_t> edits;
     Checksum::algorithm_t algorithm; // crc, and convert's --insert-crc: crc32 unless set

@@ -109,8 +109,9 @@ const std::vector<option_entry_t> OPTIONS = {
     {option_t::CRLF, "crlf", 0, nullptr, "end lines with CR LF instead of LF"},
     {option_t::FILL, "fill", 0, "BYTE", "the byte for addresses without data (default 0xFF)"},
     {option_t::OVERLAP, "overlap", 0, "error|first|last|identical",
-     "data that two inputs give at the same address: an\nerror naming both inputs and lines (default), the\n"
-     "earlier or the later input wins, or only equal bytes"},
+     "data given twice, by two inputs or by two records of\none input: an error naming both inputs or lines,\n"
+     "the earlier or the later value wins (last: as\nobjcopy), or only equal bytes; default: between\n"
+     "inputs an error, within one the earlier value with\na warning"},
     {option_t::START_ADDRESS, "start-address", 0, "error|first|last|drop",
      "different start addresses: an error (default), the\nearlier input's, the later input's, or none at all"},
     {option_t::OFFSET, "offset", 0, "N", "move the image by N, which may be negative"},

@@ -82,13 +82,12 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
     return true;
 }
 
-bool parseInput(const std::string& operand, const file_format_t* forced, const write_options_t& settings,
+bool parseInput(const std::string& operand, const file_format_t* forced, const read_settings_t& settings,
                 input_spec_t& input, std::string& error)
 {
     input = input_spec_t();
     input.path = operand;
-    input.wordWidth = settings.wordWidth;
-    input.family = settings.family;
+    input.settings = settings;
     const std::string::size_type at = operand.find_last_of('@');
     if (at != std::string::npos && at > 0 && !exists(operand)) {
         uint64_t address = 0;
@@ -180,8 +179,9 @@ read_options_t readOptionsOf(const input_spec_t& input)
     options.detect = input.detect;
     options.format = input.format;
     options.address = input.address;
-    options.wordWidth = input.wordWidth;
-    options.family = input.family;
+    options.wordWidth = input.settings.wordWidth;
+    options.family = input.settings.family;
+    options.overlap = input.settings.overlap;
     return options;
 }
 

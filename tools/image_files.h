@@ -16,13 +16,19 @@
 namespace hexblocks::cli {
 
 // An input as named on the command line.
+// How inputs are read, whatever their format: the options that say so.
+struct read_settings_t {
+    unsigned wordWidth = 8;                  // Verilog memory files: bits a word
+    std::optional<uint32_t> family;          // UF2: the family to read
+    std::optional<overlap_policy_t> overlap; // records that give a byte again
+};
+
 struct input_spec_t {
     std::string path;    // "-" for standard input
     bool detect = true;  // tell the format from the content
     file_format_t format = file_format_t::INTEL_HEX;
     uint32_t address = 0; // where binary input goes
-    unsigned wordWidth = 8; // Verilog memory files: bits a word
-    std::optional<uint32_t> family; // UF2: the family to read
+    read_settings_t settings;
 };
 
 // How the library is to read input.
@@ -47,10 +53,9 @@ bool parseNumber(const std::string& text, uint64_t low, uint64_t high, uint64_t&
 // The input an operand names: FILE@ADDRESS is binary input at ADDRESS
 // (unless a file with the whole name exists), FILE.bin binary input at 0
 // (an extension of a format that cannot be told from its content),
-// and forced, when it is not null, the format for every input; the word
-// width and the UF2 family are those of settings. False with error set when
-// ADDRESS is not an address.
-bool parseInput(const std::string& operand, const file_format_t* forced, const write_options_t& settings,
+// and forced, when it is not null, the format for every input; it is read
+// with settings. False with error set when ADDRESS is not an address.
+bool parseInput(const std::string& operand, const file_format_t* forced, const read_settings_t& settings,
                 input_spec_t& input, std::string& error);
 
 // A path that reads what came on standard input: the first call copies

@@ -141,7 +141,7 @@ bool loadImage(const options_t& options, inputs_t& inputs)
     IntelHexFile& image = inputs.blocks;
     input_spec_t input;
     std::string error;
-    if (!parseInput(options.file, options.hasInputFormat ? &options.inputFormat : nullptr, options.save, input, error)) {
+    if (!parseInput(options.file, options.hasInputFormat ? &options.inputFormat : nullptr, options.reading, input, error)) {
         std::cerr << PROGRAM << ": " << error << std::endl;
         return false;
     }
@@ -231,7 +231,7 @@ void printClash(const std::vector<merged_input_t>& earlier, const merged_input_t
 bool readOperand(const options_t& options, const std::string& operand, input_spec_t& source, MemoryImage& image)
 {
     std::string error;
-    if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, options.save, source, error)) {
+    if (!parseInput(operand, options.hasInputFormat ? &options.inputFormat : nullptr, options.reading, source, error)) {
         std::cerr << PROGRAM << ": " << error << std::endl;
         return false;
     }
@@ -249,7 +249,7 @@ bool streamsBinaryInput(const options_t& options, input_spec_t& source)
     std::string error;
     input_spec_t input;
     struct stat status;
-    if (!parseInput(options.inputs[0], options.hasInputFormat ? &options.inputFormat : nullptr, options.save, input, error) ||
+    if (!parseInput(options.inputs[0], options.hasInputFormat ? &options.inputFormat : nullptr, options.reading, input, error) ||
         input.detect || input.format != file_format_t::BINARY || input.path == "-" ||
         ::stat(input.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
         return false;

@@ -347,3 +347,32 @@ TEST_F(MergeAndEdit, ReadmeRecipeMatchesSrecCat)
     std::snprintf(value, sizeof value, "0x%02X%02X%02X%02X", stored[3], stored[2], stored[1], stored[0]);
     EXPECT_EQ(r.out, "stm32: " + std::string(value) + " over 0x08004000:0x0803F7FC, 243708 bytes\n");
 }
+
+// The overlap policy applies to the records of one input too: without
+// --overlap the first value is kept with a warning; with it, the policy
+// decides within each input and between the inputs alike.
+TEST(OverlapWithinAnInput, ThePolicyDecidesAsBetweenInputs)
+{
+    TempDir dir;
+    const std::string hex = dir.write("twice.hex", joinLines({dataRecord(0x100, {1, 2, 3, 4}), dataRecord(0x102, {3, 7}),
+                                                              EOF_RECORD}));
+    const ProcessResult byDefault = runTool({"convert", hex, "-o", "-", "-O", "ti-txt"});
+    EXPECT_EQ(byDefault.exitCode, 0);
+    EXPECT_EQ(byDefault.out, "@0100\n01 02 03 04\nq\n");
+    EXPECT_EQ(byDefault.err, hex + ":2: warning: 2 bytes given by more than one record; the first value of each is kept\n");
+    const ProcessResult last = runTool({"convert", hex, "-o", "-", "-O", "ti-txt", "--overlap", "last"});
+    EXPECT_EQ(last.exitCode, 0);
+    EXPECT_EQ(last.out, "@0100\n01 02 03 07\nq\n");
+    EXPECT_EQ(last.err, "");
+    const ProcessResult first = runTool({"convert", hex, "-o", "-", "-O", "ti-txt", "--overlap", "first"});
+    EXPECT_EQ(first.out, "@0100\n01 02 03 04\nq\n");
+    EXPECT_EQ(first.err, "");
+    const ProcessResult identical = runTool({"convert", hex, "-o", dir.file("x.hex"), "--overlap", "identical"});
+    EXPECT_EQ(identical.exitCode, 1);
+    EXPECT_EQ(identical.out, "");
+    EXPECT_EQ(identical.err, hex + ":2: this record gives 0x07 at 0x00000103, where line 1 gave 0x04\n");
+    const ProcessResult error = runTool({"convert", hex, "-o", dir.file("x.hex"), "--overlap", "error"});
+    EXPECT_EQ(error.exitCode, 1);
+    EXPECT_EQ(error.err, hex + ":2: this record gives 0x00000102, which line 1 gave\n");
+    EXPECT_FALSE(fileExists(dir.file("x.hex")));
+}

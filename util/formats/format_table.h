@@ -10,6 +10,7 @@
 
 #include "formats.h"
 #include "image_writer.h"
+#include "record_assembler.h"
 #include "record_scanner.h"
 #include "memory_image.h"
 #include "result.h"
@@ -46,6 +47,13 @@ const format_row_t& formatRow(file_format_t format);
 // bytes, which are mapped into memory (or read, where they cannot be).
 read_result_t readMapped(MemoryImage& image, int fd, uint64_t size, const read_options_t& options,
                          read_result_t (*readMemory)(MemoryImage&, const void*, size_t, const read_options_t&));
+
+// How the record formats place records for options.
+assembly_t assemblyOf(const read_options_t& options);
+
+// What reading reports for what a record format's reader found, as options
+// asked: bytes given again are a warning only when no policy was chosen.
+read_result_t recordsResult(fullread_t read, const read_options_t& options);
 
 // The readers of each format (formats.cpp and a file for each newer format).
 read_result_t readIntelHexMemory(MemoryImage& image, const void* data, size_t size, const read_options_t& options);

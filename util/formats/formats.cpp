@@ -244,28 +244,40 @@ bool looksLikeSrecords(const void* head, size_t size)
     return i + 1 < size && bytes[i] == 'S' && bytes[i + 1] >= '0' && bytes[i + 1] <= '9';
 }
 
-read_result_t readIntelHexMemory(MemoryImage& image, const void* data, size_t size, const read_options_t&)
+assembly_t assemblyOf(const read_options_t& options)
+{
+    return assembly_t(placement_t::ASCENDING, options.overlap.value_or(overlap_policy_t::FIRST));
+}
+
+read_result_t recordsResult(fullread_t read, const read_options_t& options)
+{
+    if (options.overlap)
+        read.repeatedBytes = 0;
+    return readResultOf(read);
+}
+
+read_result_t readIntelHexMemory(MemoryImage& image, const void* data, size_t size, const read_options_t& options)
 {
     MemoryText text(data, size);
-    return detail::readResultOf(readFullFormat(text, image));
+    return recordsResult(readFullFormat(text, image, assemblyOf(options)), options);
 }
 
-read_result_t readIntelHexFile(MemoryImage& image, int fd, uint64_t, const read_options_t&)
+read_result_t readIntelHexFile(MemoryImage& image, int fd, uint64_t, const read_options_t& options)
 {
     DescriptorText text(fd);
-    return detail::readResultOf(readFullFormat(text, image));
+    return recordsResult(readFullFormat(text, image, assemblyOf(options)), options);
 }
 
-read_result_t readSrecordMemory(MemoryImage& image, const void* data, size_t size, const read_options_t&)
+read_result_t readSrecordMemory(MemoryImage& image, const void* data, size_t size, const read_options_t& options)
 {
     MemoryText text(data, size);
-    return detail::readResultOf(readSrecords(text, image));
+    return recordsResult(readSrecords(text, image, assemblyOf(options)), options);
 }
 
-read_result_t readSrecordFile(MemoryImage& image, int fd, uint64_t, const read_options_t&)
+read_result_t readSrecordFile(MemoryImage& image, int fd, uint64_t, const read_options_t& options)
 {
     DescriptorText text(fd);
-    return detail::readResultOf(readSrecords(text, image));
+    return recordsResult(readSrecords(text, image, assemblyOf(options)), options);
 }
 
 size_t locateIntelHex(TextSource& source, uint32_t address, const read_options_t&)

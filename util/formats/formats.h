@@ -112,6 +112,15 @@ struct read_options_t {
     /// Verilog memory files: the width of a word in bits, 8, 16, 32 or 64
     /// (the file does not say). A MIF file gives its own.
     unsigned wordWidth = 8;
+    /// Records of the input that give the same byte (Intel HEX, S-records,
+    /// UF2 blocks, and the records of the other text formats): none for the
+    /// default, the first value with a warning (and a record that starts
+    /// where an earlier one started dropped whole); FIRST the first value
+    /// without a warning; LAST the last value, as objcopy takes it;
+    /// IDENTICAL equal values only; ERROR none. A refused record fails the
+    /// read with OVERLAP, its line (UF2: its block in the reason), the
+    /// address, and the line that gave the byte first.
+    std::optional<overlap_policy_t> overlap;
     /// UF2: read only the blocks of this family (and those that name none);
     /// none to read every block, which fails when blocks of different
     /// families give the same addresses.

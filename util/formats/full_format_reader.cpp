@@ -129,9 +129,9 @@ private:
 
 } // namespace
 
-fullread_t readFullFormat(TextSource& source, MemoryImage& image, placement_t placement)
+fullread_t readFullFormat(TextSource& source, MemoryImage& image, const assembly_t& assembly)
 {
-    return readRecords<RecordInterpreter>(source, image, placement);
+    return readRecords<RecordInterpreter>(source, image, assembly);
 }
 
 size_t locateFullFormat(TextSource& source, uint32_t address)

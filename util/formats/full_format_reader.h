@@ -24,7 +24,7 @@ namespace hexblocks::detail {
 // regions make the reader start again with a slower method that takes any
 // order, so a source that cannot be rewound (a pipe) is read into memory
 // first.
-fullread_t readFullFormat(TextSource& source, MemoryImage& image, placement_t placement = placement_t::ASCENDING);
+fullread_t readFullFormat(TextSource& source, MemoryImage& image, const assembly_t& assembly = assembly_t());
 
 // The line of the record that gives the byte at address, as reading keeps
 // it; 0 when none does. source must be able to rewind.

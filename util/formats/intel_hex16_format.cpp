@@ -201,10 +201,10 @@ bool writeIntelHex16(WriterInput& input, const write_options_t& options, OutputB
 
 } // namespace
 
-read_result_t readIntelHex16Memory(MemoryImage& image, const void* data, size_t size, const read_options_t&)
+read_result_t readIntelHex16Memory(MemoryImage& image, const void* data, size_t size, const read_options_t& options)
 {
     MemoryText text(data, size);
-    return readResultOf(readRecords<IntelHex16Interpreter>(text, image, placement_t::ASCENDING));
+    return recordsResult(readRecords<IntelHex16Interpreter>(text, image, assemblyOf(options)), options);
 }
 
 read_result_t readIntelHex16File(MemoryImage& image, int fd, uint64_t size, const read_options_t& options)

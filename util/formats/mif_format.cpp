@@ -418,10 +418,10 @@ bool looksLikeMif(const void* head, size_t size)
     return (word == "DEPTH" || word == "WIDTH" || word == "ADDRESS_RADIX" || word == "DATA_RADIX") && p < end && *p == '=';
 }
 
-read_result_t readMifMemory(MemoryImage& image, const void* data, size_t size, const read_options_t&)
+read_result_t readMifMemory(MemoryImage& image, const void* data, size_t size, const read_options_t& options)
 {
     MemoryText text(data, size);
-    return readResultOf(readRecords<MifInterpreter>(text, image, placement_t::ASCENDING));
+    return recordsResult(readRecords<MifInterpreter>(text, image, assemblyOf(options)), options);
 }
 
 read_result_t readMifFile(MemoryImage& image, int fd, uint64_t size, const read_options_t& options)

@@ -177,6 +177,40 @@ std::vector<segment_t> WindowAssembler::finish()
     return segments;
 }
 
+bool WindowAssembler::overlapping(size_t position, const piece_t& piece, size_t repeated, size_t line)
+{
+    RegionWindow& window = regions_.window();
+    switch (overlap_) {
+    case overlap_policy_t::FIRST:
+        if (repeated != RegionWindow::REPEATED_START)
+            countRepeated(repeated, line);
+        return true;
+    case overlap_policy_t::LAST:
+        window.overwrite(position, piece.data, piece.length);
+        return true;
+    case overlap_policy_t::IDENTICAL:
+        if (repeated == RegionWindow::REPEATED_START)
+            window.placeNew(position, piece.data, piece.length);
+        if (!window.differs(position, piece.data, piece.length))
+            return true;
+        break;
+    case overlap_policy_t::ERROR:
+        break;
+    }
+    conflictLine = line;
+    return false;
+}
+
+bool WindowAssembler::placePart(size_t position, const uint8_t* data, size_t length, size_t line)
+{
+    RegionWindow& window = regions_.window();
+    const size_t repeated = window.placeNew(position, data, length);
+    if (repeated == 0)
+        return true;
+    const piece_t part{0, data, static_cast<uint32_t>(length)};
+    return overlapping(position, part, repeated, line);
+}
+
 bool WindowAssembler::addPieces(const piece_t* pieces, size_t count, size_t line)
 {
     dataBytes_ += pieces[0].length + (count > 1 ? pieces[1].length : 0);
@@ -184,8 +218,14 @@ bool WindowAssembler::addPieces(const piece_t* pieces, size_t count, size_t line
         return false;
     RegionWindow& window = regions_.window();
     const size_t start = pieces[0].address & 0xFFFF;
-    if (window.isStart(start))
-        return true; // repeats an earlier record's address: dropped whole
+    if (window.isStart(start)) {
+        if (overlap_ == overlap_policy_t::FIRST)
+            return true; // repeats an earlier record's address: dropped whole
+        if (overlap_ == overlap_policy_t::ERROR) {
+            conflictLine = line;
+            return false;
+        }
+    }
     window.markStart(start);
     for (size_t i = 0; i < count; ++i) {
         uint32_t address = pieces[i].address;
@@ -195,9 +235,8 @@ bool WindowAssembler::addPieces(const piece_t* pieces, size_t count, size_t line
             const uint32_t take = std::min<uint32_t>(left, static_cast<uint32_t>(REGION_SIZE - position));
             if (!regions_.open(address >> 16, dataBytes_))
                 return false;
-            const size_t repeated = regions_.window().placeNew(position, data, take);
-            if (repeated > 0)
-                countRepeated(repeated, line);
+            if (!placePart(position, data, take, line))
+                return false;
             address += take;
             data += take;
             left -= take;
@@ -208,7 +247,11 @@ bool WindowAssembler::addPieces(const piece_t* pieces, size_t count, size_t line
 
 std::vector<segment_t> SortingAssembler::finish()
 {
-    dropRepeatedRecords();
+    if (overlap_ == overlap_policy_t::FIRST)
+        dropRepeatedRecords();
+    else
+        std::stable_sort(pieces_.begin(), pieces_.end(),
+                         [](const stored_t& a, const stored_t& b) { return a.address < b.address; });
     // Maximal runs of contiguous data; pieces are now in address order.
     std::vector<segment_t> segments;
     std::vector<uint64_t> ends;
@@ -245,7 +288,15 @@ std::vector<segment_t> SortingAssembler::finish()
         }
         for (size_t i = 0; i < p.length; ++i) {
             if (written[s][at + i]) {
-                if (repeatedBytes++ == 0)
+                const bool refused = overlap_ == overlap_policy_t::ERROR ||
+                                     (overlap_ == overlap_policy_t::IDENTICAL && segments[s].bytes[at + i] != bytes[i]);
+                if (refused) {
+                    conflictLine = p.line;
+                    return std::vector<segment_t>();
+                }
+                if (overlap_ == overlap_policy_t::LAST)
+                    segments[s].bytes[at + i] = bytes[i];
+                if (overlap_ == overlap_policy_t::FIRST && repeatedBytes++ == 0)
                     firstRepeatLine = p.line;
                 continue;
             }
@@ -326,6 +377,7 @@ read_result_t readResultOf(const fullread_t& read)
                         ? "unsupported record type " + hexByte(read.type)
                         : read.reason;
     result.warnings = warningsOf(read);
+    result.address = read.address;
     result.blocks = read.blocks;
     result.families = read.families;
     return result;

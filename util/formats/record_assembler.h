@@ -9,6 +9,7 @@
 #define HEXBLOCKS_RECORD_ASSEMBLER_H
 
 #include "formats.h"
+#include "hex_format.h"
 #include "image_builder.h"
 #include "memory_image.h"
 #include "record_scanner.h"
@@ -19,6 +20,7 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -60,7 +62,10 @@ struct fullread_t {
     // The status of a failure when the record's shape is not what is wrong
     // (OK: the status follows from status above).
     hexblocks::status_t failureStatus = hexblocks::status_t::OK;
+    // The address a failure concerns, when there is one.
+    std::optional<uint32_t> address;
 };
+
 
 
 // One record's bytes at their full addresses: one piece, or two when the
@@ -100,6 +105,7 @@ class AscendingAssembler {
 public:
     uint64_t repeatedBytes = 0; // always 0: a byte given again makes it give up
     size_t firstRepeatLine = 0;
+    size_t conflictLine = 0; // always 0, as for the other assemblers
 
     // textSize, when known, bounds the data (two digits a byte): the first
     // segment reserves room for it at once, so that it never moves.
@@ -156,6 +162,9 @@ class WindowAssembler {
 public:
     uint64_t repeatedBytes = 0;
     size_t firstRepeatLine = 0;
+    size_t conflictLine = 0; // the record that the policy refused, which stopped the reading
+
+    explicit WindowAssembler(overlap_policy_t overlap = overlap_policy_t::FIRST) : overlap_(overlap) {}
 
     // False when records jump between regions so often that reopening them
     // would cost more than reading the whole file again another way.
@@ -167,9 +176,7 @@ public:
             // The usual record: one piece, in the open window.
             dataBytes_ += first.length;
             const size_t repeated = regions_.window().placeRecord(position, first.data, first.length);
-            if (repeated != RegionWindow::REPEATED_START && repeated > 0)
-                countRepeated(repeated, line);
-            return true;
+            return repeated == 0 || overlapping(position, first, repeated, line);
         }
         return addPieces(pieces, count, line);
     }
@@ -188,6 +195,15 @@ private:
     // Any record: pieces that wrap, or cross into another region.
     bool addPieces(const piece_t* pieces, size_t count, size_t line);
 
+    // What the policy makes of a record in the open window that placeRecord()
+    // found giving bytes again (repeated of them, or REPEATED_START); false
+    // when it refuses them.
+    bool overlapping(size_t position, const piece_t& piece, size_t repeated, size_t line);
+
+    // The same for part of a record placed with placeNew().
+    bool placePart(size_t position, const uint8_t* data, size_t length, size_t line);
+
+    overlap_policy_t overlap_;
     RegionWindows<closedregion_t> regions_{REGION_SIZE};
     uint64_t dataBytes_ = 0;
 };
@@ -199,6 +215,9 @@ class SortingAssembler {
 public:
     uint64_t repeatedBytes = 0;
     size_t firstRepeatLine = 0;
+    size_t conflictLine = 0;
+
+    explicit SortingAssembler(overlap_policy_t overlap = overlap_policy_t::FIRST) : overlap_(overlap) {}
 
     bool addRecord(const piece_t* pieces, size_t count, size_t line)
     {
@@ -224,6 +243,7 @@ private:
     // all its pieces; leaves the pieces sorted by address.
     void dropRepeatedRecords();
 
+    overlap_policy_t overlap_;
     std::vector<stored_t> pieces_;
     std::vector<uint8_t> store_;
 };
@@ -291,19 +311,39 @@ void scanInto(TextSource& source, fullread_t& read, Interpreter& interpreter)
 // often; from the windows on; or by sorting alone.
 enum class placement_t { ASCENDING, WINDOWS, SORTING };
 
+// How records are placed, and what happens to bytes that two records of the
+// input give: FIRST keeps the first value (and a record that starts where
+// an earlier one started is dropped whole), LAST takes the later value,
+// IDENTICAL accepts equal values only, ERROR none at all.
+struct assembly_t {
+    placement_t placement = placement_t::ASCENDING;
+    overlap_policy_t overlap = overlap_policy_t::FIRST;
+
+    assembly_t() = default;
+    assembly_t(placement_t how) : placement(how) {} // NOLINT: a placement alone is an assembly
+    assembly_t(placement_t how, overlap_policy_t policy) : placement(how), overlap(policy) {}
+};
+
 // Reads source with an assembler and a reader's Interpreter<Assembler>;
-// false when the assembler gave up.
+// false when the assembler gave up. A record that the overlap policy refuses
+// fails the read, with conflictLine set in read.
 template <template <typename> class Interpreter, typename Assembler, typename... Settings>
 bool readWith(TextSource& source, MemoryImage& image, fullread_t& read, Assembler& assembler,
-              const Settings&... settings)
+              size_t& conflictLine, const Settings&... settings)
 {
     Interpreter<Assembler> interpreter(assembler, read, settings...);
-    if (!interpreter.run(source))
-        return false;
+    if (!interpreter.run(source)) {
+        conflictLine = assembler.conflictLine;
+        return conflictLine != 0;
+    }
     if (read.status != fullread_t::status_t::OK)
         return true;
-    ImageBuilder::assign(image, assembler.finish(), interpreter.startType(), interpreter.startValue(),
-                               interpreter.header());
+    std::vector<segment_t> segments = assembler.finish();
+    conflictLine = assembler.conflictLine;
+    if (conflictLine != 0)
+        return true;
+    ImageBuilder::assign(image, std::move(segments), interpreter.startType(), interpreter.startValue(),
+                         interpreter.header());
     // Bytes given again are a warning about an image that was read; the
     // sorting method counts them only when it finishes.
     read.repeatedBytes = assembler.repeatedBytes;
@@ -323,16 +363,110 @@ inline bool startAgain(TextSource& source, fullread_t& read)
     return false;
 }
 
+// Gathers the bytes of the records of one line: those of a record that an
+// overlap policy refused.
+class LineCapture {
+public:
+    explicit LineCapture(size_t line) : line_(line) {}
+
+    bool addRecord(const piece_t* pieces, size_t count, size_t line)
+    {
+        if (line != line_)
+            return true;
+        for (size_t i = 0; i < count; ++i)
+            for (uint32_t k = 0; k < pieces[i].length; ++k)
+                bytes.emplace_back(static_cast<uint32_t>(pieces[i].address + k), pieces[i].data[k]);
+        return true;
+    }
+
+    std::vector<std::pair<uint32_t, uint8_t>> bytes; // address, value
+
+private:
+    size_t line_;
+};
+
+// Finds, for each address of a set, the first record before a line that
+// gives it: its line and the value.
+class EarlierGivers {
+public:
+    EarlierGivers(const std::vector<std::pair<uint32_t, uint8_t>>& wanted, size_t before) : before_(before)
+    {
+        for (const auto& w : wanted)
+            given_.emplace(w.first, std::make_pair(size_t(0), uint8_t(0)));
+    }
+
+    bool addRecord(const piece_t* pieces, size_t count, size_t line)
+    {
+        if (line >= before_)
+            return true;
+        for (size_t i = 0; i < count; ++i)
+            for (uint32_t k = 0; k < pieces[i].length; ++k) {
+                const auto found = given_.find(static_cast<uint32_t>(pieces[i].address + k));
+                if (found != given_.end() && found->second.first == 0)
+                    found->second = std::make_pair(line, pieces[i].data[k]);
+            }
+        return true;
+    }
+
+    // The line (0 for none) and the value the first earlier record gave.
+    std::pair<size_t, uint8_t> giverOf(uint32_t address) const { return given_.at(address); }
+
+private:
+    size_t before_;
+    std::map<uint32_t, std::pair<size_t, uint8_t>> given_;
+};
+
+// Fails read for the record on conflictLine that the overlap policy refused,
+// saying which byte and which earlier line gave it first: reads source twice
+// more, to find them.
+template <template <typename> class Interpreter, typename... Settings>
+void failConflict(TextSource& source, fullread_t& read, size_t conflictLine, overlap_policy_t overlap,
+                  const Settings&... settings)
+{
+    const char* recordName = read.recordName;
+    const bool blocks = std::strcmp(recordName, "block") == 0;
+    const std::string here = blocks ? "block " + std::to_string(conflictLine - 1) : "this record";
+    std::string reason = here + " gives bytes that an earlier " + recordName + " gave";
+    std::optional<uint32_t> address;
+    LineCapture capture(conflictLine);
+    fullread_t scratch;
+    if (source.rewind()) {
+        Interpreter<LineCapture>(capture, scratch, settings...).run(source);
+        EarlierGivers givers(capture.bytes, conflictLine);
+        if (source.rewind())
+            Interpreter<EarlierGivers>(givers, scratch, settings...).run(source);
+        for (const auto& b : capture.bytes) {
+            const std::pair<size_t, uint8_t> giver = givers.giverOf(b.first);
+            if (giver.first == 0 || (overlap == overlap_policy_t::IDENTICAL && giver.second == b.second))
+                continue;
+            const std::string there =
+                blocks ? "block " + std::to_string(giver.first - 1) : "line " + std::to_string(giver.first);
+            reason = overlap == overlap_policy_t::IDENTICAL
+                         ? here + " gives 0x" + hexByte(b.second) + " at " + hexAddress(b.first) + ", where " + there +
+                               " gave 0x" + hexByte(giver.second)
+                         : here + " gives " + hexAddress(b.first) + ", which " + there + " gave";
+            address = b.first;
+            break;
+        }
+    }
+    const bool sorted = read.sorted;
+    read = fullread_t();
+    read.sorted = sorted;
+    read.recordName = recordName;
+    failRead(read, fullread_t::status_t::BAD_LINE, blocks ? 0 : conflictLine, reason, "");
+    read.failureStatus = status_t::OVERLAP;
+    read.address = address;
+}
+
 // Reads source with a reader's Interpreter. On success image is replaced by
 // what was read; otherwise it is left as it was. Records out of order make
 // the reader start again with windows, and records that keep jumping between
 // regions make it start again with the sorting assembler, which takes any
 // order; so a source that cannot be rewound (a pipe) is read into memory
-// first.
-// Settings, if any, go to the interpreter's constructor after the assembler
-// and the read (a format's read options).
+// first. Settings, if any, go to the interpreter's constructor after the
+// assembler and the read (a format's read options).
 template <template <typename> class Interpreter, typename... Settings>
-fullread_t readRecords(TextSource& source, MemoryImage& image, placement_t placement, const Settings&... settings)
+fullread_t readRecords(TextSource& source, MemoryImage& image, const assembly_t& assembly, const Settings&... settings)
 {
     fullread_t read;
     if (!source.canRewind()) {
@@ -343,21 +477,27 @@ fullread_t readRecords(TextSource& source, MemoryImage& image, placement_t place
             return read;
         }
         MemoryText memory(text.data(), text.size());
-        return readRecords<Interpreter>(memory, image, placement, settings...);
+        return readRecords<Interpreter>(memory, image, assembly, settings...);
     }
-    if (placement == placement_t::ASCENDING) {
+    size_t conflictLine = 0;
+    bool done = false;
+    if (assembly.placement == placement_t::ASCENDING) {
         AscendingAssembler ascending(source.sizeLeft());
-        if (readWith<Interpreter>(source, image, read, ascending, settings...) || !startAgain(source, read))
-            return read;
+        done = readWith<Interpreter>(source, image, read, ascending, conflictLine, settings...) ||
+               !startAgain(source, read);
     }
-    if (placement != placement_t::SORTING) {
-        WindowAssembler windows;
-        if (readWith<Interpreter>(source, image, read, windows, settings...) || !startAgain(source, read))
-            return read;
+    if (!done && assembly.placement != placement_t::SORTING) {
+        WindowAssembler windows(assembly.overlap);
+        done = readWith<Interpreter>(source, image, read, windows, conflictLine, settings...) ||
+               !startAgain(source, read);
     }
-    read.sorted = true;
-    SortingAssembler sorting;
-    readWith<Interpreter>(source, image, read, sorting, settings...);
+    if (!done) {
+        read.sorted = true;
+        SortingAssembler sorting(assembly.overlap);
+        readWith<Interpreter>(source, image, read, sorting, conflictLine, settings...);
+    }
+    if (conflictLine != 0)
+        failConflict<Interpreter>(source, read, conflictLine, assembly.overlap, settings...);
     return read;
 }
 

@@ -124,9 +124,9 @@ private:
 
 } // namespace
 
-fullread_t readSrecords(TextSource& source, MemoryImage& image, placement_t placement)
+fullread_t readSrecords(TextSource& source, MemoryImage& image, const assembly_t& assembly)
 {
-    return readRecords<SrecordInterpreter>(source, image, placement);
+    return readRecords<SrecordInterpreter>(source, image, assembly);
 }
 
 size_t locateSrecord(TextSource& source, uint32_t address)

@@ -17,7 +17,7 @@ namespace hexblocks::detail {
 
 // Reads source as S-records. On success image is replaced by what was read;
 // otherwise it is left as it was.
-fullread_t readSrecords(TextSource& source, MemoryImage& image, placement_t placement = placement_t::ASCENDING);
+fullread_t readSrecords(TextSource& source, MemoryImage& image, const assembly_t& assembly = assembly_t());
 
 // The line of the record that gives the byte at address, as reading keeps
 // it; 0 when none does. source must be able to rewind.

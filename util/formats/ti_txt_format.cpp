@@ -175,10 +175,10 @@ bool looksLikeTiTxt(const void* head, size_t size)
     return end - p >= 2 && p[0] == '@' && HEX_DIGITS.value[static_cast<unsigned char>(p[1])] < 16;
 }
 
-read_result_t readTiTxtMemory(MemoryImage& image, const void* data, size_t size, const read_options_t&)
+read_result_t readTiTxtMemory(MemoryImage& image, const void* data, size_t size, const read_options_t& options)
 {
     MemoryText text(data, size);
-    return readResultOf(readRecords<TiTxtInterpreter>(text, image, placement_t::ASCENDING));
+    return recordsResult(readRecords<TiTxtInterpreter>(text, image, assemblyOf(options)), options);
 }
 
 read_result_t readTiTxtFile(MemoryImage& image, int fd, uint64_t size, const read_options_t& options)

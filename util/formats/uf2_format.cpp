@@ -213,9 +213,9 @@ private:
 };
 
 // Blocks that give bytes again are told by block number, not by line.
-read_result_t blockResult(const detail::fullread_t& read)
+read_result_t blockResult(const detail::fullread_t& read, const read_options_t& options)
 {
-    read_result_t result = detail::readResultOf(read);
+    read_result_t result = detail::recordsResult(read, options);
     for (warning_t& w : result.warnings)
         if (w.line > 0) {
             w.message += " (first in block " + std::to_string(w.line - 1) + ")";
@@ -373,7 +373,7 @@ bool looksLikeUf2(const void* head, size_t size)
 read_result_t readUf2Memory(MemoryImage& image, const void* data, size_t size, const read_options_t& options)
 {
     MemoryText text(data, size);
-    return blockResult(readRecords<Uf2Interpreter>(text, image, placement_t::ASCENDING, options));
+    return blockResult(readRecords<Uf2Interpreter>(text, image, assemblyOf(options), options), options);
 }
 
 read_result_t readUf2File(MemoryImage& image, int fd, uint64_t size, const read_options_t& options)

@@ -220,7 +220,7 @@ bool looksLikeVerilog(const void* head, size_t size)
 read_result_t readVerilogMemory(MemoryImage& image, const void* data, size_t size, const read_options_t& options)
 {
     MemoryText text(data, size);
-    return readResultOf(readRecords<VerilogInterpreter>(text, image, placement_t::ASCENDING, options));
+    return recordsResult(readRecords<VerilogInterpreter>(text, image, assemblyOf(options), options), options);
 }
 
 read_result_t readVerilogFile(MemoryImage& image, int fd, uint64_t size, const read_options_t& options)

@@ -155,6 +155,12 @@ size_t RegionWindow::placeNew(size_t position, const uint8_t* data, size_t lengt
     return repeated;
 }
 
+void RegionWindow::overwrite(size_t position, const uint8_t* data, size_t length)
+{
+    placeNew(position, data, length); // marks the positions as holding data
+    std::memcpy(bytes_.data() + position, data, length);
+}
+
 size_t RegionWindow::placeRecordElsewhere(size_t position, const uint8_t* data, size_t length)
 {
     const size_t word = position / 64;

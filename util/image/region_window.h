@@ -82,6 +82,16 @@ public:
     // keep their value. Returns how many of them did.
     size_t placeNew(size_t position, const uint8_t* data, size_t length);
 
+    // Places bytes over whatever positions hold (the later value wins).
+    void overwrite(size_t position, const uint8_t* data, size_t length);
+
+    // True when the bytes at [position, position + length), which all hold
+    // data, differ from data.
+    bool differs(size_t position, const uint8_t* data, size_t length) const
+    {
+        return std::memcmp(bytes_.data() + position, data, length) != 0;
+    }
+
     // What placeRecord() did.
     static constexpr size_t REPEATED_START = static_cast<size_t>(-1);
 
