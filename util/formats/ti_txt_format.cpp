@@ -7,7 +7,9 @@
 #include "record_assembler.h"
 #include "text_lines.h"
 
+#include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace hexblocks::detail {
@@ -21,7 +23,7 @@ const uint64_t ADDRESS_SPACE = 0x100000000ull;
 // put it.
 template <typename Assembler> class TiTxtInterpreter {
 public:
-    TiTxtInterpreter(Assembler& assembler, fullread_t& read) : assembler_(assembler), read_(read) {}
+    TiTxtInterpreter(Assembler& assembler, fullread_t& read) : emitter_(assembler), read_(read) {}
 
     bool run(TextSource& source)
     {
@@ -30,8 +32,10 @@ public:
         std::vector<char> storage;
         if (!wholeTextOf(source, text, size, storage, read_))
             return true;
-        forEachLine(text, size, [this](size_t line, const char* p, size_t length) { return takeLine(line, p, length); });
-        if (read_.status == fullread_t::status_t::OK && !ended_)
+        readLines(text, text + size);
+        if (!gaveUp_ && !emitter_.flush())
+            gaveUp_ = true;
+        if (read_.status == fullread_t::status_t::OK && !ended_ && !gaveUp_)
             failRead(read_, fullread_t::status_t::BAD_LINE, 0, "the file ends without the end marker q", "");
         read_.sawEndRecord = true;
         return !gaveUp_;
@@ -46,6 +50,47 @@ private:
     {
         failRead(read_, fullread_t::status_t::BAD_LINE, line, reason, excerpt(p, length));
         return false;
+    }
+
+    // Reads the lines of the text: the usual line of bytes at once, any
+    // other line (or one that breaks the rules) by takeLine().
+    void readLines(const char* p, const char* end)
+    {
+        for (size_t line = 1; p < end; ++line) {
+            if (addressed_ && !ended_ && address_ + sizeof bytes_ <= ADDRESS_SPACE) {
+                uint8_t* to = emitter_.room(address_, sizeof bytes_);
+                if (to == nullptr) {
+                    gaveUp_ = true;
+                    return;
+                }
+                const char* next = p;
+                size_t count = scanWordLine(next, end, 1, to, sizeof bytes_);
+                if (count > 0) {
+                    if constexpr (std::is_same_v<Assembler, AscendingAssembler>) {
+                        // The lines of 16 bytes that follow, into the same room.
+                        while (count + 16 <= sizeof bytes_ && scanSixteenByteLine(next, end, 1, to + count)) {
+                            count += 16;
+                            ++line;
+                        }
+                    }
+                    if (!emitter_.commit(count, line)) {
+                        gaveUp_ = true;
+                        return;
+                    }
+                    address_ += count;
+                    p = next;
+                    continue;
+                }
+            }
+            const char* newline = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
+            const char* stop = newline != nullptr ? newline : end;
+            const char* last = stop;
+            while (last > p && (last[-1] == '\r' || last[-1] == ' ' || last[-1] == '\t'))
+                --last;
+            if (!takeLine(line, p, static_cast<size_t>(last - p)))
+                return;
+            p = stop + 1;
+        }
     }
 
     bool takeLine(size_t line, const char* p, size_t length)
@@ -104,15 +149,21 @@ private:
             return fail(line, "data before the first address line", start, static_cast<size_t>(end - start));
         if (address_ + count > ADDRESS_SPACE)
             return fail(line, "the line's data runs past address 0xFFFFFFFF", start, static_cast<size_t>(end - start));
-        const piece_t piece{static_cast<uint32_t>(address_), bytes_, static_cast<uint32_t>(count)};
-        address_ += count;
-        if (assembler_.addRecord(&piece, 1, line))
-            return true;
-        gaveUp_ = true;
-        return false;
+        return emit(line, count);
     }
 
-    Assembler& assembler_;
+    // Hands on the line's count bytes.
+    bool emit(size_t line, size_t count)
+    {
+        if (!emitter_.add(address_, bytes_, count, line)) {
+            gaveUp_ = true;
+            return false;
+        }
+        address_ += count;
+        return true;
+    }
+
+    LineEmitter<Assembler> emitter_;
     fullread_t& read_;
     uint8_t bytes_[4096];
     uint64_t address_ = 0;

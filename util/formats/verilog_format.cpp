@@ -9,7 +9,9 @@
 #include "text_lines.h"
 
 #include <cstdio>
+#include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace hexblocks::detail {
@@ -24,7 +26,7 @@ const uint64_t ADDRESS_SPACE = 0x100000000ull;
 template <typename Assembler> class VerilogInterpreter {
 public:
     VerilogInterpreter(Assembler& assembler, fullread_t& read, const read_options_t& options)
-        : assembler_(assembler), read_(read), wordWidth_(options.wordWidth), wordBytes_(options.wordWidth / 8)
+        : emitter_(assembler), read_(read), wordWidth_(options.wordWidth), wordBytes_(options.wordWidth / 8)
     {
     }
 
@@ -41,8 +43,10 @@ public:
         std::vector<char> storage;
         if (!wholeTextOf(source, text, size, storage, read_))
             return true;
-        forEachLine(text, size, [this](size_t line, const char* p, size_t length) { return takeLine(line, p, length); });
-        if (read_.status == fullread_t::status_t::OK && inComment_)
+        readLines(text, text + size);
+        if (!gaveUp_ && !emitter_.flush())
+            gaveUp_ = true;
+        if (read_.status == fullread_t::status_t::OK && inComment_ && !gaveUp_)
             failRead(read_, fullread_t::status_t::BAD_LINE, commentLine_, "a /* comment that is never closed", "");
         return !gaveUp_;
     }
@@ -56,6 +60,48 @@ private:
     {
         failRead(read_, fullread_t::status_t::BAD_LINE, line, reason, excerpt(p, static_cast<size_t>(end - p)));
         return false;
+    }
+
+    // Reads the lines of the text: the usual line of words at once, any
+    // other line (addresses, comments, or one that breaks the rules) by
+    // takeLine().
+    void readLines(const char* p, const char* end)
+    {
+        for (size_t line = 1; p < end; ++line) {
+            if (!inComment_ && address_ + sizeof bytes_ <= ADDRESS_SPACE) {
+                uint8_t* to = emitter_.room(address_, sizeof bytes_);
+                if (to == nullptr) {
+                    gaveUp_ = true;
+                    return;
+                }
+                const char* next = p;
+                size_t count = scanWordLine(next, end, wordBytes_, to, sizeof bytes_);
+                if (count > 0) {
+                    if constexpr (std::is_same_v<Assembler, AscendingAssembler>) {
+                        while (count + 16 <= sizeof bytes_ &&
+                               scanSixteenByteLine(next, end, wordBytes_, to + count)) {
+                            count += 16;
+                            ++line;
+                        }
+                    }
+                    if (!emitter_.commit(count, line)) {
+                        gaveUp_ = true;
+                        return;
+                    }
+                    address_ += count;
+                    p = next;
+                    continue;
+                }
+            }
+            const char* newline = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
+            const char* stop = newline != nullptr ? newline : end;
+            const char* last = stop;
+            while (last > p && (last[-1] == '\r' || last[-1] == ' ' || last[-1] == '\t'))
+                --last;
+            if (!takeLine(line, p, static_cast<size_t>(last - p)))
+                return;
+            p = stop + 1;
+        }
     }
 
     bool takeLine(size_t line, const char* p, size_t length)
@@ -144,16 +190,17 @@ private:
     {
         if (count_ == 0)
             return true;
-        const piece_t piece{static_cast<uint32_t>(lineStart_), bytes_, static_cast<uint32_t>(count_)};
-        lineStart_ += count_;
+        const size_t count = count_;
         count_ = 0;
-        if (assembler_.addRecord(&piece, 1, line))
-            return true;
-        gaveUp_ = true;
-        return false;
+        if (!emitter_.add(lineStart_, bytes_, count, line)) {
+            gaveUp_ = true;
+            return false;
+        }
+        lineStart_ += count;
+        return true;
     }
 
-    Assembler& assembler_;
+    LineEmitter<Assembler> emitter_;
     fullread_t& read_;
     const unsigned wordWidth_;
     const size_t wordBytes_;
