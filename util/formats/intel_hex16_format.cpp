@@ -12,6 +12,7 @@
 #include "record_assembler.h"
 #include "text_lines.h"
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -23,9 +24,26 @@ const uint64_t ADDRESS_SPACE = 0x100000000ull;
 
 // Reads INHX16 for an assembler: each data record is a record at twice its
 // word address.
+// Copies size bytes (an even number) from from to to, the two bytes of each
+// pair swapped: eight bytes at a time.
+HEXBLOCKS_ALWAYS_INLINE void swapPairs(const uint8_t* from, uint8_t* to, size_t size)
+{
+    size_t i = 0;
+    for (; i + 8 <= size; i += 8) {
+        uint64_t v;
+        std::memcpy(&v, from + i, 8);
+        v = (v & 0x00FF00FF00FF00FFull) << 8 | (v >> 8 & 0x00FF00FF00FF00FFull);
+        std::memcpy(to + i, &v, 8);
+    }
+    for (; i < size; i += 2) {
+        to[i] = from[i + 1];
+        to[i + 1] = from[i];
+    }
+}
+
 template <typename Assembler> class IntelHex16Interpreter {
 public:
-    IntelHex16Interpreter(Assembler& assembler, fullread_t& read) : assembler_(assembler), read_(read) {}
+    IntelHex16Interpreter(Assembler& assembler, fullread_t& read) : emitter_(assembler), read_(read) {}
 
     bool run(TextSource& source)
     {
@@ -34,7 +52,9 @@ public:
         std::vector<char> storage;
         if (!wholeTextOf(source, text, size, storage, read_))
             return true;
-        forEachLine(text, size, [this](size_t line, const char* p, size_t length) { return takeLine(line, p, length); });
+        readLines(text, text + size);
+        if (!gaveUp_ && !emitter_.flush())
+            gaveUp_ = true;
         return !gaveUp_;
     }
 
@@ -43,6 +63,60 @@ public:
     std::string header() const { return std::string(); }
 
 private:
+    // Reads the lines of the text: a data record with its line ending at
+    // once, any other line by takeLine().
+    void readLines(const char* p, const char* end)
+    {
+        for (size_t line = 1; p < end; ++line) {
+            const int fast = readDataRecord(p, end, line);
+            if (fast < 0)
+                return;
+            if (fast > 0)
+                continue;
+            const char* newline = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
+            const char* stop = newline != nullptr ? newline : end;
+            const char* last = stop;
+            while (last > p && (last[-1] == '\r' || last[-1] == ' ' || last[-1] == '\t'))
+                --last;
+            if (!takeLine(line, p, static_cast<size_t>(last - p)))
+                return;
+            p = stop + 1;
+        }
+    }
+
+    // Reads, at p, a data record that is right, ending with LF or CR LF: 1
+    // when it did (p is then past it), 0 for anything else (which takeLine()
+    // reads, and says what is wrong), -1 when the assembler gave up.
+    int readDataRecord(const char*& p, const char* end, size_t line)
+    {
+        if (end - p < 12 || p[0] != ':')
+            return 0;
+        const unsigned words = hexPair(p + 1), high = hexPair(p + 3), low = hexPair(p + 5), type = hexPair(p + 7);
+        if (((words | high | low | type) & 0x100) != 0 || type != 0 || words == 0)
+            return 0;
+        const size_t length = 11 + 4 * words;
+        if (static_cast<size_t>(end - p) < length + 1 || !(p[length] == '\n' || (p[length] == '\r' && end - p > static_cast<ptrdiff_t>(length + 1) && p[length + 1] == '\n')))
+            return 0;
+        const uint64_t address = 2 * (upper_ + (high << 8 | low));
+        const unsigned checksum = hexPair(p + 9 + 4 * words);
+        uint8_t sum = static_cast<uint8_t>(words + high + low + checksum);
+        if (checksum > 0xFF || address + 2 * words > ADDRESS_SPACE ||
+            !decodeHex(p + 9, 2 * words, static_cast<size_t>(end - p) - 9, record_, sum) || sum != 0)
+            return 0;
+        uint8_t* to = emitter_.room(address, 2 * words);
+        if (to == nullptr) {
+            gaveUp_ = true;
+            return -1;
+        }
+        swapPairs(record_, to, 2 * words);
+        if (!emitter_.commit(2 * words, line)) {
+            gaveUp_ = true;
+            return -1;
+        }
+        p += p[length] == '\n' ? length + 1 : length + 2;
+        return 1;
+    }
+
     bool fail(size_t line, const std::string& reason, const char* p, size_t length)
     {
         failRead(read_, fullread_t::status_t::BAD_LINE, line, reason, excerpt(p, length));
@@ -60,23 +134,18 @@ private:
         if (*p != ':')
             return fail(line, "a record starts with ':'", p, textLength);
         const size_t digits = textLength - 1;
-        if (digits % 2 != 0 || digits < 10 || digits / 2 > sizeof record_)
+        if (digits % 2 != 0 || digits < 10 || digits / 2 > 5 + 2 * 255)
             return fail(line, "a record is ':' and pairs of hex digits: count, address, type, data, checksum", p,
                         textLength);
-        unsigned sum = 0;
-        for (size_t i = 0; i < digits / 2; ++i) {
-            const unsigned high = HEX_DIGITS.value[static_cast<unsigned char>(p[1 + 2 * i])];
-            const unsigned low = HEX_DIGITS.value[static_cast<unsigned char>(p[2 + 2 * i])];
-            if ((high | low) >= 16)
-                return fail(line, "character that is not a hex digit", p, textLength);
-            record_[i] = static_cast<uint8_t>(high << 4 | low);
-            sum += record_[i];
-        }
+        // Decoded as the Intel HEX reader decodes its records.
+        uint8_t sum = 0;
+        if (!decodeHex(p + 1, digits / 2, textLength - 1, record_, sum))
+            return fail(line, "character that is not a hex digit", p, textLength);
         const size_t words = record_[0];
         if (digits / 2 != 5 + 2 * words)
             return fail(line, "word count " + std::to_string(words) + " does not match the length of the line", p,
                         textLength);
-        if ((sum & 0xFF) != 0) {
+        if (sum != 0) {
             failRead(read_, fullread_t::status_t::BAD_LINE, line, "checksum error", excerpt(p, textLength));
             read_.badChecksum = true;
             return false;
@@ -99,8 +168,7 @@ private:
                 bytes_[2 * i] = data[2 * i + 1];
                 bytes_[2 * i + 1] = data[2 * i];
             }
-            const piece_t piece{static_cast<uint32_t>(address), bytes_, static_cast<uint32_t>(2 * words)};
-            if (assembler_.addRecord(&piece, 1, line))
+            if (emitter_.add(address, bytes_, 2 * words, line))
                 return true;
             gaveUp_ = true;
             return false;
@@ -135,9 +203,9 @@ private:
         }
     }
 
-    Assembler& assembler_;
+    LineEmitter<Assembler> emitter_;
     fullread_t& read_;
-    uint8_t record_[5 + 2 * 255];
+    uint8_t record_[5 + 2 * 255 + HEX_DECODE_SLACK];
     uint8_t bytes_[2 * 255];
     uint64_t upper_ = 0; // the word address the last extended address record gave
     uint8_t startType_ = 0;

@@ -91,6 +91,28 @@ public:
         return true;
     }
 
+    // Where the next token starts, past white space (not comments), and its
+    // line; for readers of the usual entry, which move on with skipTo().
+    const char* position(size_t& line)
+    {
+        while (p_ < end_ && (isBlank(*p_) || *p_ == '\n')) {
+            if (*p_ == '\n')
+                ++line_;
+            ++p_;
+        }
+        line = line_;
+        return p_;
+    }
+
+    // Moves on to p, past lines line endings.
+    void skipTo(const char* p, size_t lines)
+    {
+        p_ = p;
+        line_ += lines;
+    }
+
+    const char* end() const { return end_; }
+
 private:
     const char* p_;
     const char* end_;
@@ -137,7 +159,7 @@ int radixOf(const token_t& token)
 // address in words times the bytes of a word.
 template <typename Assembler> class MifInterpreter {
 public:
-    MifInterpreter(Assembler& assembler, fullread_t& read) : assembler_(assembler), read_(read) {}
+    MifInterpreter(Assembler& assembler, fullread_t& read) : emitter_(assembler), read_(read) {}
 
     bool run(TextSource& source)
     {
@@ -151,6 +173,8 @@ public:
         lexer_ = &lexer;
         if (readHeader() && readContent())
             expectEnd();
+        if (!gaveUp_ && !emitter_.flush())
+            gaveUp_ = true;
         return !gaveUp_;
     }
 
@@ -228,7 +252,16 @@ private:
     // Entries up to END.
     bool readContent()
     {
+        const bool plain = addressRadix_ == 16 && dataRadix_ == 16 && width_ == 8 * wordBytes_ &&
+                           (wordBytes_ == 1 || wordBytes_ == 2 || wordBytes_ == 4 || wordBytes_ == 8);
         for (;;) {
+            if (plain) {
+                const int fast = readUsualEntry();
+                if (fast < 0)
+                    return false;
+                if (fast > 0)
+                    continue;
+            }
             token_t first;
             if (!next(first))
                 return false;
@@ -298,6 +331,67 @@ private:
         return place(from, count, first.line);
     }
 
+    // Reads the usual entry, as MIF writers write it: a hex address, " : "
+    // (or ": "), 16 bytes of hex words separated by single spaces, ";" and
+    // the line ending. 1 when it read one, 0 for anything else (which the
+    // tokens then read), -1 when the assembler gave up.
+    int readUsualEntry()
+    {
+        size_t line = 0;
+        const char* p = lexer_->position(line);
+        const char* end = lexer_->end();
+        uint64_t word = 0;
+        if (!usualAddress(p, end, word))
+            return 0;
+        const uint64_t words = 16 / wordBytes_;
+        if (!fits(word, words))
+            return 0;
+        uint8_t* to = emitter_.room(word * wordBytes_, 16);
+        if (to == nullptr) {
+            gaveUp_ = true;
+            return -1;
+        }
+        if (!scanSixteenByteLine<true>(p, end, wordBytes_, to))
+            return 0;
+        if (!emitter_.commit(16, line)) {
+            gaveUp_ = true;
+            return -1;
+        }
+        lexer_->skipTo(p, 1);
+        return 1;
+    }
+
+    // Reads, at p, the address and colon that start the usual entry: a hex
+    // address (eight digits, as writers write it, read at once), " : " or
+    // ": ". Moves p past them.
+    HEXBLOCKS_ALWAYS_INLINE static bool usualAddress(const char*& p, const char* end, uint64_t& word)
+    {
+        if (end - p >= 11 && (p[8] == ' ' || p[8] == ':')) {
+            const unsigned a = hexPair(p), b = hexPair(p + 2), c = hexPair(p + 4), d = hexPair(p + 6);
+            if (((a | b | c | d) & 0x100) != 0)
+                return false;
+            word = static_cast<uint64_t>(a) << 24 | b << 16 | c << 8 | d;
+            p += 8;
+        } else {
+            size_t digits = 0;
+            if (!readHexNumber(p, end, word, digits) || digits > 8 || end - p < 3)
+                return false;
+        }
+        if (*p == ' ')
+            ++p;
+        if (end - p < 2 || p[0] != ':' || p[1] != ' ')
+            return false;
+        p += 2;
+        return true;
+    }
+
+    // Whether words words from word address word on lie within the depth
+    // and the address space (else the tokens read the entry and say why).
+    HEXBLOCKS_ALWAYS_INLINE bool fits(uint64_t word, uint64_t words) const
+    {
+        return (depth_ == 0 || word + words <= depth_) && (word + words) * wordBytes_ <= ADDRESS_SPACE;
+    }
+
     // Hands count words from word address from on, repeating words_, in
     // records of at most a few KiB.
     bool place(uint64_t from, uint64_t count, size_t line)
@@ -309,8 +403,7 @@ private:
             for (size_t b = wordBytes_; b-- > 0;)
                 bytes_[held++] = static_cast<uint8_t>(value >> (8 * b));
             if (held + wordBytes_ > sizeof bytes_ || i + 1 == count) {
-                const piece_t piece{static_cast<uint32_t>(start), bytes_, static_cast<uint32_t>(held)};
-                if (!assembler_.addRecord(&piece, 1, line)) {
+                if (!emitter_.add(start, bytes_, held, line)) {
                     gaveUp_ = true;
                     return false;
                 }
@@ -332,7 +425,7 @@ private:
             fail(token, "text after END");
     }
 
-    Assembler& assembler_;
+    LineEmitter<Assembler> emitter_;
     fullread_t& read_;
     MifLexer* lexer_ = nullptr;
     uint64_t width_ = 0;

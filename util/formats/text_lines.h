@@ -168,13 +168,15 @@ HEXBLOCKS_ALWAYS_INLINE unsigned decodeSixteen(const char* p, uint8_t* out, std:
 // W bytes ("XX XX ... XX", "XXXX XXXX ...", ...) and LF or CR LF. Decodes
 // it into out and moves start past it; false, leaving start, for any other
 // line.
-template <size_t W> HEXBLOCKS_ALWAYS_INLINE bool scanSixteenByteLine(const char*& start, const char* end, uint8_t* out)
+template <size_t W, bool SEMICOLON = false>
+HEXBLOCKS_ALWAYS_INLINE bool scanSixteenByteLine(const char*& start, const char* end, uint8_t* out)
 {
     constexpr size_t WORDS = 16 / W;
-    constexpr size_t LENGTH = 32 + WORDS - 1;
+    constexpr size_t DIGITS = 32 + WORDS - 1;
+    constexpr size_t LENGTH = DIGITS + (SEMICOLON ? 1 : 0); // a MIF entry's words end with ';'
     // (48 characters are read to look for the spaces.)
     if (end - start < 50 || !(start[LENGTH] == '\n' || (start[LENGTH] == '\r' && start[LENGTH + 1] == '\n')) ||
-        !sixteenByteSpaces<W>(start))
+        (SEMICOLON && start[DIGITS] != ';') || !sixteenByteSpaces<W>(start))
         return false;
     if constexpr (W <= 2) {
         if ((decodeSixteen<W>(start, out, std::make_index_sequence<16>()) & 0x100) != 0)
@@ -196,17 +198,18 @@ template <size_t W> HEXBLOCKS_ALWAYS_INLINE bool scanSixteenByteLine(const char*
 }
 
 // scanSixteenByteLine() for a word size known only when running.
+template <bool SEMICOLON = false>
 HEXBLOCKS_ALWAYS_INLINE bool scanSixteenByteLine(const char*& start, const char* end, size_t wordBytes, uint8_t* out)
 {
     switch (wordBytes) {
     case 1:
-        return scanSixteenByteLine<1>(start, end, out);
+        return scanSixteenByteLine<1, SEMICOLON>(start, end, out);
     case 2:
-        return scanSixteenByteLine<2>(start, end, out);
+        return scanSixteenByteLine<2, SEMICOLON>(start, end, out);
     case 4:
-        return scanSixteenByteLine<4>(start, end, out);
+        return scanSixteenByteLine<4, SEMICOLON>(start, end, out);
     case 8:
-        return scanSixteenByteLine<8>(start, end, out);
+        return scanSixteenByteLine<8, SEMICOLON>(start, end, out);
     default:
         return false;
     }
