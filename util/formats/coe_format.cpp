@@ -26,20 +26,30 @@ bool writeCoe(WriterInput& input, const write_options_t& options, OutputBuffer& 
                                "memory_initialization_radix=16;" + nl + "memory_initialization_vector=" + nl;
     out.put(header.data(), header.size());
     uint64_t written = 0; // words written so far
-    const auto putWord = [&](const uint8_t* bytes) {
-        char* p = out.reserve(2 * wordBytes + 4);
-        for (size_t i = 0; i < wordBytes; ++i)
-            p = putByte(p, bytes[i]);
-        *p++ = ++written == words ? ';' : ',';
-        out.commit(putLineEnd(p, options.crlf));
+    // Words, each on a line of its own ending with ',' (';' for the last).
+    const auto putWords = [&](const uint8_t* bytes, size_t count, size_t step) {
+        const size_t lineMax = 2 * wordBytes + 4;
+        for (size_t done = 0; done < count;) {
+            const size_t take = std::min<size_t>(count - done, 256);
+            char* p = out.reserve(take * lineMax);
+            for (size_t i = 0; i < take; ++i, ++done) {
+                p = putWord(p, bytes + done * step, wordBytes);
+                *p++ = ',';
+                p = putLineEnd(p, options.crlf);
+            }
+            written += take;
+            if (written == words) // the last word ends the vector
+                p[options.crlf ? -3 : -2] = ';';
+            out.commit(p);
+        }
     };
     const std::vector<uint8_t> fill(wordBytes, options.fill);
     const bool whole = forEachUnitRun(input, wordBytes, options.fill,
                                       [&](uint64_t address, const uint8_t* bytes, size_t size, bool) {
-                                          while (first + written < address / wordBytes)
-                                              putWord(fill.data());
-                                          for (size_t at = 0; at < size; at += wordBytes)
-                                              putWord(bytes + at);
+                                          const uint64_t at = address / wordBytes - first;
+                                          if (at > written)
+                                              putWords(fill.data(), static_cast<size_t>(at - written), 0);
+                                          putWords(bytes, size / wordBytes, wordBytes);
                                       });
     if (words == 0) {
         char* p = out.reserve(4);

@@ -213,6 +213,7 @@ private:
     bool gaveUp_ = false;
 };
 
+// A record of length bytes of data as they are to appear in the text.
 char* putRecord(char* p, uint8_t type, uint16_t offset, const uint8_t* data, size_t length, bool crlf)
 {
     unsigned sum = static_cast<unsigned>(length / 2) + (offset >> 8) + (offset & 0xFF) + type;
@@ -221,10 +222,7 @@ char* putRecord(char* p, uint8_t type, uint16_t offset, const uint8_t* data, siz
     p = putByte(p, static_cast<uint8_t>(offset >> 8));
     p = putByte(p, static_cast<uint8_t>(offset));
     p = putByte(p, type);
-    for (size_t i = 0; i < length; ++i) {
-        sum += data[i];
-        p = putByte(p, data[i]);
-    }
+    p = putBytes(p, data, length, sum);
     p = putByte(p, static_cast<uint8_t>(-sum));
     return putLineEnd(p, crlf);
 }
@@ -246,10 +244,7 @@ bool writeIntelHex16(WriterInput& input, const write_options_t& options, OutputB
             const uint64_t boundary = ((word | 0xFFFF) + 1) * 2;
             const size_t length = static_cast<size_t>(
                 std::min<uint64_t>({options.recordSize, size - at, boundary - (address + at)}));
-            for (size_t i = 0; i < length; i += 2) {
-                words[i] = bytes[at + i + 1];
-                words[i + 1] = bytes[at + i];
-            }
+            swapPairs(bytes + at, words, length);
             out.commit(putRecord(out.reserve(lineMax), 0x00, static_cast<uint16_t>(word), words, length, options.crlf));
             at += length;
         }

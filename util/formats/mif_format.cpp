@@ -453,39 +453,41 @@ bool writeMif(WriterInput& input, const write_options_t& options, OutputBuffer& 
                                nl + "DEPTH = " + std::to_string(depthOf(input, wordBytes)) + ";" + nl +
                                "ADDRESS_RADIX = HEX;" + nl + "DATA_RADIX = HEX;" + nl + "CONTENT BEGIN" + nl;
     out.put(header.data(), header.size());
-    uint64_t next = 0; // the word address after the last word written
-    size_t onLine = 0;
+    const size_t lineMax = 3 * 16 + 24;
+    size_t onLine = 0; // words on the entry so far
+    const auto endEntry = [&](char* p) { *p++ = ';'; return putLineEnd(p, options.crlf); };
     const bool whole = forEachUnitRun(input, wordBytes, options.fill, [&](uint64_t address, const uint8_t* bytes,
-                                                                          size_t size, bool) {
-        for (size_t at = 0; at < size; at += wordBytes) {
-            const uint64_t word = (address + at) / wordBytes;
-            char* p = out.reserve(2 * wordBytes + 32);
-            if (onLine > 0 && word != next) {
-                *p++ = ';';
-                p = putLineEnd(p, options.crlf);
-                onLine = 0;
+                                                                          size_t size, bool continues) {
+        if (!continues && onLine > 0) {
+            out.commit(endEntry(out.reserve(4)));
+            onLine = 0;
+        }
+        for (size_t at = 0; at < size;) {
+            const size_t words = std::min((size - at) / wordBytes, perLine - onLine);
+            char* p = out.reserve(lineMax);
+            if (onLine == 0) {
+                const uint64_t word = (address + at) / wordBytes;
+                const uint8_t digits[4] = {static_cast<uint8_t>(word >> 24), static_cast<uint8_t>(word >> 16),
+                                           static_cast<uint8_t>(word >> 8), static_cast<uint8_t>(word)};
+                for (uint8_t d : digits)
+                    p = putByte(p, d);
+                *p++ = ' ';
+                *p++ = ':';
             }
-            if (onLine == 0)
-                p += std::snprintf(p, 24, "%08llX :", static_cast<unsigned long long>(word));
-            *p++ = ' ';
-            for (size_t i = 0; i < wordBytes; ++i)
-                p = putByte(p, bytes[at + i]);
-            if (++onLine == perLine) {
-                *p++ = ';';
-                p = putLineEnd(p, options.crlf);
+            p = putSpacedWords(p, bytes + at, words, wordBytes, true);
+            onLine += words;
+            at += words * wordBytes;
+            if (onLine == perLine) {
+                p = endEntry(p);
                 onLine = 0;
             }
             out.commit(p);
-            next = word + 1;
         }
     });
     if (!whole)
         return false;
-    if (onLine > 0) {
-        char* p = out.reserve(4);
-        *p++ = ';';
-        out.commit(putLineEnd(p, options.crlf));
-    }
+    if (onLine > 0)
+        out.commit(endEntry(out.reserve(4)));
     const std::string end = "END;" + nl;
     out.put(end.data(), end.size());
     return true;

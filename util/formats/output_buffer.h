@@ -6,6 +6,7 @@
 #ifndef HEXBLOCKS_OUTPUT_BUFFER_H
 #define HEXBLOCKS_OUTPUT_BUFFER_H
 
+#include "hex_decoder.h"
 #include "image_writer.h"
 #include "result.h"
 
@@ -203,6 +204,85 @@ inline char* putFourBytes(char* p, const uint8_t* bytes)
     return p + 8;
 }
 
+// A word of size bytes (1, 2, 4 or 8) as hex digits, first byte first.
+inline char* putWord(char* p, const uint8_t* bytes, size_t size)
+{
+    if (size >= 4) {
+        for (size_t i = 0; i < size; i += 4)
+            p = putFourBytes(p, bytes + i);
+        return p;
+    }
+    for (size_t i = 0; i < size; ++i) {
+        std::memcpy(p, HEX_PAIRS.digits[bytes[i]], 2);
+        p += 2;
+    }
+    return p;
+}
+
+// Each byte as a space and two upper-case hex digits, in four characters of
+// which the writers keep three: one copy a byte.
+struct hexspaced_t {
+    char text[256][4];
+    constexpr hexspaced_t() : text()
+    {
+        const char DIGITS[] = "0123456789ABCDEF";
+        for (int b = 0; b < 256; ++b) {
+            text[b][0] = ' ';
+            text[b][1] = DIGITS[b >> 4];
+            text[b][2] = DIGITS[b & 0xF];
+            text[b][3] = ' ';
+        }
+    }
+};
+inline constexpr hexspaced_t HEX_SPACED{};
+
+// putSpacedWords() for words of W bytes, W of 2, 4 or 8.
+template <size_t W> HEXBLOCKS_ALWAYS_INLINE char* putSpacedWordsOf(char* p, const uint8_t* bytes, size_t count, bool spaceFirst)
+{
+    for (size_t i = 0; i < count; ++i, bytes += W) {
+        *p = ' ';
+        p += i > 0 || spaceFirst ? 1 : 0;
+        if constexpr (W == 2) {
+            std::memcpy(p, HEX_PAIRS.digits[bytes[0]], 2);
+            std::memcpy(p + 2, HEX_PAIRS.digits[bytes[1]], 2);
+            p += 4;
+        } else {
+            for (size_t k = 0; k < W; k += 4)
+                p = putFourBytes(p, bytes + k);
+        }
+    }
+    return p;
+}
+
+// count words of wordBytes bytes as hex digits, a space before each but
+// the first unless spaceFirst. Writes up to one character past the end it
+// returns.
+inline char* putSpacedWords(char* p, const uint8_t* bytes, size_t count, size_t wordBytes, bool spaceFirst)
+{
+    if (count == 0)
+        return p;
+    if (wordBytes == 1) {
+        size_t i = 0;
+        if (!spaceFirst) {
+            p[0] = HEX_SPACED.text[bytes[0]][1];
+            p[1] = HEX_SPACED.text[bytes[0]][2];
+            p += 2;
+            i = 1;
+        }
+        for (; i < count; ++i, p += 3)
+            std::memcpy(p, HEX_SPACED.text[bytes[i]], 4);
+        return p;
+    }
+    switch (wordBytes) {
+    case 2:
+        return putSpacedWordsOf<2>(p, bytes, count, spaceFirst);
+    case 4:
+        return putSpacedWordsOf<4>(p, bytes, count, spaceFirst);
+    default:
+        return putSpacedWordsOf<8>(p, bytes, count, spaceFirst);
+    }
+}
+
 #ifdef __SSE2__
 // Sixteen bytes as 32 hex digits with SSE2 (always there on x86-64); adds
 // the bytes to sum.
@@ -309,16 +389,24 @@ bool forEachPiece(WriterInput& input, size_t segment, size_t pieceMax, uint64_t 
 template <typename Emit> bool forEachUnitRun(WriterInput& input, uint64_t unit, uint8_t fill, Emit&& emit)
 {
     const size_t CHUNK = 64 * 1024;
-    std::vector<uint8_t> buffer(CHUNK, fill);
-    uint64_t base = 0;    // the address of buffer[0]
-    uint64_t end = 0;     // one past the last data byte placed
-    bool open = false;    // a run is under way
+    std::vector<uint8_t> buffer(CHUNK);
+    uint64_t base = 0;  // the address of buffer[0]
+    size_t filled = 0;  // buffer[0, filled) holds what is to be emitted
+    uint64_t end = 0;   // one past the last data byte placed
+    bool open = false;  // a run is under way
     bool continues = false;
     const auto alignDown = [unit](uint64_t a) { return a & ~(unit - 1); };
     const auto alignUp = [unit](uint64_t a) { return (a + unit - 1) & ~(unit - 1); };
+    // Only the bytes that no segment gives are filled.
+    const auto fillTo = [&](size_t to) {
+        if (to > filled)
+            std::memset(buffer.data() + filled, fill, to - filled);
+        filled = std::max(filled, to);
+    };
     const auto emitChunk = [&](size_t size) {
+        fillTo(size);
         emit(base, buffer.data(), size, continues);
-        std::fill(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(size), fill);
+        filled = 0;
     };
     for (size_t s = 0; s < input.segmentCount(); ++s) {
         const uint64_t start = input.segmentAddress(s);
@@ -334,6 +422,16 @@ template <typename Emit> bool forEachUnitRun(WriterInput& input, uint64_t unit, 
         const bool whole = forEachPiece(input, s, PIECE, 1, [&](uint64_t at, const uint8_t* bytes, size_t size) {
             uint64_t address = start + at;
             while (size > 0) {
+                if (filled == 0 && address == base && size >= CHUNK) {
+                    // A whole chunk of the segment: handed on as it is.
+                    emit(base, bytes, CHUNK, continues);
+                    continues = true;
+                    base += CHUNK;
+                    address += CHUNK;
+                    bytes += CHUNK;
+                    size -= CHUNK;
+                    continue;
+                }
                 if (address - base >= CHUNK) {
                     emitChunk(CHUNK);
                     continues = true;
@@ -342,7 +440,9 @@ template <typename Emit> bool forEachUnitRun(WriterInput& input, uint64_t unit, 
                 }
                 const size_t offset = static_cast<size_t>(address - base);
                 const size_t take = std::min(size, CHUNK - offset);
+                fillTo(offset);
                 std::memcpy(buffer.data() + offset, bytes, take);
+                filled = offset + take;
                 address += take;
                 bytes += take;
                 size -= take;

@@ -182,19 +182,9 @@ char* putAddressLine(char* p, uint64_t address, bool crlf)
     return putLineEnd(p, crlf);
 }
 
-// length bytes as pairs of hex digits separated by spaces.
-char* putSpacedBytes(char* p, const uint8_t* bytes, size_t length)
-{
-    for (size_t i = 0; i < length; ++i) {
-        p = putByte(p, bytes[i]);
-        *p++ = ' ';
-    }
-    return length > 0 ? p - 1 : p;
-}
-
 bool writeTiTxt(WriterInput& input, const write_options_t& options, OutputBuffer& out)
 {
-    const size_t lineMax = 3 * BYTES_PER_LINE + 2;
+    const size_t lineMax = 3 * BYTES_PER_LINE + 3;
     for (size_t s = 0; s < input.segmentCount(); ++s) {
         const uint64_t start = input.segmentAddress(s);
         out.commit(putAddressLine(out.reserve(32), start, options.crlf));
@@ -203,7 +193,7 @@ bool writeTiTxt(WriterInput& input, const write_options_t& options, OutputBuffer
         const bool whole = forEachPiece(input, s, pieceMax, 1, [&](uint64_t, const uint8_t* bytes, size_t piece) {
             for (size_t done = 0; done < piece; done += BYTES_PER_LINE) {
                 const size_t length = std::min(BYTES_PER_LINE, piece - done);
-                out.commit(putLineEnd(putSpacedBytes(out.reserve(lineMax), bytes + done, length), options.crlf));
+                out.commit(putLineEnd(putSpacedWords(out.reserve(lineMax), bytes + done, length, 1, false), options.crlf));
             }
         });
         if (!whole)

@@ -213,43 +213,47 @@ private:
     bool gaveUp_ = false;
 };
 
-// Words of size bytes (1 to 8), most significant byte first, as hex digits.
-char* putWord(char* p, const uint8_t* bytes, size_t size)
+// "@ADDRESS": eight hex digits.
+char* putWordAddress(char* p, uint64_t word)
 {
-    for (size_t i = 0; i < size; ++i)
-        p = putByte(p, bytes[i]);
+    *p++ = '@';
+    const uint8_t digits[4] = {static_cast<uint8_t>(word >> 24), static_cast<uint8_t>(word >> 16),
+                               static_cast<uint8_t>(word >> 8), static_cast<uint8_t>(word)};
+    for (uint8_t d : digits)
+        p = putByte(p, d);
     return p;
 }
 
 bool writeVerilog(WriterInput& input, const write_options_t& options, OutputBuffer& out)
 {
     const size_t wordBytes = options.wordWidth / 8;
-    const size_t perLine = std::max<size_t>(1, 16 / wordBytes);
-    size_t onLine = 0;
-    return forEachUnitRun(input, wordBytes, options.fill,
-                          [&](uint64_t address, const uint8_t* bytes, size_t size, bool continues) {
-                              if (!continues) {
-                                  if (onLine > 0)
-                                      out.commit(putLineEnd(out.reserve(2), options.crlf));
-                                  char* p = out.reserve(32);
-                                  p += std::snprintf(p, 32, "@%08llX",
-                                                     static_cast<unsigned long long>(address / wordBytes));
-                                  out.commit(putLineEnd(p, options.crlf));
-                                  onLine = 0;
-                              }
-                              for (size_t at = 0; at < size; at += wordBytes) {
-                                  char* p = out.reserve(2 * wordBytes + 3);
-                                  if (onLine > 0)
-                                      *p++ = ' ';
-                                  p = putWord(p, bytes + at, wordBytes);
-                                  if (++onLine == perLine) {
-                                      p = putLineEnd(p, options.crlf);
-                                      onLine = 0;
-                                  }
-                                  out.commit(p);
-                              }
-                          }) &&
-           (onLine == 0 || (out.commit(putLineEnd(out.reserve(2), options.crlf)), true));
+    const size_t perLine = std::max<size_t>(1, 16 / wordBytes); // 16 bytes a line
+    const size_t lineMax = 3 * 16 + 8;
+    size_t onLine = 0; // words on the line so far
+    const bool whole = forEachUnitRun(input, wordBytes, options.fill, [&](uint64_t address, const uint8_t* bytes,
+                                                                          size_t size, bool continues) {
+        if (!continues) {
+            char* p = out.reserve(32);
+            if (onLine > 0)
+                p = putLineEnd(p, options.crlf);
+            out.commit(putLineEnd(putWordAddress(p, address / wordBytes), options.crlf));
+            onLine = 0;
+        }
+        for (size_t at = 0; at < size;) {
+            const size_t words = std::min((size - at) / wordBytes, perLine - onLine);
+            char* p = putSpacedWords(out.reserve(lineMax), bytes + at, words, wordBytes, onLine > 0);
+            onLine += words;
+            at += words * wordBytes;
+            if (onLine == perLine) {
+                p = putLineEnd(p, options.crlf);
+                onLine = 0;
+            }
+            out.commit(p);
+        }
+    });
+    if (whole && onLine > 0)
+        out.commit(putLineEnd(out.reserve(2), options.crlf));
+    return whole;
 }
 
 } // namespace
