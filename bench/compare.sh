@@ -18,8 +18,9 @@
 #    compared as it is) with the image, and each peer's time is divided by
 #    ours in the same round (the median of those ratios is shown).
 # 4. Peak memory of each path through the tool on the 32 MiB image.
-# 5. Instructions per byte under callgrind for hexblocks info on the 1 MiB
-#    image, as HEX with both readers and as S-records.
+# 5. Instructions per byte of text under callgrind on the 1 MiB image: reading
+#    it as HEX with both readers, as S-records and in every newer text format,
+#    and writing it in every text format.
 #
 # Usage: bench/compare.sh [ROUNDS]      (default 5 rounds after one warm-up)
 # Environment: BENCH_DIR (default build/bench) holds the inputs; BENCH_OUT
@@ -306,22 +307,48 @@ if [ -z "$only" ] || [ "$only" = 4 ]; then
 fi
 
 # Instructions per byte of text, which do not depend on what else the machine
-# is doing: valgrind's callgrind on hexblocks info, process start-up included,
-# on the 1 MiB image as HEX and as S-records.
+# is doing: valgrind's callgrind on hexblocks, process start-up included, on
+# the 1 MiB image: reading it (info) as HEX with both readers, as S-records
+# and in each newer text format, and writing it from the binary image in
+# each text format.
 if [ -z "$only" ] || [ "$only" = 5 ]; then
     scripts/deps.sh valgrind
     [ -f "$work/1MiB.srec" ] || "$hexblocks" convert "$work/1MiB-16B.hex" -o "$work/1MiB.srec"
+    # name, format, word width
+    texts=("1MiB.ti-txt ti-txt 8" "1MiB-8.vmem vmem 8" "1MiB-32.vmem vmem 32" "1MiB-8.mif mif 8"
+        "1MiB-32.mif mif 32" "1MiB.ihex16 ihex16 8" "1MiB.uf2 uf2 8")
+    for t in "${texts[@]}"; do
+        read -r name format width <<<"$t"
+        [ -f "$work/$name" ] || "$hexblocks" convert "$work/1MiB-16B.hex" -o "$work/$name" -O "$format" --word-width "$width"
+    done
+    instructions() { # command... : the instructions it runs
+        valgrind --tool=callgrind --callgrind-out-file=/dev/null "$@" 2>&1 >/dev/null |
+            sed -n 's/.*Collected : \([0-9]*\).*/\1/p'
+    }
     echo
-    echo "Instructions per byte (callgrind, process start-up included)"
+    echo "Instructions per byte of text (callgrind, process start-up included)"
     echo
-    printf '| %-28s | %12s | %10s |\n' command instructions "per byte"
-    printf '|%s|%s|%s|\n' ------------------------------ -------------- ------------
-    for c in "info|$work/1MiB-16B.hex" "info --strict|$work/1MiB-16B.hex" "info|$work/1MiB.srec"; do
+    printf '| %-44s | %12s | %10s |\n' command instructions "per byte"
+    printf '|%s|%s|%s|\n' ---------------------------------------------- -------------- ------------
+    reads=("info|$work/1MiB-16B.hex" "info --strict|$work/1MiB-16B.hex" "info|$work/1MiB.srec")
+    for t in "${texts[@]}"; do
+        read -r name format width <<<"$t"
+        reads+=("info -I $format --word-width $width|$work/$name")
+    done
+    for c in "${reads[@]}"; do
         IFS='|' read -r command file <<<"$c"
         # shellcheck disable=SC2086
-        total=$(valgrind --tool=callgrind --callgrind-out-file=/dev/null "$hexblocks" $command "$file" 2>&1 >/dev/null |
-            sed -n 's/.*Collected : \([0-9]*\).*/\1/p')
+        total=$(instructions "$hexblocks" $command "$file")
         awk -v c="$command $(basename "$file")" -v t="$total" -v b="$(stat -c %s "$file")" \
-            'BEGIN { printf "| %-28s | %12d | %10.2f |\n", c, t, t / b }'
+            'BEGIN { printf "| %-44s | %12d | %10.2f |\n", c, t, t / b }'
+    done
+    writes=("ihex 8" "srec 8" "ti-txt 8" "vmem 8" "vmem 32" "mif 8" "mif 32" "coe 8" "coe 32" "c 8" "ihex16 8" "uf2 8")
+    for w in "${writes[@]}"; do
+        read -r format width <<<"$w"
+        out=$BENCH_OUT/written
+        total=$(instructions "$hexblocks" convert "$work/1MiB-16B.bin@0" -o "$out" -O "$format" --word-width "$width")
+        awk -v c="convert bin -> $format $width" -v t="$total" -v b="$(stat -c %s "$out")" \
+            'BEGIN { printf "| %-44s | %12d | %10.2f |\n", c, t, t / b }'
+        rm -f "$out"
     done
 fi

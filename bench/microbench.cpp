@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <random>
+#include <sstream>
 #include <string>
 
 using namespace hexblocks;
@@ -279,6 +280,40 @@ void BM_Compare32MiB(benchmark::State& state)
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * image.dataSize()));
 }
 BENCHMARK(BM_Compare32MiB)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+// UF2 in process: the 32 MiB image written as UF2 into memory (Arg 0) and
+// that UF2 read from memory (Arg 1); bytes are bytes of UF2.
+void BM_Uf2_32MiB(benchmark::State& state)
+{
+    const MemoryImage& image = image32MiB();
+    write_options_t options;
+    options.format = file_format_t::UF2;
+    options.family = 0xE48BFF56;
+    static std::string uf2;
+    if (uf2.empty()) {
+        std::ostringstream out;
+        writeStream(image, out, options);
+        uf2 = out.str();
+    }
+    // Output that goes nowhere: the writer's own cost.
+    struct Discard : std::streambuf {
+        std::streamsize xsputn(const char*, std::streamsize n) override { return n; }
+        int overflow(int c) override { return c; }
+    };
+    for (auto _ : state) {
+        if (state.range(0) == 0) {
+            Discard discard;
+            std::ostream out(&discard);
+            benchmark::DoNotOptimize(writeStream(image, out, options).ok());
+        } else {
+            MemoryImage read;
+            benchmark::DoNotOptimize(readMemory(read, uf2.data(), uf2.size()).ok());
+        }
+    }
+    state.SetLabel(state.range(0) == 0 ? "write" : "read");
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * uf2.size()));
+}
+BENCHMARK(BM_Uf2_32MiB)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 } // namespace
 
