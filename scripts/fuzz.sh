@@ -15,7 +15,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-all_targets="fuzz_hex_strict fuzz_hex_full fuzz_srecord fuzz_elf fuzz_differential fuzz_roundtrip fuzz_decoder
+all_targets="fuzz_hex_strict fuzz_hex_full fuzz_srecord fuzz_elf fuzz_differential fuzz_roundtrip fuzz_decoder fuzz_memory_files
 fuzz_edits fuzz_plan"
 targets=${FUZZ_TARGETS:-$all_targets}
 

@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 
 [ $# -eq 0 ] && set -- ci
 
-packages="cmake make g++ libgtest-dev binutils srecord python3 python3-intelhex groff-base librsvg2-bin nodejs npm file"
+packages="cmake make g++ libgtest-dev binutils srecord python3 python3-intelhex groff-base librsvg2-bin file"
 for preset in "$@"; do
     case $preset in clang*) packages="$packages clang" ;; esac
 done

@@ -230,6 +230,12 @@ TEST(Mif, BadInputNamesTheLine)
     EXPECT_EQ(failureOf("WIDTH=8;\nDATA_RADIX=DECIMAL;\n", F), "2: a radix is HEX, DEC, UNS, BIN or OCT");
     EXPECT_EQ(failureOf("WIDTH=8;\n% open\nDEPTH=8;\n", F), "2: a % comment that is never closed");
     EXPECT_EQ(failureOf(header + "0 : 1;\nEND;\nmore\n", F), "6: text after END");
+    // A range may give 16 MiB (or 256 bytes for each of the file), not gigabytes.
+    EXPECT_EQ(failureOf("WIDTH=8;\nCONTENT BEGIN\n[0..FFFFFF] : 1;\n[1000000..1FFFFFF] : 2;\nEND;\n", F),
+              "4: address ranges give more than 16777216 bytes, more than a file of this size can mean");
+    MemoryImage image;
+    ASSERT_TRUE(readText(image, "WIDTH=8;\nCONTENT BEGIN\n[0..FFFFFF] : 1;\nEND;\n", F));
+    EXPECT_EQ(image.dataSize(), 16u << 20);
 }
 
 // --- INHX16 ----------------------------------------------------------------------

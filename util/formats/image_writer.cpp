@@ -29,15 +29,7 @@ result_t outOfReach(const std::string& reason, uint32_t address)
 
 char* putHexRecord(char* p, uint8_t type, uint16_t offset, const uint8_t* data, size_t length, bool crlf)
 {
-    unsigned sum = static_cast<unsigned>(length) + (offset >> 8) + (offset & 0xFF) + type;
-    *p++ = ':';
-    p = putByte(p, static_cast<uint8_t>(length));
-    p = putByte(p, static_cast<uint8_t>(offset >> 8));
-    p = putByte(p, static_cast<uint8_t>(offset));
-    p = putByte(p, type);
-    p = putBytes(p, data, length, sum);
-    p = putByte(p, static_cast<uint8_t>(-sum));
-    return putLineEnd(p, crlf);
+    return putHexRecordCounted(p, static_cast<uint8_t>(length), type, offset, data, length, crlf);
 }
 
 bool writeIntelHex(WriterInput& input, const write_options_t& options, OutputBuffer& out)

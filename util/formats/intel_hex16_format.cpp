@@ -73,14 +73,11 @@ private:
                 return;
             if (fast > 0)
                 continue;
-            const char* newline = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
-            const char* stop = newline != nullptr ? newline : end;
-            const char* last = stop;
-            while (last > p && (last[-1] == '\r' || last[-1] == ' ' || last[-1] == '\t'))
-                --last;
-            if (!takeLine(line, p, static_cast<size_t>(last - p)))
+            size_t length = 0;
+            const char* start = p;
+            p = lineAt(p, end, length);
+            if (!takeLine(line, start, length))
                 return;
-            p = stop + 1;
         }
     }
 
@@ -216,15 +213,7 @@ private:
 // A record of length bytes of data as they are to appear in the text.
 char* putRecord(char* p, uint8_t type, uint16_t offset, const uint8_t* data, size_t length, bool crlf)
 {
-    unsigned sum = static_cast<unsigned>(length / 2) + (offset >> 8) + (offset & 0xFF) + type;
-    *p++ = ':';
-    p = putByte(p, static_cast<uint8_t>(length / 2));
-    p = putByte(p, static_cast<uint8_t>(offset >> 8));
-    p = putByte(p, static_cast<uint8_t>(offset));
-    p = putByte(p, type);
-    p = putBytes(p, data, length, sum);
-    p = putByte(p, static_cast<uint8_t>(-sum));
-    return putLineEnd(p, crlf);
+    return putHexRecordCounted(p, static_cast<uint8_t>(length / 2), type, offset, data, length, crlf);
 }
 
 bool writeIntelHex16(WriterInput& input, const write_options_t& options, OutputBuffer& out)

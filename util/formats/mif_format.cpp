@@ -9,6 +9,7 @@
 #include "record_assembler.h"
 #include "text_lines.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <string>
@@ -171,6 +172,7 @@ public:
             return true;
         MifLexer lexer(text, size);
         lexer_ = &lexer;
+        textSize_ = size;
         if (readHeader() && readContent())
             expectEnd();
         if (!gaveUp_ && !emitter_.flush())
@@ -328,6 +330,15 @@ private:
             return fail(first, "the entry's data runs past address 0xFFFFFFFF");
         if (depth_ != 0 && from + count > depth_)
             return fail(first, "the entry's words run past the depth " + std::to_string(depth_));
+        if (first.is("[")) {
+            // Address ranges could ask for gigabytes in a few characters:
+            // they may give up to 16 MiB, or 256 bytes for each of the file.
+            rangeBytes_ += count * wordBytes_;
+            const uint64_t allowed = std::max<uint64_t>(16u << 20, 256 * uint64_t{textSize_});
+            if (rangeBytes_ > allowed)
+                return fail(first, "address ranges give more than " + std::to_string(allowed) +
+                                       " bytes, more than a file of this size can mean");
+        }
         return place(from, count, first.line);
     }
 
@@ -433,6 +444,8 @@ private:
     int addressRadix_ = 16;
     int dataRadix_ = 16;
     size_t wordBytes_ = 1;
+    size_t textSize_ = 0;
+    uint64_t rangeBytes_ = 0; // bytes the address ranges gave so far
     std::vector<uint64_t> words_;
     uint8_t bytes_[4096];
     bool gaveUp_ = false;

@@ -336,6 +336,23 @@ inline char* putLineEnd(char* p, bool crlf)
     return p;
 }
 
+// An Intel HEX record (or an INHX16 one, whose count is in words): ':',
+// count, offset, type, the length bytes of data and the checksum over all
+// of them, and the line ending.
+inline char* putHexRecordCounted(char* p, uint8_t count, uint8_t type, uint16_t offset, const uint8_t* data,
+                                 size_t length, bool crlf)
+{
+    unsigned sum = static_cast<unsigned>(count) + (offset >> 8) + (offset & 0xFF) + type;
+    *p++ = ':';
+    p = putByte(p, count);
+    p = putByte(p, static_cast<uint8_t>(offset >> 8));
+    p = putByte(p, static_cast<uint8_t>(offset));
+    p = putByte(p, type);
+    p = putBytes(p, data, length, sum);
+    p = putByte(p, static_cast<uint8_t>(-sum));
+    return putLineEnd(p, crlf);
+}
+
 // The bytes the writers ask an input for at a time: large enough that
 // asking costs nothing, small enough to stay in the cache.
 inline constexpr size_t PIECE = 1 << 20;

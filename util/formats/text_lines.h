@@ -41,22 +41,32 @@ inline bool wholeTextOf(TextSource& source, const char*& text, size_t& size, std
     return true;
 }
 
+// The line at p: sets length to its length without its line ending (LF or
+// CR LF) and the white space before it, and returns where the next line
+// starts.
+inline const char* lineAt(const char* p, const char* end, size_t& length)
+{
+    const char* newline = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
+    const char* stop = newline != nullptr ? newline : end;
+    const char* last = stop;
+    while (last > p && (last[-1] == '\r' || last[-1] == ' ' || last[-1] == '\t'))
+        --last;
+    length = static_cast<size_t>(last - p);
+    return newline != nullptr ? newline + 1 : end;
+}
+
 // Hands take(line, text, length) each line of a text, numbered from 1,
-// without its line ending (LF or CR LF) and its trailing white space. Stops
-// when take returns false.
+// as lineAt() gives it. Stops when take returns false.
 template <typename Take> void forEachLine(const char* text, size_t size, Take&& take)
 {
     const char* end = text + size;
     size_t line = 0;
     for (const char* p = text; p < end;) {
-        const char* newline = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
-        const char* stop = newline != nullptr ? newline : end;
-        const char* last = stop;
-        while (last > p && (last[-1] == '\r' || last[-1] == ' ' || last[-1] == '\t'))
-            --last;
-        if (!take(++line, p, static_cast<size_t>(last - p)))
+        size_t length = 0;
+        const char* start = p;
+        p = lineAt(p, end, length);
+        if (!take(++line, start, length))
             return;
-        p = stop + 1;
     }
 }
 
@@ -358,6 +368,66 @@ private:
     std::vector<uint8_t> run_;
     std::vector<uint8_t> line_; // the other assemblers: the line's bytes
 };
+
+// Reads, at p, the usual lines of words (see scanWordLine()) into emitter at
+// address: one, or, for the ascending assembler, as many lines of 16 bytes
+// as follow it, into the same room. Returns the lines read, with p and
+// address moved past them; 0 when the line at p is of another kind (which the
+// reader then reads its own way); -1 when the assembler gave up.
+template <typename Assembler>
+long readUsualLines(const char*& p, const char* end, size_t wordBytes, LineEmitter<Assembler>& emitter,
+                    uint64_t& address, size_t line)
+{
+    const size_t ROOM = 4096;
+    if (address + ROOM > 0x100000000ull)
+        return 0; // near the end of the address space the general path checks each line
+    uint8_t* to = emitter.room(address, ROOM);
+    if (to == nullptr)
+        return -1;
+    const char* next = p;
+    size_t count = scanWordLine(next, end, wordBytes, to, ROOM);
+    if (count == 0)
+        return 0;
+    long lines = 1;
+    if constexpr (std::is_same_v<Assembler, AscendingAssembler>) {
+        while (count + 16 <= ROOM && scanSixteenByteLine(next, end, wordBytes, to + count)) {
+            count += 16;
+            ++lines;
+        }
+    }
+    if (!emitter.commit(count, line + static_cast<size_t>(lines) - 1))
+        return -1;
+    address += count;
+    p = next;
+    return lines;
+}
+
+// Reads the lines of a text: the usual lines of words at once through
+// readUsualLines() while usual() allows them, any other line by
+// takeLine(line, text, length), which returns false to stop. False when the
+// assembler gave up.
+template <typename Assembler, typename Usual, typename TakeLine>
+bool readLinesOf(const char* p, const char* end, size_t wordBytes, LineEmitter<Assembler>& emitter,
+                 uint64_t& address, Usual&& usual, TakeLine&& takeLine)
+{
+    for (size_t line = 1; p < end;) {
+        if (usual()) {
+            const long lines = readUsualLines(p, end, wordBytes, emitter, address, line);
+            if (lines < 0)
+                return false;
+            if (lines > 0) {
+                line += static_cast<size_t>(lines);
+                continue;
+            }
+        }
+        size_t length = 0;
+        const char* start = p;
+        p = lineAt(p, end, length);
+        if (!takeLine(line++, start, length))
+            return true;
+    }
+    return true;
+}
 
 } // namespace hexblocks::detail
 

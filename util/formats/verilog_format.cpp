@@ -67,41 +67,10 @@ private:
     // takeLine().
     void readLines(const char* p, const char* end)
     {
-        for (size_t line = 1; p < end; ++line) {
-            if (!inComment_ && address_ + sizeof bytes_ <= ADDRESS_SPACE) {
-                uint8_t* to = emitter_.room(address_, sizeof bytes_);
-                if (to == nullptr) {
-                    gaveUp_ = true;
-                    return;
-                }
-                const char* next = p;
-                size_t count = scanWordLine(next, end, wordBytes_, to, sizeof bytes_);
-                if (count > 0) {
-                    if constexpr (std::is_same_v<Assembler, AscendingAssembler>) {
-                        while (count + 16 <= sizeof bytes_ &&
-                               scanSixteenByteLine(next, end, wordBytes_, to + count)) {
-                            count += 16;
-                            ++line;
-                        }
-                    }
-                    if (!emitter_.commit(count, line)) {
-                        gaveUp_ = true;
-                        return;
-                    }
-                    address_ += count;
-                    p = next;
-                    continue;
-                }
-            }
-            const char* newline = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
-            const char* stop = newline != nullptr ? newline : end;
-            const char* last = stop;
-            while (last > p && (last[-1] == '\r' || last[-1] == ' ' || last[-1] == '\t'))
-                --last;
-            if (!takeLine(line, p, static_cast<size_t>(last - p)))
-                return;
-            p = stop + 1;
-        }
+        const bool read = readLinesOf(
+            p, end, wordBytes_, emitter_, address_, [this] { return !inComment_; },
+            [this](size_t line, const char* text, size_t length) { return takeLine(line, text, length); });
+        gaveUp_ = gaveUp_ || !read;
     }
 
     bool takeLine(size_t line, const char* p, size_t length)
