@@ -335,7 +335,7 @@ TEST_F(Uf2Oracle, WeReadTheBlocksItEncodes)
     for (int c = 0; c < CASES; ++c) {
         // Blocks of 4 to 476 bytes at 4-byte-aligned addresses that do not
         // overlap, in any order, some not for the flash, some of a family.
-        std::string spec;
+        std::string blockList;
         MemoryImage expected;
         const size_t count = 1 + random() % 20;
         uint64_t next = 4 * (random() % 0x4000000);
@@ -363,9 +363,9 @@ TEST_F(Uf2Oracle, WeReadTheBlocksItEncodes)
         }
         std::shuffle(lines.begin(), lines.end(), random);
         for (const std::string& l : lines)
-            spec += l + "\n";
-        const std::string specPath = dir.write("spec.txt", spec);
-        node({"encode", specPath, dir.file("theirs.uf2")});
+            blockList += l + "\n";
+        const std::string listPath = dir.write("blocks.txt", blockList);
+        node({"encode", listPath, dir.file("theirs.uf2")});
         MemoryImage image;
         const read_result_t read = readFile(image, dir.file("theirs.uf2").c_str());
         ASSERT_TRUE(read) << read.reason;

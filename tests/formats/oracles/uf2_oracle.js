@@ -1,6 +1,6 @@
 // Runs the uf2 package of the npm registry for the UF2 tests:
 //   node uf2_oracle.js decode FILE        one line per block: the fields it decodes
-//   node uf2_oracle.js encode SPEC OUT    the blocks SPEC describes, one a line:
+//   node uf2_oracle.js encode LIST OUT    the blocks LIST gives, one a line:
 //                                         FLAGS ADDRESS NUMBER TOTAL FAMILY PAYLOAD-HEX
 'use strict';
 const fs = require('fs');
@@ -30,6 +30,6 @@ if (command === 'decode') {
     });
     fs.writeFileSync(output, out);
 } else {
-    console.error('usage: uf2_oracle.js decode FILE | encode SPEC OUT');
+    console.error('usage: uf2_oracle.js decode FILE | encode LIST OUT');
     process.exit(2);
 }
