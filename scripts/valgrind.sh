@@ -1,6 +1,7 @@
 #!/bin/bash
 # Runs the test programs under valgrind memcheck (the tool's own processes
-# too, not the other programs the tests run: compilers, oracles, groff, the
+# too, not the other programs the tests run: compilers and the programs they
+# build, oracles (objcopy, srec_cat, python, node, file), groff, the
 # shells): any memory error or leak fails the run. Each program's tests are
 # split into shards (GoogleTest's sharding) that run side by side, one per
 # processor, so that the run takes what the slowest shard takes.
@@ -27,7 +28,7 @@ run_shard() {
     if GTEST_TOTAL_SHARDS=$total GTEST_SHARD_INDEX=$index \
         valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-kinds=definite,indirect \
         --errors-for-leak-kinds=definite,indirect --trace-children=yes \
-        --trace-children-skip='*/objcopy,*/srec_cat,*/mkdir,*/python3*,*-objcopy,*/g++*,*/c++*,*/clang++*,*-g++*,*/cc1plus,*/as,*/ld,*/ld.*,*/collect2,*/groff,*/troff,*/grotty,*/bash,*/sh,*/chmod,*/rsvg-convert' \
+        --trace-children-skip='*/objcopy,*/srec_cat,*/gcc*,*-gcc*,*/cc,*/cc1,*/node*,*/file,*/print,*/mkdir,*/python3*,*-objcopy,*/g++*,*/c++*,*/clang++*,*-g++*,*/cc1plus,*/as,*/ld,*/ld.*,*/collect2,*/groff,*/troff,*/grotty,*/bash,*/sh,*/chmod,*/rsvg-convert' \
         "build/$preset/tests/$program" --gtest_brief=1 >"$log" 2>&1; then
         echo "== valgrind $program, shard $((index + 1)) of $total: ok, $(grep -E '^\[  PASSED  \]' "$log")"
     else
