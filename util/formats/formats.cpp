@@ -408,7 +408,8 @@ read_result_t readFile(MemoryImage& image, const char* path, const read_options_
         const std::vector<file_format_t> candidates = recogniseFormats(head, headSize);
         // Content that fits several formats is read as the one the file's
         // extension names, when it names one of them.
-        const std::optional<file_format_t> named = formatByExtension(path);
+        const std::optional<file_format_t> named =
+            candidates.size() > 1 ? formatByExtension(path) : std::optional<file_format_t>();
         if (candidates.size() == 1) {
             format = candidates[0];
         } else if (named && std::find(candidates.begin(), candidates.end(), *named) != candidates.end()) {
