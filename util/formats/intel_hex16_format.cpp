@@ -22,8 +22,6 @@ namespace {
 
 const uint64_t ADDRESS_SPACE = 0x100000000ull;
 
-// Reads INHX16 for an assembler: each data record is a record at twice its
-// word address.
 // Copies size bytes (an even number) from from to to, the two bytes of each
 // pair swapped: eight bytes at a time.
 HEXBLOCKS_ALWAYS_INLINE void swapPairs(const uint8_t* from, uint8_t* to, size_t size)
@@ -41,6 +39,8 @@ HEXBLOCKS_ALWAYS_INLINE void swapPairs(const uint8_t* from, uint8_t* to, size_t 
     }
 }
 
+// Reads INHX16 for an assembler: each data record is a record at twice its
+// word address.
 template <typename Assembler> class IntelHex16Interpreter {
 public:
     IntelHex16Interpreter(Assembler& assembler, fullread_t& read) : emitter_(assembler), read_(read) {}
