@@ -47,14 +47,7 @@ public:
 
     bool run(TextSource& source)
     {
-        const char* text = nullptr;
-        size_t size = 0;
-        std::vector<char> storage;
-        if (!wholeTextOf(source, text, size, storage, read_))
-            return true;
-        readLines(text, text + size);
-        if (!gaveUp_ && !emitter_.flush())
-            gaveUp_ = true;
+        readWholeText(source, read_, emitter_, gaveUp_, [this](const char* p, const char* end) { readLines(p, end); });
         return !gaveUp_;
     }
 
@@ -116,8 +109,7 @@ private:
 
     bool fail(size_t line, const std::string& reason, const char* p, size_t length)
     {
-        failRead(read_, fullread_t::status_t::BAD_LINE, line, reason, excerpt(p, length));
-        return false;
+        return failLine(read_, line, reason, p, length);
     }
 
     bool takeLine(size_t line, const char* p, size_t length)

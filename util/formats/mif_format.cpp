@@ -165,18 +165,14 @@ public:
     bool run(TextSource& source)
     {
         read_.sawEndRecord = true;
-        const char* text = nullptr;
-        size_t size = 0;
-        std::vector<char> storage;
-        if (!wholeTextOf(source, text, size, storage, read_))
-            return true;
-        MifLexer lexer(text, size);
-        lexer_ = &lexer;
-        textSize_ = size;
-        if (readHeader() && readContent())
-            expectEnd();
-        if (!gaveUp_ && !emitter_.flush())
-            gaveUp_ = true;
+        readWholeText(source, read_, emitter_, gaveUp_, [this](const char* text, const char* end) {
+            MifLexer lexer(text, static_cast<size_t>(end - text));
+            lexer_ = &lexer;
+            textSize_ = static_cast<size_t>(end - text);
+            if (readHeader() && readContent())
+                expectEnd();
+            lexer_ = nullptr;
+        });
         return !gaveUp_;
     }
 

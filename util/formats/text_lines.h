@@ -76,6 +76,13 @@ inline std::string excerpt(const char* text, size_t length)
     return std::string(text, length < 80 ? length : 80);
 }
 
+// Fails read at a line, quoting it. Returns false, for a reader to stop.
+inline bool failLine(fullread_t& read, size_t line, const std::string& reason, const char* text, size_t length)
+{
+    failRead(read, fullread_t::status_t::BAD_LINE, line, reason, excerpt(text, length));
+    return false;
+}
+
 // Reads the hex digits at p (up to end) into value: false when there are
 // none, or more than fit in 64 bits. p is left after them.
 inline bool readHexNumber(const char*& p, const char* end, uint64_t& value, size_t& digits)
@@ -426,6 +433,25 @@ bool readLinesOf(const char* p, const char* end, size_t wordBytes, LineEmitter<A
         if (!takeLine(line++, start, length))
             return true;
     }
+    return true;
+}
+
+// How a text reader reads its source: readText(text, end) over the whole
+// text, then the emitter hands on what it still holds; gaveUp is set when
+// the assembler gave up. False when the text could not be read (read says
+// why).
+template <typename Assembler, typename ReadText>
+bool readWholeText(TextSource& source, fullread_t& read, LineEmitter<Assembler>& emitter, bool& gaveUp,
+                   ReadText&& readText)
+{
+    const char* text = nullptr;
+    size_t size = 0;
+    std::vector<char> storage;
+    if (!wholeTextOf(source, text, size, storage, read))
+        return false;
+    readText(text, text + size);
+    if (!gaveUp && !emitter.flush())
+        gaveUp = true;
     return true;
 }
 

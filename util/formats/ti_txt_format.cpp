@@ -27,14 +27,8 @@ public:
 
     bool run(TextSource& source)
     {
-        const char* text = nullptr;
-        size_t size = 0;
-        std::vector<char> storage;
-        if (!wholeTextOf(source, text, size, storage, read_))
+        if (!readWholeText(source, read_, emitter_, gaveUp_, [this](const char* p, const char* end) { readLines(p, end); }))
             return true;
-        readLines(text, text + size);
-        if (!gaveUp_ && !emitter_.flush())
-            gaveUp_ = true;
         if (read_.status == fullread_t::status_t::OK && !ended_ && !gaveUp_)
             failRead(read_, fullread_t::status_t::BAD_LINE, 0, "the file ends without the end marker q", "");
         read_.sawEndRecord = true;
@@ -48,8 +42,7 @@ public:
 private:
     bool fail(size_t line, const std::string& reason, const char* p, size_t length)
     {
-        failRead(read_, fullread_t::status_t::BAD_LINE, line, reason, excerpt(p, length));
-        return false;
+        return failLine(read_, line, reason, p, length);
     }
 
     // Reads the lines of the text: the usual line of bytes at once, any

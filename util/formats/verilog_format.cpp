@@ -38,14 +38,8 @@ public:
                      "word width " + std::to_string(wordWidth_) + " is not 8, 16, 32 or 64 bits", "");
             return true;
         }
-        const char* text = nullptr;
-        size_t size = 0;
-        std::vector<char> storage;
-        if (!wholeTextOf(source, text, size, storage, read_))
+        if (!readWholeText(source, read_, emitter_, gaveUp_, [this](const char* p, const char* end) { readLines(p, end); }))
             return true;
-        readLines(text, text + size);
-        if (!gaveUp_ && !emitter_.flush())
-            gaveUp_ = true;
         if (read_.status == fullread_t::status_t::OK && inComment_ && !gaveUp_)
             failRead(read_, fullread_t::status_t::BAD_LINE, commentLine_, "a /* comment that is never closed", "");
         return !gaveUp_;
@@ -58,8 +52,7 @@ public:
 private:
     bool fail(size_t line, const std::string& reason, const char* p, const char* end)
     {
-        failRead(read_, fullread_t::status_t::BAD_LINE, line, reason, excerpt(p, static_cast<size_t>(end - p)));
-        return false;
+        return failLine(read_, line, reason, p, static_cast<size_t>(end - p));
     }
 
     // Reads the lines of the text: the usual line of words at once, any
