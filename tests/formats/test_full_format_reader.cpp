@@ -248,6 +248,76 @@ std::vector<std::string> jumpingFile(int regions, int jumps)
     return lines;
 }
 
+// Segments of mostly full 64 KiB regions (what the window method keeps
+// whole), as 32-byte records in the order given: "ascending", "descending",
+// "regions" (the regions in a random order, each region's records in
+// order) or "shuffled" (the same, each region's records in a random order). One segment starts in the middle of a region, one after
+// a region that holds only a few of its bytes, one ends at 0xFFFFFFFF; a
+// few bytes lie apart; and a few records repeat earlier ones.
+std::vector<std::string> denseFile(std::mt19937& rng, const std::string& order)
+{
+    struct range_t {
+        uint64_t start;
+        uint64_t end;
+    };
+    const range_t ranges[] = {{0x08001234, 0x08038000}, {0x20000000, 0x20015000},  {0x4000FF00, 0x40030000},
+                              {0x50000010, 0x50000030}, {0xFFFE0000, 0x100000000}, {0x60000000, 0x6000C000}};
+    struct record_t {
+        uint32_t address;
+        std::vector<uint8_t> bytes;
+    };
+    std::vector<record_t> records;
+    std::uniform_int_distribution<int> byte(0, 255);
+    for (const range_t& range : ranges)
+        for (uint64_t a = range.start; a < range.end; a += 32) {
+            record_t r{static_cast<uint32_t>(a), std::vector<uint8_t>(std::min<uint64_t>(32, range.end - a))};
+            for (uint8_t& b : r.bytes)
+                b = static_cast<uint8_t>(byte(rng));
+            records.push_back(r);
+        }
+    for (int i = 0; i < 6; ++i)
+        records.push_back(records[static_cast<size_t>(byte(rng)) * 97 % records.size()]);
+    if (order == "descending") {
+        std::reverse(records.begin(), records.end());
+    } else if (order == "shuffled" || order == "regions") {
+        if (order == "shuffled")
+            std::shuffle(records.begin(), records.end(), rng);
+        std::set<uint32_t> seen;
+        for (const record_t& r : records)
+            seen.insert(r.address >> 16);
+        std::vector<uint32_t> regions(seen.begin(), seen.end());
+        std::shuffle(regions.begin(), regions.end(), rng);
+        std::map<uint32_t, size_t> rank;
+        for (size_t i = 0; i < regions.size(); ++i)
+            rank[regions[i]] = i;
+        std::stable_sort(records.begin(), records.end(), [&](const record_t& a, const record_t& b) {
+            return rank[a.address >> 16] < rank[b.address >> 16];
+        });
+    }
+    std::vector<std::string> lines;
+    uint32_t base = 0x10000; // none yet
+    for (const record_t& r : records) {
+        if (r.address >> 16 != base) {
+            base = r.address >> 16;
+            lines.push_back(linearBaseRecord(static_cast<uint16_t>(base)));
+        }
+        lines.push_back(dataRecord(static_cast<uint16_t>(r.address), r.bytes));
+    }
+    lines.push_back(EOF_RECORD);
+    return lines;
+}
+
+// A text in memory that says it has a given size left: how much room the
+// window method may take for the regions it keeps whole.
+class SizeHintText : public MemoryText {
+public:
+    SizeHintText(const std::string& text, uint64_t hint) : MemoryText(text.data(), text.size()), hint_(hint) {}
+    uint64_t sizeLeft() const override { return hint_; }
+
+private:
+    uint64_t hint_;
+};
+
 } // namespace
 
 TEST(FullFormatReader, GeneratedFilesInEveryOrderFollowTheRules)
@@ -285,6 +355,48 @@ TEST(FullFormatReader, EdgesOfRegionsSegmentsAndTheAddressSpace)
     };
     for (size_t i = 0; i < files.size(); ++i)
         expectAsModel(files[i], "\n", "file " + std::to_string(i));
+}
+
+TEST(FullFormatReader, FullRegionsInAnyOrderGiveTheSegmentsOfTheModel)
+{
+    // The window method keeps full regions in one block of memory that
+    // becomes a segment at the end, however the regions came; with room for
+    // only a few of them, or none, the rest are kept apart.
+    std::mt19937 rng(64);
+    for (const std::string order : {"ascending", "descending", "shuffled", "regions"}) {
+        SCOPED_TRACE(order);
+        const std::vector<std::string> lines = denseFile(rng, order);
+        const std::string text = joinLines(lines);
+        const Model model = modelOf(lines);
+        std::vector<segment_t> first;
+        for (uint64_t room : {uint64_t(text.size()), uint64_t(3 * 0x10000), uint64_t(0)}) {
+            SCOPED_TRACE("room " + std::to_string(room));
+            Read r;
+            SizeHintText source(text, room);
+            r.read = hexblocks::detail::readFullFormat(source, r.image, placement_t::WINDOWS);
+            ASSERT_EQ(r.read.status, fullread_t::status_t::OK) << r.read.reason;
+            EXPECT_FALSE(r.read.sorted);
+            expectWellFormed(r.image);
+            EXPECT_EQ(r.image.segments().size(), 6u);
+            EXPECT_EQ(r.read.repeatedBytes, model.repeated);
+            // The model's bytes once; the same segments with less room.
+            if (first.empty()) {
+                EXPECT_EQ(bytesOf(r.image), model.bytes);
+                first = r.image.segments();
+                continue;
+            }
+            ASSERT_EQ(r.image.segments().size(), first.size());
+            for (size_t i = 0; i < first.size(); ++i) {
+                EXPECT_EQ(r.image.segments()[i].address, first[i].address);
+                EXPECT_TRUE(r.image.segments()[i].bytes == first[i].bytes) << "segment " << i;
+            }
+        }
+    }
+    // Regions closed and opened again give their room back.
+    const std::vector<std::string> jumping = jumpingFile(6, 12);
+    const Read again = readWith(joinLines(jumping), placement_t::WINDOWS);
+    EXPECT_FALSE(again.read.sorted);
+    EXPECT_EQ(bytesOf(again.image), modelOf(jumping).bytes);
 }
 
 TEST(FullFormatReader, RecordsJumpingBetweenRegionsAreSortedInstead)

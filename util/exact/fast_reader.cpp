@@ -183,13 +183,16 @@ private:
     bool outOfOrder_ = false;
 };
 
+// Closed bases keep everything themselves.
+struct nostore_t {};
+
 // A linear base whose window is closed: its runs, ready to become blocks,
 // and its record starts.
 struct closedbase_t {
     std::vector<fastrun_t> runs;
     std::vector<progression_t> starts;
 
-    void close(uint32_t linearBase, RegionWindow& window)
+    void close(uint32_t linearBase, RegionWindow& window, nostore_t&)
     {
         for (const run_t& r : window.runs()) {
             const uint8_t* bytes = window.bytes() + r.start;
@@ -201,7 +204,7 @@ struct closedbase_t {
         starts = window.starts();
     }
 
-    uint64_t reopen(RegionWindow& window) const
+    uint64_t reopen(RegionWindow& window, nostore_t&) const
     {
         uint64_t moved = 0;
         for (const fastrun_t& run : runs) {
@@ -253,7 +256,8 @@ private:
     }
 
     QuietRecords records_;
-    RegionWindows<closedbase_t> bases_{WINDOW_POSITIONS};
+    nostore_t store_;
+    RegionWindows<closedbase_t, nostore_t> bases_{WINDOW_POSITIONS, store_};
     uint64_t dataBytes_ = 0;
 };
 

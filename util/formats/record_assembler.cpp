@@ -3,7 +3,9 @@
 #include "hex_format.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include <sys/mman.h>
@@ -36,9 +38,34 @@ void appendBytes(std::vector<uint8_t>& segment, const uint8_t* bytes, size_t len
 
 } // namespace
 
-void closedregion_t::close(uint32_t, RegionWindow& window)
+uint32_t regionarena_t::keep(const uint8_t* window)
 {
-    // Regions that are at least this full keep the window's pages.
+    if (!freeSlots.empty()) {
+        const uint32_t slot = freeSlots.back();
+        freeSlots.pop_back();
+        std::memcpy(slotBytes(slot), window, REGION_SIZE);
+        return slot;
+    }
+    if (bytes.size() + REGION_SIZE > room)
+        return NO_SLOT;
+    if (bytes.capacity() < room) {
+        // The room is asked for at once, so that the slots never move; pages
+        // never written take no memory.
+        try {
+            bytes.reserve(static_cast<size_t>(room));
+        } catch (const std::bad_alloc&) {
+            room = 0;
+            return NO_SLOT;
+        }
+    }
+    const uint32_t slot = static_cast<uint32_t>(bytes.size() / REGION_SIZE);
+    bytes.insert(bytes.end(), window, window + REGION_SIZE);
+    return slot;
+}
+
+void closedregion_t::close(uint32_t, RegionWindow& window, regionarena_t& arena)
+{
+    // Regions that are at least this full keep every position.
     const size_t DENSE = 0x4000;
     runs = window.runs();
     starts = window.starts();
@@ -48,7 +75,9 @@ void closedregion_t::close(uint32_t, RegionWindow& window)
     if (held >= DENSE) {
         for (const run_t& r : runs)
             runOffset.push_back(r.start);
-        pages = window.takeBytes();
+        slot = arena.keep(window.bytes());
+        if (slot == regionarena_t::NO_SLOT)
+            pages = window.takeBytes();
         return;
     }
     packed.reserve(held);
@@ -58,14 +87,16 @@ void closedregion_t::close(uint32_t, RegionWindow& window)
     }
 }
 
-uint64_t closedregion_t::reopen(RegionWindow& window) const
+uint64_t closedregion_t::reopen(RegionWindow& window, regionarena_t& arena) const
 {
     uint64_t moved = 0;
     for (size_t i = 0; i < runs.size(); ++i) {
-        window.placeNew(runs[i].start, bytesOf(i), runs[i].length);
+        window.placeNew(runs[i].start, bytesOf(i, arena), runs[i].length);
         moved += runs[i].length;
     }
     window.markStarts(starts);
+    if (slot != regionarena_t::NO_SLOT)
+        arena.freeSlots.push_back(slot);
     return moved;
 }
 
@@ -146,35 +177,156 @@ std::vector<segment_t> AscendingAssembler::finish()
     return std::move(segments_);
 }
 
+namespace {
+
+// Moves the slots of an arena so that slot j holds what slot source[j]
+// held, for each j with a source (the others may hold anything). Each slot
+// is copied once, and one more through a spare for each cycle of slots that
+// want each other's place.
+void arrangeSlots(regionarena_t& arena, const std::vector<uint32_t>& source)
+{
+    const uint32_t NO_SLOT = regionarena_t::NO_SLOT;
+    const size_t n = source.size();
+    std::vector<uint32_t> wantedBy(arena.bytes.size() / REGION_SIZE, NO_SLOT);
+    for (size_t j = 0; j < n; ++j)
+        if (source[j] != NO_SLOT)
+            wantedBy[source[j]] = static_cast<uint32_t>(j);
+    std::vector<bool> done(n);
+    for (size_t j = 0; j < n; ++j)
+        done[j] = source[j] == NO_SLOT || source[j] == j;
+    // Chains: fill a slot whose bytes nobody wants, then the slot whose
+    // bytes just moved, and so on.
+    for (size_t head = 0; head < n; ++head) {
+        if (done[head] || wantedBy[head] != NO_SLOT)
+            continue;
+        for (size_t j = head;;) {
+            const uint32_t from = source[j];
+            std::memcpy(arena.slotBytes(static_cast<uint32_t>(j)), arena.slotBytes(from), REGION_SIZE);
+            done[j] = true;
+            wantedBy[from] = NO_SLOT;
+            if (from >= n || done[from])
+                break;
+            j = from;
+        }
+    }
+    // What is left are cycles.
+    std::vector<uint8_t> spare;
+    for (size_t start = 0; start < n; ++start) {
+        if (done[start])
+            continue;
+        spare.assign(arena.slotBytes(static_cast<uint32_t>(start)), arena.slotBytes(static_cast<uint32_t>(start)) + REGION_SIZE);
+        for (size_t j = start;;) {
+            const uint32_t from = source[j];
+            done[j] = true;
+            if (from == start) {
+                std::memcpy(arena.slotBytes(static_cast<uint32_t>(j)), spare.data(), REGION_SIZE);
+                break;
+            }
+            std::memcpy(arena.slotBytes(static_cast<uint32_t>(j)), arena.slotBytes(from), REGION_SIZE);
+            j = from;
+        }
+    }
+}
+
+} // namespace
+
+WindowAssembler::WindowAssembler(overlap_policy_t overlap, uint64_t textSize) : overlap_(overlap)
+{
+    // Room for as many bytes as the text has, at most 256 MiB at once (the
+    // data of every text format takes less; a UF2 file holds its payload
+    // and more), so that a 32-bit address space is not exhausted.
+    arena_.room = std::min<uint64_t>(textSize, 256u << 20) / REGION_SIZE * REGION_SIZE;
+}
+
 std::vector<segment_t> WindowAssembler::finish()
 {
     regions_.close();
     std::map<uint32_t, closedregion_t>& closed = regions_.closed();
-    std::vector<segment_t> segments;
-    // Sizes first, so that each segment is allocated once at its size.
-    std::vector<uint64_t> sizes;
+    // The segments first, so that each is allocated once at its size.
+    std::vector<span_t> spans;
     uint64_t end = 0;
-    for (const auto& entry : closed)
+    for (const auto& entry : closed) {
+        size_t counted = SIZE_MAX; // the span this region was last counted in
         for (const run_t& r : entry.second.runs) {
             const uint64_t address = entry.first * REGION_SIZE + r.start;
-            if (sizes.empty() || address != end)
-                sizes.push_back(0);
-            sizes.back() += r.length;
+            if (spans.empty() || address != end)
+                spans.push_back(span_t{address, 0, entry.first, entry.first, 0});
+            span_t& span = spans.back();
+            span.size += r.length;
+            span.lastRegion = entry.first;
+            if (entry.second.slot != regionarena_t::NO_SLOT && spans.size() - 1 != counted) {
+                ++span.slots;
+                counted = spans.size() - 1;
+            }
             end = address + r.length;
         }
-    segments.reserve(sizes.size());
-    for (auto entry = closed.begin(); entry != closed.end(); entry = closed.erase(entry)) {
+    }
+    // The segment with the most regions in the arena is built inside it.
+    size_t inArena = spans.size();
+    for (size_t k = 0; k < spans.size(); ++k)
+        if (spans[k].slots > 0 && (inArena == spans.size() || spans[k].slots > spans[inArena].slots))
+            inArena = k;
+    std::vector<segment_t> segments(spans.size());
+    size_t k = 0;
+    for (auto entry = closed.begin(); entry != closed.end();) {
         const closedregion_t& region = entry->second;
         for (size_t i = 0; i < region.runs.size(); ++i) {
             const uint64_t address = entry->first * REGION_SIZE + region.runs[i].start;
-            if (segments.empty() || address != segments.back().endAddress()) {
-                segments.push_back(segment_t{static_cast<uint32_t>(address), {}});
-                segments.back().bytes.reserve(static_cast<size_t>(sizes[segments.size() - 1]));
+            while (address >= spans[k].address + spans[k].size)
+                ++k;
+            if (k == inArena)
+                continue;
+            segment_t& segment = segments[k];
+            if (segment.bytes.empty()) {
+                segment.address = static_cast<uint32_t>(spans[k].address);
+                segment.bytes.reserve(static_cast<size_t>(spans[k].size));
             }
-            appendBytes(segments.back().bytes, region.bytesOf(i), region.runs[i].length);
+            appendBytes(segment.bytes, region.bytesOf(i, arena_), region.runs[i].length);
         }
+        // What the segment in the arena needs is kept until it is built.
+        const bool needed = inArena < spans.size() && entry->first >= spans[inArena].firstRegion &&
+                            entry->first <= spans[inArena].lastRegion;
+        entry = needed ? std::next(entry) : closed.erase(entry);
     }
+    if (inArena < spans.size()) {
+        segments[inArena].address = static_cast<uint32_t>(spans[inArena].address);
+        segments[inArena].bytes = buildInArena(spans[inArena]);
+    }
+    closed.clear();
     return segments;
+}
+
+std::vector<uint8_t> WindowAssembler::buildInArena(const span_t& span)
+{
+    std::map<uint32_t, closedregion_t>& closed = regions_.closed();
+    const size_t regions = span.lastRegion - span.firstRegion + 1;
+    // Slot j is to hold region firstRegion + j: those in the arena are moved
+    // there, the others' runs copied in after.
+    std::vector<uint32_t> source(regions, regionarena_t::NO_SLOT);
+    for (size_t j = 0; j < regions; ++j)
+        source[j] = closed.at(static_cast<uint32_t>(span.firstRegion + j)).slot;
+    const size_t touched = std::max<size_t>(arena_.bytes.size(), regions * REGION_SIZE);
+    if (arena_.bytes.size() < touched)
+        arena_.bytes.resize(touched);
+    arrangeSlots(arena_, source);
+    for (size_t j = 0; j < regions; ++j) {
+        if (source[j] != regionarena_t::NO_SLOT)
+            continue;
+        const closedregion_t& region = closed.at(static_cast<uint32_t>(span.firstRegion + j));
+        // Runs of the region beyond the span land where the bytes are cut off.
+        for (size_t i = 0; i < region.runs.size(); ++i)
+            std::memcpy(arena_.slotBytes(static_cast<uint32_t>(j)) + region.runs[i].start, region.bytesOf(i, arena_),
+                        region.runs[i].length);
+    }
+    std::vector<uint8_t> bytes = std::move(arena_.bytes);
+    const size_t skip = static_cast<size_t>(span.address - span.firstRegion * REGION_SIZE);
+    if (skip > 0)
+        std::memmove(bytes.data(), bytes.data() + skip, static_cast<size_t>(span.size));
+    bytes.resize(static_cast<size_t>(span.size));
+    // Slots of other segments took memory that the segment does not use.
+    if (touched - bytes.size() > bytes.size() / 8)
+        bytes.shrink_to_fit();
+    return bytes;
 }
 
 bool WindowAssembler::overlapping(size_t position, const piece_t& piece, size_t repeated, size_t line)

@@ -78,23 +78,50 @@ struct piece_t {
 
 const uint64_t REGION_SIZE = 0x10000;
 
-// Where each region's data is kept once its window is closed: the window's
-// own pages when the region is mostly data, else just the runs' bytes.
+// Where closed regions that are mostly data keep their bytes: a slot of
+// REGION_SIZE bytes each in one vector, in the order the regions closed.
+// At the end the slots of one segment are put in address order inside it,
+// and the vector becomes that segment's bytes: the image is allocated once,
+// and the windows' pages are used again and again.
+struct regionarena_t {
+    static constexpr uint32_t NO_SLOT = static_cast<uint32_t>(-1);
+
+    std::vector<uint8_t> bytes;
+    std::vector<uint32_t> freeSlots; // slots whose regions were opened again
+    uint64_t room = 0;               // bytes may not grow beyond it (no copy)
+
+    // Keeps a window's bytes; the slot, or NO_SLOT when there is no room.
+    uint32_t keep(const uint8_t* window);
+
+    uint8_t* slotBytes(uint32_t slot) { return bytes.data() + static_cast<uint64_t>(slot) * REGION_SIZE; }
+    const uint8_t* slotBytes(uint32_t slot) const
+    {
+        return bytes.data() + static_cast<uint64_t>(slot) * REGION_SIZE;
+    }
+};
+
+// Where each region's data is kept once its window is closed: a slot of
+// the arena when the region is mostly data (or the window's own pages when
+// the arena is full), else just the runs' bytes.
 struct closedregion_t {
+    uint32_t slot = regionarena_t::NO_SLOT;
     PageBytes pages;
     std::vector<uint8_t> packed;
     std::vector<run_t> runs;         // positions in the region
     std::vector<uint32_t> runOffset; // where each run's bytes are kept
     std::vector<progression_t> starts;
 
-    const uint8_t* bytesOf(size_t run) const
+    const uint8_t* bytesOf(size_t run, const regionarena_t& arena) const
     {
-        return (pages.empty() ? packed.data() : pages.data()) + runOffset[run];
+        const uint8_t* kept = slot != regionarena_t::NO_SLOT ? arena.slotBytes(slot)
+                              : pages.empty()                 ? packed.data()
+                                                              : pages.data();
+        return kept + runOffset[run];
     }
 
-    void close(uint32_t, RegionWindow& window);
+    void close(uint32_t, RegionWindow& window, regionarena_t& arena);
 
-    uint64_t reopen(RegionWindow& window) const;
+    uint64_t reopen(RegionWindow& window, regionarena_t& arena) const;
 };
 
 // Places records that come in ascending order of address, none reaching back
@@ -164,7 +191,8 @@ public:
     size_t firstRepeatLine = 0;
     size_t conflictLine = 0; // the record that the policy refused, which stopped the reading
 
-    explicit WindowAssembler(overlap_policy_t overlap = overlap_policy_t::FIRST) : overlap_(overlap) {}
+    // textSize, when known, bounds the room the arena reserves.
+    explicit WindowAssembler(overlap_policy_t overlap = overlap_policy_t::FIRST, uint64_t textSize = 0);
 
     // False when records jump between regions so often that reopening them
     // would cost more than reading the whole file again another way.
@@ -203,8 +231,21 @@ private:
     // The same for part of a record placed with placeNew().
     bool placePart(size_t position, const uint8_t* data, size_t length, size_t line);
 
+    // A segment, and the regions it spans.
+    struct span_t {
+        uint64_t address;
+        uint64_t size;
+        uint32_t firstRegion;
+        uint32_t lastRegion;
+        size_t slots; // of its regions, those kept in the arena
+    };
+
+    // The segment of span built inside the arena, whose bytes it takes.
+    std::vector<uint8_t> buildInArena(const span_t& span);
+
     overlap_policy_t overlap_;
-    RegionWindows<closedregion_t> regions_{REGION_SIZE};
+    regionarena_t arena_;
+    RegionWindows<closedregion_t, regionarena_t> regions_{REGION_SIZE, arena_};
     uint64_t dataBytes_ = 0;
 };
 
@@ -487,7 +528,7 @@ fullread_t readRecords(TextSource& source, MemoryImage& image, const assembly_t&
                !startAgain(source, read);
     }
     if (!done && assembly.placement != placement_t::SORTING) {
-        WindowAssembler windows(assembly.overlap);
+        WindowAssembler windows(assembly.overlap, source.sizeLeft());
         done = readWith<Interpreter>(source, image, read, windows, conflictLine, settings...) ||
                !startAgain(source, read);
     }

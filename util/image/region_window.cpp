@@ -85,7 +85,7 @@ size_t findBit(const std::vector<uint64_t>& words, size_t from, size_t lastWord,
 
 RegionWindow::RegionWindow(size_t positions)
     : positions_(positions), bytes_(positions), data_((positions + 63) / 64 + 1), starts_(data_.size()),
-      low_(data_.size()), high_(0)
+      low_(data_.size()), high_(0), dataStart_(positions)
 {
 }
 
@@ -97,17 +97,24 @@ PageBytes RegionWindow::takeBytes()
     return taken;
 }
 
-void RegionWindow::settleRun()
+void RegionWindow::settleRuns()
 {
-    touch(appendStart_ / 64, (appendEnd_ - 1) / 64);
-    forEachWord(appendStart_, appendEnd_ - appendStart_, [&](size_t w, uint64_t mask) { data_[w] |= mask; });
-    appendStart_ = appendEnd_;
+    const auto settleRun = [this](size_t& start, size_t end) {
+        if (start == end)
+            return;
+        touch(start / 64, (end - 1) / 64);
+        forEachWord(start, end - start, [&](size_t w, uint64_t mask) { data_[w] |= mask; });
+        start = end;
+    };
+    settleRun(appendStart_, appendEnd_);
+    settleRun(prependStart_, prependEnd_);
 }
 
 void RegionWindow::clear()
 {
     settle();
-    dataEnd_ = appendStart_ = appendEnd_ = 0;
+    dataEnd_ = appendStart_ = appendEnd_ = prependStart_ = prependEnd_ = 0;
+    dataStart_ = positions_;
     if (low_ <= high_) {
         std::fill(data_.begin() + static_cast<long>(low_), data_.begin() + static_cast<long>(high_) + 1, 0);
         std::fill(starts_.begin() + static_cast<long>(low_), starts_.begin() + static_cast<long>(high_) + 1, 0);
@@ -135,6 +142,7 @@ size_t RegionWindow::placeNew(size_t position, const uint8_t* data, size_t lengt
     if (length == 0)
         return 0;
     dataEnd_ = std::max(dataEnd_, position + length);
+    dataStart_ = std::min(dataStart_, position);
     touch(position / 64, (position + length - 1) / 64);
     if (!holdsData(position, length)) { // sets the append run's bits first
         std::memcpy(bytes_.data() + position, data, length);

@@ -70,7 +70,7 @@ public:
 
     // Empties the window; costs only what was used since the last time.
     void clear();
-    bool empty() const { return low_ > high_ && appendStart_ == appendEnd_; }
+    bool empty() const { return low_ > high_ && appendStart_ == appendEnd_ && prependStart_ == prependEnd_; }
 
     bool isStart(size_t position) const { return (starts_[position / 64] >> (position % 64) & 1) != 0; }
     void markStart(size_t position);
@@ -106,10 +106,22 @@ public:
             starts_[position / 64] |= uint64_t(1) << (position % 64);
             copyBytes(bytes_.data() + position, data, length);
             appendEnd_ = dataEnd_ = position + length;
+            dataStart_ = position < dataStart_ ? position : dataStart_;
+            return 0;
+        }
+        if (position + length == dataStart_ && (prependStart_ == prependEnd_ || prependStart_ == dataStart_)) {
+            // Records one before another (a file written backwards): nothing
+            // lies below the record, so it is only copied; the run's bits are
+            // set later.
+            starts_[position / 64] |= uint64_t(1) << (position % 64);
+            copyBytes(bytes_.data() + position, data, length);
+            if (prependStart_ == prependEnd_)
+                prependEnd_ = dataStart_;
+            prependStart_ = dataStart_ = position;
             return 0;
         }
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-        if (length <= 56 && appendStart_ == appendEnd_) {
+        if (length <= 56 && appendStart_ == appendEnd_ && prependStart_ == prependEnd_) {
             // A record elsewhere, of the usual size: its data bits lie in the
             // eight bytes of the bit map from the byte that holds its first
             // one, read and written at once.
@@ -127,6 +139,7 @@ public:
                 std::memcpy(bits, &held, sizeof held);
                 touch(word, (position + length - 1) / 64);
                 copyBytes(bytes_.data() + position, data, length);
+                dataStart_ = position < dataStart_ ? position : dataStart_;
                 followWith(position + length);
                 return 0;
             }
@@ -154,9 +167,9 @@ private:
         high_ = lastWord > high_ ? lastWord : high_;
     }
 
-    // placeRecord() for any other record: over 56 bytes, after an append run
-    // whose bits are not set yet, overlapping others, or on a big-endian
-    // machine.
+    // placeRecord() for any other record: over 56 bytes, after an append or
+    // prepend run whose bits are not set yet, overlapping others, or on a
+    // big-endian machine.
     size_t placeRecordElsewhere(size_t position, const uint8_t* data, size_t length);
 
     // Copies a record's bytes; the usual record sizes as fixed-size copies.
@@ -170,13 +183,13 @@ private:
             std::memcpy(to, from, length);
     }
 
-    // Sets the bits of the append run.
+    // Sets the bits of the append and prepend runs.
     void settle()
     {
-        if (appendStart_ != appendEnd_)
-            settleRun();
+        if (appendStart_ != appendEnd_ || prependStart_ != prependEnd_)
+            settleRuns();
     }
-    void settleRun();
+    void settleRuns();
 
     // After a record that ends at end: when nothing lies beyond it, the
     // records that follow it directly are appended.
@@ -195,20 +208,24 @@ private:
     size_t low_;                   // words that may be non-zero: [low_, high_]
     size_t high_;
     size_t dataEnd_ = 0;     // one past the highest position holding data
+    size_t dataStart_;       // the lowest position holding data (positions_ for none)
     size_t appendStart_ = 0; // data placed at the end whose bits are not set yet:
     size_t appendEnd_ = 0;   // [appendStart_, appendEnd_)
+    size_t prependStart_ = 0; // and at the start: [prependStart_, prependEnd_)
+    size_t prependEnd_ = 0;
 };
 
 // Windows open over a few regions at a time; the other regions seen are
 // kept closed, in region order, each as a Closed value that knows how to
-// take a window's content and how to give it back:
-//   void close(uint32_t region, RegionWindow& window);
-//   uint64_t reopen(RegionWindow& window) const;       // bytes given back
+// take a window's content and how to give it back, keeping what it needs in
+// a Store that all share:
+//   void close(uint32_t region, RegionWindow& window, Store& store);
+//   uint64_t reopen(RegionWindow& window, Store& store); // bytes given back
 // Records that go back and forth between a few regions find them open; the
 // window used least recently is closed when another region needs one.
-template <typename Closed> class RegionWindows {
+template <typename Closed, typename Store> class RegionWindows {
 public:
-    explicit RegionWindows(size_t positions) : positions_(positions) {}
+    RegionWindows(size_t positions, Store& store) : positions_(positions), store_(store) {}
 
     // The window of the region opened last.
     RegionWindow& window() { return *currentWindow_; }
@@ -234,7 +251,7 @@ public:
         if (found == closed_.end())
             return true;
         // Each reopening counts its bytes and, for the bit maps, a fixed amount.
-        reopenCost_ += REOPEN_COST + found->second.reopen(*slot.window);
+        reopenCost_ += REOPEN_COST + found->second.reopen(*slot.window, store_);
         closed_.erase(found);
         return reopenCost_ <= dataBytes + REOPEN_ALLOWANCE;
     }
@@ -273,7 +290,7 @@ private:
         if (slot.region == NO_REGION)
             return;
         if (!slot.window->empty())
-            closed_[slot.region].close(slot.region, *slot.window);
+            closed_[slot.region].close(slot.region, *slot.window, store_);
         slot.window->clear();
         if (currentRegion_ == slot.region)
             currentRegion_ = NO_REGION;
@@ -297,6 +314,7 @@ private:
     }
 
     size_t positions_;
+    Store& store_;
     std::vector<slot_t> slots_;
     RegionWindow* currentWindow_ = nullptr;
     uint32_t currentRegion_ = NO_REGION;
