@@ -27,19 +27,18 @@ bool writeCoe(WriterInput& input, const write_options_t& options, OutputBuffer& 
     out.put(header.data(), header.size());
     uint64_t written = 0; // words written so far
     // Words, each on a line of its own ending with ',' (';' for the last).
+    const char separator[4] = {',', options.crlf ? '\r' : '\n', options.crlf ? '\n' : '\0', '\0'};
+    const size_t separatorLength = options.crlf ? 3 : 2;
     const auto putWords = [&](const uint8_t* bytes, size_t count, size_t step) {
         const size_t lineMax = 2 * wordBytes + 4;
         for (size_t done = 0; done < count;) {
             const size_t take = std::min<size_t>(count - done, 256);
-            char* p = out.reserve(take * lineMax);
-            for (size_t i = 0; i < take; ++i, ++done) {
-                p = putWord(p, bytes + done * step, wordBytes);
-                *p++ = ',';
-                p = putLineEnd(p, options.crlf);
-            }
+            char* p = out.reserve(take * lineMax + 4);
+            p = putWordsWithSeparator(p, bytes + done * step, take, wordBytes, step, separator, separatorLength);
+            done += take;
             written += take;
             if (written == words) // the last word ends the vector
-                p[options.crlf ? -3 : -2] = ';';
+                p[-static_cast<ptrdiff_t>(separatorLength)] = ';';
             out.commit(p);
         }
     };

@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
 #include <ostream>
 #include <utility>
@@ -508,11 +509,14 @@ public:
 
     const uint8_t* bytes(size_t, uint64_t, size_t size) override
     {
-        if (buffer_.size() < size)
-            buffer_.resize(size);
+        if (capacity_ < size) {
+            // Not zeroed: it is read into at once.
+            buffer_.reset(new uint8_t[size]);
+            capacity_ = size;
+        }
         size_t held = 0;
         while (held < size) {
-            const ssize_t got = ::read(fd_, buffer_.data() + held, size - held);
+            const ssize_t got = ::read(fd_, buffer_.get() + held, size - held);
             if (got < 0 && errno == EINTR)
                 continue;
             if (got < 0) {
@@ -525,14 +529,15 @@ public:
             }
             held += static_cast<size_t>(got);
         }
-        return buffer_.data();
+        return buffer_.get();
     }
 
 private:
     int fd_;
     uint32_t address_;
     uint64_t size_;
-    std::vector<uint8_t> buffer_;
+    std::unique_ptr<uint8_t[]> buffer_;
+    size_t capacity_ = 0;
     std::string failure_;
 };
 

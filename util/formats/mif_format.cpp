@@ -453,6 +453,54 @@ uint64_t depthOf(const WriterInput& input, size_t wordBytes)
     return isEmpty(input) ? 1 : highestOf(input) / wordBytes + 1;
 }
 
+// An entry's address in words, and the colon after it.
+char* putEntryAddress(char* p, uint64_t word)
+{
+    const uint8_t digits[4] = {static_cast<uint8_t>(word >> 24), static_cast<uint8_t>(word >> 16),
+                               static_cast<uint8_t>(word >> 8), static_cast<uint8_t>(word)};
+    p = putFourBytes(p, digits);
+    *p++ = ' ';
+    *p++ = ':';
+    return p;
+}
+
+// Entries of sixteen bytes in words of W bytes, many to one reservation.
+template <size_t W>
+size_t putWholeEntriesOf(OutputBuffer& out, uint64_t address, const uint8_t* bytes, size_t entries, bool crlf)
+{
+    const size_t ENTRY_MAX = 3 * 16 + 24;
+    const size_t BATCH = 256;
+    for (size_t done = 0; done < entries;) {
+        const size_t take = std::min(entries - done, BATCH);
+        char* p = out.reserve(take * ENTRY_MAX);
+        for (size_t i = 0; i < take; ++i, bytes += 16, address += 16) {
+            p = putSpacedWordsOf<W>(putEntryAddress(p, address / W), bytes, 16 / W, true);
+            *p++ = ';';
+            p = putLineEnd(p, crlf);
+        }
+        out.commit(p);
+        done += take;
+    }
+    return entries * 16;
+}
+
+// Writes entries of sixteen bytes from bytes at address; returns the bytes
+// written.
+size_t putWholeEntries(OutputBuffer& out, uint64_t address, const uint8_t* bytes, size_t entries, size_t wordBytes,
+                       bool crlf)
+{
+    switch (wordBytes) {
+    case 1:
+        return putWholeEntriesOf<1>(out, address, bytes, entries, crlf);
+    case 2:
+        return putWholeEntriesOf<2>(out, address, bytes, entries, crlf);
+    case 4:
+        return putWholeEntriesOf<4>(out, address, bytes, entries, crlf);
+    default:
+        return putWholeEntriesOf<8>(out, address, bytes, entries, crlf);
+    }
+}
+
 bool writeMif(WriterInput& input, const write_options_t& options, OutputBuffer& out)
 {
     const size_t wordBytes = options.wordWidth / 8;
@@ -471,18 +519,14 @@ bool writeMif(WriterInput& input, const write_options_t& options, OutputBuffer& 
             out.commit(endEntry(out.reserve(4)));
             onLine = 0;
         }
-        for (size_t at = 0; at < size;) {
+        size_t at = 0;
+        if (onLine == 0 && size >= 16)
+            at = putWholeEntries(out, address, bytes, size / 16, wordBytes, options.crlf);
+        for (; at < size;) {
             const size_t words = std::min((size - at) / wordBytes, perLine - onLine);
             char* p = out.reserve(lineMax);
-            if (onLine == 0) {
-                const uint64_t word = (address + at) / wordBytes;
-                const uint8_t digits[4] = {static_cast<uint8_t>(word >> 24), static_cast<uint8_t>(word >> 16),
-                                           static_cast<uint8_t>(word >> 8), static_cast<uint8_t>(word)};
-                for (uint8_t d : digits)
-                    p = putByte(p, d);
-                *p++ = ' ';
-                *p++ = ':';
-            }
+            if (onLine == 0)
+                p = putEntryAddress(p, (address + at) / wordBytes);
             p = putSpacedWords(p, bytes + at, words, wordBytes, true);
             onLine += words;
             at += words * wordBytes;

@@ -17,6 +17,7 @@
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
+#include <memory>
 #include <mutex>
 #include <string>
 #include <system_error>
@@ -50,7 +51,8 @@ public:
     // expected is at least the size of the whole output, when it is known
     // to be less than a buffer: a small output then gets a small buffer.
     OutputBuffer(ByteSink& sink, uint64_t expected)
-        : sink_(sink), buffer_(static_cast<size_t>(std::min<uint64_t>(std::max<uint64_t>(expected, 4096), CAPACITY)))
+        : sink_(sink), size_(static_cast<size_t>(std::min<uint64_t>(std::max<uint64_t>(expected, 4096), CAPACITY))),
+          buffer_(new char[size_])
     {
     }
 
@@ -62,26 +64,26 @@ public:
     // Room for at least size bytes at the returned position.
     char* reserve(size_t size)
     {
-        if (used_ + size > buffer_.size())
+        if (used_ + size > size_)
             flush();
-        if (size > buffer_.size())
-            buffer_.resize(size);
-        return buffer_.data() + used_;
+        if (size > size_)
+            grow(size);
+        return buffer_.get() + used_;
     }
 
     // The bytes up to end, from the last reserve(), are written.
-    void commit(const char* end) { used_ = static_cast<size_t>(end - buffer_.data()); }
+    void commit(const char* end) { used_ = static_cast<size_t>(end - buffer_.get()); }
 
     void put(const char* bytes, size_t size)
     {
         while (size > 0) {
-            const size_t room = buffer_.size() - used_;
+            const size_t room = size_ - used_;
             if (room == 0) {
                 flush();
                 continue;
             }
             const size_t take = std::min(room, size);
-            std::memcpy(buffer_.data() + used_, bytes, take);
+            std::memcpy(buffer_.get() + used_, bytes, take);
             used_ += take;
             bytes += take;
             size -= take;
@@ -94,7 +96,7 @@ public:
             flush();
             stopWriter();
         } else if (used_ > 0 && ok_) {
-            ok_ = sink_.put(buffer_.data(), used_);
+            ok_ = sink_.put(buffer_.get(), used_);
         }
         used_ = 0;
         return ok_ ? result_t() : failure(status_t::CANNOT_WRITE, sink_.failure());
@@ -103,6 +105,17 @@ public:
 private:
     static constexpr size_t CAPACITY = 1024 * 1024;
 
+    // Makes the buffers hold at least size bytes (the buffer is empty).
+    void grow(size_t size)
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait(lock, [this] { return pendingSize_ == 0; });
+        buffer_.reset(new char[size]);
+        if (spare_)
+            spare_.reset(new char[size]);
+        size_ = size;
+    }
+
     // Hands the buffer to the writer thread, once it has put the previous one.
     void flush()
     {
@@ -110,7 +123,7 @@ private:
             return;
         if (!writer_.joinable() && !startWriter()) {
             if (ok_)
-                ok_ = sink_.put(buffer_.data(), used_);
+                ok_ = sink_.put(buffer_.get(), used_);
             used_ = 0;
             return;
         }
@@ -124,7 +137,7 @@ private:
 
     bool startWriter()
     {
-        spare_.resize(buffer_.size());
+        spare_.reset(new char[size_]);
         try {
             writer_ = std::thread([this] { writeBuffers(); });
         } catch (const std::system_error&) {
@@ -144,7 +157,7 @@ private:
             const size_t size = pendingSize_;
             const bool ok = ok_;
             lock.unlock();
-            const bool put = ok && sink_.put(spare_.data(), size);
+            const bool put = ok && sink_.put(spare_.get(), size);
             lock.lock();
             ok_ = ok_ && put;
             pendingSize_ = 0;
@@ -165,9 +178,11 @@ private:
         writer_.join();
     }
 
+    // The buffers are not zeroed: each byte is written before it is put.
     ByteSink& sink_;
-    std::vector<char> buffer_; // being formatted
-    std::vector<char> spare_;  // being written by the writer thread
+    size_t size_;                    // of each buffer
+    std::unique_ptr<char[]> buffer_; // being formatted
+    std::unique_ptr<char[]> spare_;  // being written by the writer thread
     size_t used_ = 0;
     std::thread writer_;
     std::mutex mutex_;
@@ -219,27 +234,117 @@ inline char* putWord(char* p, const uint8_t* bytes, size_t size)
     return p;
 }
 
-// Each byte as a space and two upper-case hex digits, in four characters of
-// which the writers keep three: one copy a byte.
+#ifdef __SSE2__
+// The 32 hex digits of sixteen bytes, with SSE2 (always there on x86-64).
+inline void putSixteenBytesDigits(char* p, __m128i x)
+{
+    const __m128i low4 = _mm_set1_epi8(0x0F);
+    const __m128i high = _mm_and_si128(_mm_srli_epi16(x, 4), low4);
+    const __m128i low = _mm_and_si128(x, low4);
+    const __m128i nine = _mm_set1_epi8(9);
+    const __m128i zero = _mm_set1_epi8('0');
+    const __m128i seven = _mm_set1_epi8(7);
+    // The high nibble of each byte, then the low one.
+    __m128i first = _mm_unpacklo_epi8(high, low);
+    __m128i second = _mm_unpackhi_epi8(high, low);
+    first = _mm_add_epi8(_mm_add_epi8(first, zero), _mm_and_si128(_mm_cmpgt_epi8(first, nine), seven));
+    second = _mm_add_epi8(_mm_add_epi8(second, zero), _mm_and_si128(_mm_cmpgt_epi8(second, nine), seven));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), first);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 16), second);
+}
+
+// Sixteen bytes as 32 hex digits; adds the bytes to sum.
+inline char* putSixteenBytes(char* p, const uint8_t* bytes, unsigned& sum)
+{
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+    putSixteenBytesDigits(p, x);
+    const __m128i sums = _mm_sad_epu8(x, _mm_setzero_si128());
+    sum += static_cast<unsigned>(_mm_cvtsi128_si32(sums) + _mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+    return p + 32;
+}
+#endif
+
+// The 32 hex digits of sixteen bytes.
+inline void putSixteenDigitPairs(char* p, const uint8_t* bytes)
+{
+#ifdef __SSE2__
+    putSixteenBytesDigits(p, _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes)));
+#else
+    for (size_t i = 0; i < 16; i += 4)
+        p = putFourBytes(p, bytes + i);
+#endif
+}
+
+// Each byte as two upper-case hex digits and a space, in four characters
+// of which the writers keep three: one copy a byte.
 struct hexspaced_t {
     char text[256][4];
     constexpr hexspaced_t() : text()
     {
         const char DIGITS[] = "0123456789ABCDEF";
         for (int b = 0; b < 256; ++b) {
-            text[b][0] = ' ';
-            text[b][1] = DIGITS[b >> 4];
-            text[b][2] = DIGITS[b & 0xF];
+            text[b][0] = DIGITS[b >> 4];
+            text[b][1] = DIGITS[b & 0xF];
+            text[b][2] = ' ';
             text[b][3] = ' ';
         }
     }
 };
 inline constexpr hexspaced_t HEX_SPACED{};
 
-// putSpacedWords() for words of W bytes, W of 2, 4 or 8.
+// Words of W bytes (2, 4 or 8) as hex digits, each followed by separator
+// (of 1 to 4 characters, written as 4): sixteen bytes' digits at once, then
+// laid out word by word. Returns the end of the last word's separator.
+template <size_t W> HEXBLOCKS_ALWAYS_INLINE char* putSixteenBytesOfWords(char* p, const uint8_t* bytes, const char* separator, size_t separatorLength)
+{
+    char digits[32];
+    putSixteenDigitPairs(digits, bytes);
+#pragma GCC unroll 8
+    for (size_t k = 0; k < 16 / W; ++k) {
+        std::memcpy(p, digits + 2 * W * k, 2 * W);
+        std::memcpy(p + 2 * W, separator, 4);
+        p += 2 * W + separatorLength;
+    }
+    return p;
+}
+
+// Bytes as hex digits, a space before each but the first unless
+// spaceFirst; writes one character past the end it returns.
+HEXBLOCKS_ALWAYS_INLINE char* putSpacedBytes(char* p, const uint8_t* bytes, size_t count, bool spaceFirst)
+{
+    if (count == 0)
+        return p;
+    // A space before each byte is a space after each but the last;
+    // sixteen at a time, at fixed offsets.
+    *p = ' ';
+    p += spaceFirst ? 1 : 0;
+    size_t i = 0;
+    for (; i + 16 <= count; i += 16, p += 48) {
+#pragma GCC unroll 16
+        for (size_t k = 0; k < 16; ++k)
+            std::memcpy(p + 3 * k, HEX_SPACED.text[bytes[i + k]], 4);
+    }
+    for (; i < count; ++i, p += 3)
+        std::memcpy(p, HEX_SPACED.text[bytes[i]], 4);
+    return p - 1;
+}
+
+// putSpacedWords() for words of W bytes, W of 1, 2, 4 or 8.
 template <size_t W> HEXBLOCKS_ALWAYS_INLINE char* putSpacedWordsOf(char* p, const uint8_t* bytes, size_t count, bool spaceFirst)
 {
-    for (size_t i = 0; i < count; ++i, bytes += W) {
+    if constexpr (W == 1)
+        return putSpacedBytes(p, bytes, count, spaceFirst);
+    size_t i = 0;
+    if (count >= 16 / W) {
+        // A space before each word is a space after each but the last.
+        *p = ' ';
+        p += spaceFirst ? 1 : 0;
+        for (; i + 16 / W <= count; i += 16 / W, bytes += 16)
+            p = putSixteenBytesOfWords<W>(p, bytes, "    ", 1);
+        --p;
+        spaceFirst = true;
+    }
+    for (; i < count; ++i, bytes += W) {
         *p = ' ';
         p += i > 0 || spaceFirst ? 1 : 0;
         if constexpr (W == 2) {
@@ -255,24 +360,14 @@ template <size_t W> HEXBLOCKS_ALWAYS_INLINE char* putSpacedWordsOf(char* p, cons
 }
 
 // count words of wordBytes bytes as hex digits, a space before each but
-// the first unless spaceFirst. Writes up to one character past the end it
+// the first unless spaceFirst. Writes up to four characters past the end it
 // returns.
 inline char* putSpacedWords(char* p, const uint8_t* bytes, size_t count, size_t wordBytes, bool spaceFirst)
 {
     if (count == 0)
         return p;
-    if (wordBytes == 1) {
-        size_t i = 0;
-        if (!spaceFirst) {
-            p[0] = HEX_SPACED.text[bytes[0]][1];
-            p[1] = HEX_SPACED.text[bytes[0]][2];
-            p += 2;
-            i = 1;
-        }
-        for (; i < count; ++i, p += 3)
-            std::memcpy(p, HEX_SPACED.text[bytes[i]], 4);
-        return p;
-    }
+    if (wordBytes == 1)
+        return putSpacedBytes(p, bytes, count, spaceFirst);
     switch (wordBytes) {
     case 2:
         return putSpacedWordsOf<2>(p, bytes, count, spaceFirst);
@@ -283,30 +378,52 @@ inline char* putSpacedWords(char* p, const uint8_t* bytes, size_t count, size_t 
     }
 }
 
-#ifdef __SSE2__
-// Sixteen bytes as 32 hex digits with SSE2 (always there on x86-64); adds
-// the bytes to sum.
-inline char* putSixteenBytes(char* p, const uint8_t* bytes, unsigned& sum)
+// count words of W bytes (1, 2, 4 or 8), step bytes apart (0 for one word
+// again and again), each followed by separator (of 1 to 4 characters,
+// written as 4). Writes up to four characters past the end it returns.
+template <size_t W>
+char* putWordsWithSeparatorOf(char* p, const uint8_t* bytes, size_t count, size_t step, const char* separator,
+                              size_t separatorLength)
 {
-    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
-    const __m128i low4 = _mm_set1_epi8(0x0F);
-    const __m128i high = _mm_and_si128(_mm_srli_epi16(x, 4), low4);
-    const __m128i low = _mm_and_si128(x, low4);
-    const __m128i nine = _mm_set1_epi8(9);
-    const __m128i zero = _mm_set1_epi8('0');
-    const __m128i seven = _mm_set1_epi8(7);
-    // The high nibble of each byte, then the low one.
-    __m128i first = _mm_unpacklo_epi8(high, low);
-    __m128i second = _mm_unpackhi_epi8(high, low);
-    first = _mm_add_epi8(_mm_add_epi8(first, zero), _mm_and_si128(_mm_cmpgt_epi8(first, nine), seven));
-    second = _mm_add_epi8(_mm_add_epi8(second, zero), _mm_and_si128(_mm_cmpgt_epi8(second, nine), seven));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), first);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(p + 16), second);
-    const __m128i sums = _mm_sad_epu8(x, _mm_setzero_si128());
-    sum += static_cast<unsigned>(_mm_cvtsi128_si32(sums) + _mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
-    return p + 32;
+    size_t i = 0;
+    if constexpr (W > 1) {
+        if (step == W)
+            for (; i + 16 / W <= count; i += 16 / W, bytes += 16)
+                p = putSixteenBytesOfWords<W>(p, bytes, separator, separatorLength);
+    }
+    for (; i < count; ++i, bytes += step) {
+        if constexpr (W == 1) {
+            std::memcpy(p, HEX_PAIRS.digits[bytes[0]], 2);
+            p += 2;
+        } else if constexpr (W == 2) {
+            std::memcpy(p, HEX_PAIRS.digits[bytes[0]], 2);
+            std::memcpy(p + 2, HEX_PAIRS.digits[bytes[1]], 2);
+            p += 4;
+        } else {
+            for (size_t k = 0; k < W; k += 4)
+                p = putFourBytes(p, bytes + k);
+        }
+        std::memcpy(p, separator, 4);
+        p += separatorLength;
+    }
+    return p;
 }
-#endif
+
+inline char* putWordsWithSeparator(char* p, const uint8_t* bytes, size_t count, size_t wordBytes, size_t step,
+                                   const char* separator, size_t separatorLength)
+{
+    switch (wordBytes) {
+    case 1:
+        return putWordsWithSeparatorOf<1>(p, bytes, count, step, separator, separatorLength);
+    case 2:
+        return putWordsWithSeparatorOf<2>(p, bytes, count, step, separator, separatorLength);
+    case 4:
+        return putWordsWithSeparatorOf<4>(p, bytes, count, step, separator, separatorLength);
+    default:
+        return putWordsWithSeparatorOf<8>(p, bytes, count, step, separator, separatorLength);
+    }
+}
+
 
 // length bytes as hex digits; returns the end of the digits and adds the
 // bytes to sum.

@@ -186,6 +186,37 @@ char* putWordAddress(char* p, uint64_t word)
     return p;
 }
 
+// Lines of sixteen bytes in words of W bytes, many to one reservation.
+template <size_t W> size_t putWholeLinesOf(OutputBuffer& out, const uint8_t* bytes, size_t lines, bool crlf)
+{
+    const size_t LINE_MAX = 3 * 16 + 8;
+    const size_t BATCH = 256;
+    for (size_t done = 0; done < lines;) {
+        const size_t take = std::min(lines - done, BATCH);
+        char* p = out.reserve(take * LINE_MAX);
+        for (size_t i = 0; i < take; ++i, bytes += 16)
+            p = putLineEnd(putSpacedWordsOf<W>(p, bytes, 16 / W, false), crlf);
+        out.commit(p);
+        done += take;
+    }
+    return lines * 16;
+}
+
+// Writes lines of sixteen bytes from bytes; returns the bytes written.
+size_t putWholeLines(OutputBuffer& out, const uint8_t* bytes, size_t lines, size_t wordBytes, bool crlf)
+{
+    switch (wordBytes) {
+    case 1:
+        return putWholeLinesOf<1>(out, bytes, lines, crlf);
+    case 2:
+        return putWholeLinesOf<2>(out, bytes, lines, crlf);
+    case 4:
+        return putWholeLinesOf<4>(out, bytes, lines, crlf);
+    default:
+        return putWholeLinesOf<8>(out, bytes, lines, crlf);
+    }
+}
+
 bool writeVerilog(WriterInput& input, const write_options_t& options, OutputBuffer& out)
 {
     const size_t wordBytes = options.wordWidth / 8;
@@ -201,7 +232,10 @@ bool writeVerilog(WriterInput& input, const write_options_t& options, OutputBuff
             out.commit(putLineEnd(putWordAddress(p, address / wordBytes), options.crlf));
             onLine = 0;
         }
-        for (size_t at = 0; at < size;) {
+        size_t at = 0;
+        if (onLine == 0 && size >= 16)
+            at = putWholeLines(out, bytes, size / 16, wordBytes, options.crlf);
+        for (; at < size;) {
             const size_t words = std::min((size - at) / wordBytes, perLine - onLine);
             char* p = putSpacedWords(out.reserve(lineMax), bytes + at, words, wordBytes, onLine > 0);
             onLine += words;
