@@ -27,6 +27,12 @@ const uint64_t ADDRESS_SPACE = 0x100000000ull;
 HEXBLOCKS_ALWAYS_INLINE void swapPairs(const uint8_t* from, uint8_t* to, size_t size)
 {
     size_t i = 0;
+#ifdef __SSE2__
+    for (; i + 16 <= size; i += 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), _mm_or_si128(_mm_slli_epi16(x, 8), _mm_srli_epi16(x, 8)));
+    }
+#endif
     for (; i + 8 <= size; i += 8) {
         uint64_t v;
         std::memcpy(&v, from + i, 8);
@@ -81,24 +87,26 @@ private:
     {
         if (end - p < 12 || p[0] != ':')
             return 0;
-        const unsigned words = hexPair(p + 1), high = hexPair(p + 3), low = hexPair(p + 5), type = hexPair(p + 7);
-        if (((words | high | low | type) & 0x100) != 0 || type != 0 || words == 0)
+        const unsigned words = hexPair(p + 1);
+        if (words == 0 || words > 0xFF)
             return 0;
         const size_t length = 11 + 4 * words;
         if (static_cast<size_t>(end - p) < length + 1 || !(p[length] == '\n' || (p[length] == '\r' && end - p > static_cast<ptrdiff_t>(length + 1) && p[length + 1] == '\n')))
             return 0;
-        const uint64_t address = 2 * (upper_ + (high << 8 | low));
-        const unsigned checksum = hexPair(p + 9 + 4 * words);
-        uint8_t sum = static_cast<uint8_t>(words + high + low + checksum);
-        if (checksum > 0xFF || address + 2 * words > ADDRESS_SPACE ||
-            !decodeHex(p + 9, 2 * words, static_cast<size_t>(end - p) - 9, record_, sum) || sum != 0)
+        // The whole record at once: count, address, type, data, checksum.
+        uint8_t sum = 0;
+        if (!decodeHex(p + 1, 5 + 2 * words, static_cast<size_t>(end - p) - 1, record_, sum) || sum != 0 ||
+            record_[3] != 0)
+            return 0;
+        const uint64_t address = 2 * (upper_ + (static_cast<unsigned>(record_[1]) << 8 | record_[2]));
+        if (address + 2 * words > ADDRESS_SPACE)
             return 0;
         uint8_t* to = emitter_.room(address, 2 * words);
         if (to == nullptr) {
             gaveUp_ = true;
             return -1;
         }
-        swapPairs(record_, to, 2 * words);
+        swapPairs(record_ + 4, to, 2 * words);
         if (!emitter_.commit(2 * words, line)) {
             gaveUp_ = true;
             return -1;
