@@ -353,18 +353,33 @@ private:
         const uint64_t words = 16 / wordBytes_;
         if (!fits(word, words))
             return 0;
-        uint8_t* to = emitter_.room(word * wordBytes_, 16);
+        // The ascending assembler takes the entries that follow at the next
+        // addresses into the same room; the others one entry at a time.
+        const size_t room = std::is_same_v<Assembler, AscendingAssembler> ? 4096 : 16;
+        uint8_t* to = emitter_.room(word * wordBytes_, room);
         if (to == nullptr) {
             gaveUp_ = true;
             return -1;
         }
         if (!scanSixteenByteLine<true>(p, end, wordBytes_, to))
             return 0;
-        if (!emitter_.commit(16, line)) {
+        size_t count = 16;
+        size_t lines = 1;
+        for (uint64_t next = word + words; count + 16 <= room; next += words) {
+            const char* q = p;
+            uint64_t at = 0;
+            if (!usualAddress(q, end, at) || at != next || !fits(at, words) ||
+                !scanSixteenByteLine<true>(q, end, wordBytes_, to + count))
+                break;
+            p = q;
+            count += 16;
+            ++lines;
+        }
+        if (!emitter_.commit(count, line + lines - 1)) {
             gaveUp_ = true;
             return -1;
         }
-        lexer_->skipTo(p, 1);
+        lexer_->skipTo(p, lines);
         return 1;
     }
 

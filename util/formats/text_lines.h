@@ -367,7 +367,11 @@ public:
     }
 
 private:
-    static constexpr size_t RUN_SIZE = 64 * 1024; // at least a line's bytes
+    // At least a line's bytes (and the room readUsualLines() asks for);
+    // runs this small are copied with vector moves, as the Intel HEX
+    // scanner's are (larger ones make memcpy switch to a string
+    // instruction that is no faster).
+    static constexpr size_t RUN_SIZE = 4096;
 
     Assembler& assembler_;
     uint64_t start_ = 0;
