@@ -318,6 +318,18 @@ private:
     uint64_t hint_;
 };
 
+// A region whose first record ends at its top, then records one after
+// another from its bottom, the last of which gives bytes of the first.
+std::vector<std::string> topThenFromTheBottom()
+{
+    std::vector<std::string> lines = {linearBaseRecord(3), dataRecord(0xFFF0, countingBytes(16, 0x80))};
+    for (uint32_t a = 0; a < 0xFFE0; a += 32)
+        lines.push_back(dataRecord(static_cast<uint16_t>(a), countingBytes(32, static_cast<uint8_t>(a >> 5))));
+    lines.push_back(dataRecord(0xFFE0, countingBytes(24, 0x40)));
+    lines.push_back(EOF_RECORD);
+    return lines;
+}
+
 } // namespace
 
 TEST(FullFormatReader, GeneratedFilesInEveryOrderFollowTheRules)
@@ -349,6 +361,9 @@ TEST(FullFormatReader, EdgesOfRegionsSegmentsAndTheAddressSpace)
         // Repeated starts in a region closed and reopened.
         {linearBaseRecord(5), dataRecord(0x10, {1, 2, 3}), linearBaseRecord(6), dataRecord(0, {4}), linearBaseRecord(5),
          dataRecord(0x10, countingBytes(10)), dataRecord(0x11, countingBytes(10)), EOF_RECORD},
+        // A record at the top of an empty region, then records from its
+        // bottom up that run into it.
+        topThenFromTheBottom(),
         // Only start addresses, two of them different.
         {startRecord(0x05, 1), startRecord(0x05, 1), startRecord(0x03, 1), startRecord(0x05, 2), EOF_RECORD},
         {},

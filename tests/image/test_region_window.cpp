@@ -136,3 +136,31 @@ TEST(RegionWindow, StartsAsProgressions)
         EXPECT_EQ(expand(other.starts()), expand(starts));
     }
 }
+
+TEST(RegionWindow, RecordsOneBeforeAnotherAndThenOneAfterAnother)
+{
+    // Records written backwards are placed one before another, their data
+    // bits set later; records that then run into them from below still find
+    // them, even when the first record of an empty window ends at its top.
+    RegionWindow window(0x10000);
+    EXPECT_EQ(window.placeRecord(0xFFF0, countingBytes(16, 0x80).data(), 16), 0u);
+    EXPECT_EQ(window.placeRecord(0xFFE0, countingBytes(16, 0x60).data(), 16), 0u);
+    EXPECT_EQ(window.placeRecord(0x0000, countingBytes(16).data(), 16), 0u);
+    EXPECT_EQ(window.placeRecord(0x0010, countingBytes(16, 0x10).data(), 16), 0u);
+    EXPECT_EQ(window.placeRecord(0xFFD8, countingBytes(16, 0x40).data(), 16), 8u);
+    EXPECT_EQ(window.placeRecord(0xFFE0, countingBytes(4, 0x20).data(), 4), RegionWindow::REPEATED_START);
+    EXPECT_EQ(window.runs(), std::vector<run_t>({{0x0000, 0x20}, {0xFFD8, 0x28}}));
+    EXPECT_EQ(std::vector<uint8_t>(window.bytes() + 0xFFD8, window.bytes() + 0x10000),
+              concat(concat(countingBytes(8, 0x40), countingBytes(16, 0x60)), countingBytes(16, 0x80)));
+    EXPECT_EQ(expand(window.starts()), std::vector<uint32_t>({0x0000, 0x0010, 0xFFD8, 0xFFE0, 0xFFF0}));
+
+    // The first record of an empty window, at its top, then records one
+    // after another from its bottom up into it.
+    window.clear();
+    EXPECT_EQ(window.placeRecord(0xFFF0, countingBytes(16, 0x80).data(), 16), 0u);
+    for (size_t position = 0; position < 0xFFE0; position += 32)
+        ASSERT_EQ(window.placeRecord(position, countingBytes(32).data(), 32), 0u) << position;
+    EXPECT_EQ(window.placeRecord(0xFFE0, countingBytes(24, 0x40).data(), 24), 8u);
+    EXPECT_EQ(std::vector<uint8_t>(window.bytes() + 0xFFF0, window.bytes() + 0x10000), countingBytes(16, 0x80));
+    EXPECT_EQ(window.runs(), std::vector<run_t>({{0x0000, 0x10000}}));
+}

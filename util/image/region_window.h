@@ -109,10 +109,12 @@ public:
             dataStart_ = position < dataStart_ ? position : dataStart_;
             return 0;
         }
-        if (position + length == dataStart_ && (prependStart_ == prependEnd_ || prependStart_ == dataStart_)) {
+        if (position + length == dataStart_ && dataStart_ < dataEnd_) {
             // Records one before another (a file written backwards): nothing
             // lies below the record, so it is only copied; the run's bits are
-            // set later.
+            // set later. (A pending prepend run always starts at dataStart_;
+            // an empty window has no data to go before, and dataEnd_ must
+            // cover what it places.)
             starts_[position / 64] |= uint64_t(1) << (position % 64);
             copyBytes(bytes_.data() + position, data, length);
             if (prependStart_ == prependEnd_)
