@@ -246,15 +246,9 @@ HEXBLOCKS_ALWAYS_INLINE char* putSixteenByteRecord(char* p, uint16_t offset, con
 void putSixteenByteRecords(OutputBuffer& out, uint16_t offset, const uint8_t* bytes, size_t records, bool crlf)
 {
     const size_t RECORD_MAX = 1 + 2 * (5 + 16) + 2;
-    const size_t BATCH = 256;
-    for (size_t done = 0; done < records;) {
-        const size_t take = std::min(records - done, BATCH);
-        char* p = out.reserve(take * RECORD_MAX);
-        for (size_t i = 0; i < take; ++i, bytes += 16, offset = static_cast<uint16_t>(offset + 8))
-            p = putSixteenByteRecord(p, offset, bytes, crlf);
-        out.commit(p);
-        done += take;
-    }
+    putInBatches(out, records, RECORD_MAX, [&](char* p, size_t i) {
+        return putSixteenByteRecord(p, static_cast<uint16_t>(offset + 8 * i), bytes + 16 * i, crlf);
+    });
 }
 
 bool writeIntelHex16(WriterInput& input, const write_options_t& options, OutputBuffer& out)

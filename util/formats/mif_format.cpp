@@ -355,7 +355,7 @@ private:
             return 0;
         // The ascending assembler takes the entries that follow at the next
         // addresses into the same room; the others one entry at a time.
-        const size_t room = std::is_same_v<Assembler, AscendingAssembler> ? 4096 : 16;
+        const size_t room = std::is_same_v<Assembler, AscendingAssembler> ? LineEmitter<Assembler>::RUN_SIZE : 16;
         uint8_t* to = emitter_.room(word * wordBytes_, room);
         if (to == nullptr) {
             gaveUp_ = true;
@@ -471,49 +471,29 @@ uint64_t depthOf(const WriterInput& input, size_t wordBytes)
 // An entry's address in words, and the colon after it.
 char* putEntryAddress(char* p, uint64_t word)
 {
-    const uint8_t digits[4] = {static_cast<uint8_t>(word >> 24), static_cast<uint8_t>(word >> 16),
-                               static_cast<uint8_t>(word >> 8), static_cast<uint8_t>(word)};
-    p = putFourBytes(p, digits);
+    p = putEightDigits(p, word);
     *p++ = ' ';
     *p++ = ':';
     return p;
 }
 
-// Entries of sixteen bytes in words of W bytes, many to one reservation.
-template <size_t W>
-size_t putWholeEntriesOf(OutputBuffer& out, uint64_t address, const uint8_t* bytes, size_t entries, bool crlf)
-{
-    const size_t ENTRY_MAX = 3 * 16 + 24;
-    const size_t BATCH = 256;
-    for (size_t done = 0; done < entries;) {
-        const size_t take = std::min(entries - done, BATCH);
-        char* p = out.reserve(take * ENTRY_MAX);
-        for (size_t i = 0; i < take; ++i, bytes += 16, address += 16) {
-            p = putSpacedWordsOf<W>(putEntryAddress(p, address / W), bytes, 16 / W, true);
-            *p++ = ';';
-            p = putLineEnd(p, crlf);
-        }
-        out.commit(p);
-        done += take;
-    }
-    return entries * 16;
-}
+// The longest entry: the address, sixteen bytes as " XX", ";" and the line
+// ending.
+const size_t ENTRY_MAX = 3 * 16 + 24;
 
 // Writes entries of sixteen bytes from bytes at address; returns the bytes
 // written.
 size_t putWholeEntries(OutputBuffer& out, uint64_t address, const uint8_t* bytes, size_t entries, size_t wordBytes,
                        bool crlf)
 {
-    switch (wordBytes) {
-    case 1:
-        return putWholeEntriesOf<1>(out, address, bytes, entries, crlf);
-    case 2:
-        return putWholeEntriesOf<2>(out, address, bytes, entries, crlf);
-    case 4:
-        return putWholeEntriesOf<4>(out, address, bytes, entries, crlf);
-    default:
-        return putWholeEntriesOf<8>(out, address, bytes, entries, crlf);
-    }
+    withWordBytes(wordBytes, [&](auto w) {
+        putInBatches(out, entries, ENTRY_MAX, [&](char* p, size_t i) {
+            p = putSpacedWordsOf<w>(putEntryAddress(p, (address + 16 * i) / w), bytes + 16 * i, 16 / w, true);
+            *p++ = ';';
+            return putLineEnd(p, crlf);
+        });
+    });
+    return entries * 16;
 }
 
 bool writeMif(WriterInput& input, const write_options_t& options, OutputBuffer& out)
@@ -525,7 +505,6 @@ bool writeMif(WriterInput& input, const write_options_t& options, OutputBuffer& 
                                nl + "DEPTH = " + std::to_string(depthOf(input, wordBytes)) + ";" + nl +
                                "ADDRESS_RADIX = HEX;" + nl + "DATA_RADIX = HEX;" + nl + "CONTENT BEGIN" + nl;
     out.put(header.data(), header.size());
-    const size_t lineMax = 3 * 16 + 24;
     size_t onLine = 0; // words on the entry so far
     const auto endEntry = [&](char* p) { *p++ = ';'; return putLineEnd(p, options.crlf); };
     const bool whole = forEachUnitRun(input, wordBytes, options.fill, [&](uint64_t address, const uint8_t* bytes,
@@ -539,7 +518,7 @@ bool writeMif(WriterInput& input, const write_options_t& options, OutputBuffer& 
             at = putWholeEntries(out, address, bytes, size / 16, wordBytes, options.crlf);
         for (; at < size;) {
             const size_t words = std::min((size - at) / wordBytes, perLine - onLine);
-            char* p = out.reserve(lineMax);
+            char* p = out.reserve(ENTRY_MAX);
             if (onLine == 0)
                 p = putEntryAddress(p, (address + at) / wordBytes);
             p = putSpacedWords(p, bytes + at, words, wordBytes, true);

@@ -22,6 +22,7 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 namespace hexblocks::detail {
@@ -192,6 +193,21 @@ private:
     bool ok_ = true; // no put has failed
 };
 
+// Writes count items of at most itemMax bytes each, put(p, i) writing item
+// i at p and returning its end: many items to one reservation of out.
+template <typename Put> void putInBatches(OutputBuffer& out, size_t count, size_t itemMax, Put&& put)
+{
+    const size_t BATCH = 256;
+    for (size_t done = 0; done < count;) {
+        const size_t take = std::min(count - done, BATCH);
+        char* p = out.reserve(take * itemMax);
+        for (size_t i = done; i < done + take; ++i)
+            p = put(p, i);
+        out.commit(p);
+        done += take;
+    }
+}
+
 inline char* putByte(char* p, uint8_t byte)
 {
     p[0] = HEX_PAIRS.digits[byte][0];
@@ -219,19 +235,42 @@ inline char* putFourBytes(char* p, const uint8_t* bytes)
     return p + 8;
 }
 
-// A word of size bytes (1, 2, 4 or 8) as hex digits, first byte first.
-inline char* putWord(char* p, const uint8_t* bytes, size_t size)
+// A word of W bytes (1, 2, 4 or 8) as hex digits, first byte first.
+template <size_t W> HEXBLOCKS_ALWAYS_INLINE char* putWordOf(char* p, const uint8_t* bytes)
 {
-    if (size >= 4) {
-        for (size_t i = 0; i < size; i += 4)
-            p = putFourBytes(p, bytes + i);
+    if constexpr (W >= 4) {
+        for (size_t k = 0; k < W; k += 4)
+            p = putFourBytes(p, bytes + k);
         return p;
+    } else {
+        for (size_t k = 0; k < W; ++k)
+            std::memcpy(p + 2 * k, HEX_PAIRS.digits[bytes[k]], 2);
+        return p + 2 * W;
     }
-    for (size_t i = 0; i < size; ++i) {
-        std::memcpy(p, HEX_PAIRS.digits[bytes[i]], 2);
-        p += 2;
+}
+
+// The low 32 bits of value as eight hex digits (an address in a file).
+inline char* putEightDigits(char* p, uint64_t value)
+{
+    const uint8_t bytes[4] = {static_cast<uint8_t>(value >> 24), static_cast<uint8_t>(value >> 16),
+                              static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
+    return putFourBytes(p, bytes);
+}
+
+// Calls put(std::integral_constant<size_t, W>()) for a word of wordBytes
+// bytes (1, 2, 4, or else 8): the writers' loops, made once for each width.
+template <typename Put> HEXBLOCKS_ALWAYS_INLINE auto withWordBytes(size_t wordBytes, Put&& put)
+{
+    switch (wordBytes) {
+    case 1:
+        return put(std::integral_constant<size_t, 1>());
+    case 2:
+        return put(std::integral_constant<size_t, 2>());
+    case 4:
+        return put(std::integral_constant<size_t, 4>());
+    default:
+        return put(std::integral_constant<size_t, 8>());
     }
-    return p;
 }
 
 #ifdef __SSE2__
@@ -347,14 +386,7 @@ template <size_t W> HEXBLOCKS_ALWAYS_INLINE char* putSpacedWordsOf(char* p, cons
     for (; i < count; ++i, bytes += W) {
         *p = ' ';
         p += i > 0 || spaceFirst ? 1 : 0;
-        if constexpr (W == 2) {
-            std::memcpy(p, HEX_PAIRS.digits[bytes[0]], 2);
-            std::memcpy(p + 2, HEX_PAIRS.digits[bytes[1]], 2);
-            p += 4;
-        } else {
-            for (size_t k = 0; k < W; k += 4)
-                p = putFourBytes(p, bytes + k);
-        }
+        p = putWordOf<W>(p, bytes);
     }
     return p;
 }
@@ -366,16 +398,7 @@ inline char* putSpacedWords(char* p, const uint8_t* bytes, size_t count, size_t 
 {
     if (count == 0)
         return p;
-    if (wordBytes == 1)
-        return putSpacedBytes(p, bytes, count, spaceFirst);
-    switch (wordBytes) {
-    case 2:
-        return putSpacedWordsOf<2>(p, bytes, count, spaceFirst);
-    case 4:
-        return putSpacedWordsOf<4>(p, bytes, count, spaceFirst);
-    default:
-        return putSpacedWordsOf<8>(p, bytes, count, spaceFirst);
-    }
+    return withWordBytes(wordBytes, [&](auto w) { return putSpacedWordsOf<w>(p, bytes, count, spaceFirst); });
 }
 
 // count words of W bytes (1, 2, 4 or 8), step bytes apart (0 for one word
@@ -392,17 +415,7 @@ char* putWordsWithSeparatorOf(char* p, const uint8_t* bytes, size_t count, size_
                 p = putSixteenBytesOfWords<W>(p, bytes, separator, separatorLength);
     }
     for (; i < count; ++i, bytes += step) {
-        if constexpr (W == 1) {
-            std::memcpy(p, HEX_PAIRS.digits[bytes[0]], 2);
-            p += 2;
-        } else if constexpr (W == 2) {
-            std::memcpy(p, HEX_PAIRS.digits[bytes[0]], 2);
-            std::memcpy(p + 2, HEX_PAIRS.digits[bytes[1]], 2);
-            p += 4;
-        } else {
-            for (size_t k = 0; k < W; k += 4)
-                p = putFourBytes(p, bytes + k);
-        }
+        p = putWordOf<W>(p, bytes);
         std::memcpy(p, separator, 4);
         p += separatorLength;
     }
@@ -412,16 +425,9 @@ char* putWordsWithSeparatorOf(char* p, const uint8_t* bytes, size_t count, size_
 inline char* putWordsWithSeparator(char* p, const uint8_t* bytes, size_t count, size_t wordBytes, size_t step,
                                    const char* separator, size_t separatorLength)
 {
-    switch (wordBytes) {
-    case 1:
-        return putWordsWithSeparatorOf<1>(p, bytes, count, step, separator, separatorLength);
-    case 2:
-        return putWordsWithSeparatorOf<2>(p, bytes, count, step, separator, separatorLength);
-    case 4:
-        return putWordsWithSeparatorOf<4>(p, bytes, count, step, separator, separatorLength);
-    default:
-        return putWordsWithSeparatorOf<8>(p, bytes, count, step, separator, separatorLength);
-    }
+    return withWordBytes(wordBytes, [&](auto w) {
+        return putWordsWithSeparatorOf<w>(p, bytes, count, step, separator, separatorLength);
+    });
 }
 
 

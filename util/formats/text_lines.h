@@ -300,6 +300,12 @@ HEXBLOCKS_ALWAYS_INLINE size_t scanWordLine(const char*& start, const char* end,
 // that what they report names the line.
 template <typename Assembler> class LineEmitter {
 public:
+    // The most room a reader may ask for: at least a line's bytes. Runs
+    // this small are copied with vector moves, as the Intel HEX scanner's
+    // are (larger ones make memcpy switch to a string instruction that is
+    // no faster).
+    static constexpr size_t RUN_SIZE = 4096;
+
     explicit LineEmitter(Assembler& assembler)
         : assembler_(assembler), run_(std::is_same_v<Assembler, AscendingAssembler> ? RUN_SIZE : 0)
     {
@@ -367,12 +373,6 @@ public:
     }
 
 private:
-    // At least a line's bytes (and the room readUsualLines() asks for);
-    // runs this small are copied with vector moves, as the Intel HEX
-    // scanner's are (larger ones make memcpy switch to a string
-    // instruction that is no faster).
-    static constexpr size_t RUN_SIZE = 4096;
-
     Assembler& assembler_;
     uint64_t start_ = 0;
     size_t held_ = 0;
@@ -389,7 +389,7 @@ template <typename Assembler>
 long readUsualLines(const char*& p, const char* end, size_t wordBytes, LineEmitter<Assembler>& emitter,
                     uint64_t& address, size_t line)
 {
-    const size_t ROOM = 4096;
+    const size_t ROOM = LineEmitter<Assembler>::RUN_SIZE;
     if (address + ROOM > 0x100000000ull)
         return 0; // near the end of the address space the general path checks each line
     uint8_t* to = emitter.room(address, ROOM);

@@ -175,53 +175,24 @@ private:
     bool gaveUp_ = false;
 };
 
-// "@ADDRESS": eight hex digits.
-char* putWordAddress(char* p, uint64_t word)
-{
-    *p++ = '@';
-    const uint8_t digits[4] = {static_cast<uint8_t>(word >> 24), static_cast<uint8_t>(word >> 16),
-                               static_cast<uint8_t>(word >> 8), static_cast<uint8_t>(word)};
-    for (uint8_t d : digits)
-        p = putByte(p, d);
-    return p;
-}
-
-// Lines of sixteen bytes in words of W bytes, many to one reservation.
-template <size_t W> size_t putWholeLinesOf(OutputBuffer& out, const uint8_t* bytes, size_t lines, bool crlf)
-{
-    const size_t LINE_MAX = 3 * 16 + 8;
-    const size_t BATCH = 256;
-    for (size_t done = 0; done < lines;) {
-        const size_t take = std::min(lines - done, BATCH);
-        char* p = out.reserve(take * LINE_MAX);
-        for (size_t i = 0; i < take; ++i, bytes += 16)
-            p = putLineEnd(putSpacedWordsOf<W>(p, bytes, 16 / W, false), crlf);
-        out.commit(p);
-        done += take;
-    }
-    return lines * 16;
-}
+// The longest line: sixteen bytes as "XX " and the line ending.
+const size_t LINE_MAX = 3 * 16 + 8;
 
 // Writes lines of sixteen bytes from bytes; returns the bytes written.
 size_t putWholeLines(OutputBuffer& out, const uint8_t* bytes, size_t lines, size_t wordBytes, bool crlf)
 {
-    switch (wordBytes) {
-    case 1:
-        return putWholeLinesOf<1>(out, bytes, lines, crlf);
-    case 2:
-        return putWholeLinesOf<2>(out, bytes, lines, crlf);
-    case 4:
-        return putWholeLinesOf<4>(out, bytes, lines, crlf);
-    default:
-        return putWholeLinesOf<8>(out, bytes, lines, crlf);
-    }
+    withWordBytes(wordBytes, [&](auto w) {
+        putInBatches(out, lines, LINE_MAX, [&](char* p, size_t i) {
+            return putLineEnd(putSpacedWordsOf<w>(p, bytes + 16 * i, 16 / w, false), crlf);
+        });
+    });
+    return lines * 16;
 }
 
 bool writeVerilog(WriterInput& input, const write_options_t& options, OutputBuffer& out)
 {
     const size_t wordBytes = options.wordWidth / 8;
     const size_t perLine = std::max<size_t>(1, 16 / wordBytes); // 16 bytes a line
-    const size_t lineMax = 3 * 16 + 8;
     size_t onLine = 0; // words on the line so far
     const bool whole = forEachUnitRun(input, wordBytes, options.fill, [&](uint64_t address, const uint8_t* bytes,
                                                                           size_t size, bool continues) {
@@ -229,7 +200,8 @@ bool writeVerilog(WriterInput& input, const write_options_t& options, OutputBuff
             char* p = out.reserve(32);
             if (onLine > 0)
                 p = putLineEnd(p, options.crlf);
-            out.commit(putLineEnd(putWordAddress(p, address / wordBytes), options.crlf));
+            *p++ = '@';
+            out.commit(putLineEnd(putEightDigits(p, address / wordBytes), options.crlf));
             onLine = 0;
         }
         size_t at = 0;
@@ -237,7 +209,7 @@ bool writeVerilog(WriterInput& input, const write_options_t& options, OutputBuff
             at = putWholeLines(out, bytes, size / 16, wordBytes, options.crlf);
         for (; at < size;) {
             const size_t words = std::min((size - at) / wordBytes, perLine - onLine);
-            char* p = putSpacedWords(out.reserve(lineMax), bytes + at, words, wordBytes, onLine > 0);
+            char* p = putSpacedWords(out.reserve(LINE_MAX), bytes + at, words, wordBytes, onLine > 0);
             onLine += words;
             at += words * wordBytes;
             if (onLine == perLine) {
