@@ -5,6 +5,7 @@
 // two formats.
 #include "formats.h"
 #include "memory_image.h"
+#include "support/hex_text.h"
 #include "support/image_view.h"
 #include "support/result_print.h"
 
@@ -51,15 +52,7 @@ std::string failureOf(const std::string& text, file_format_t format, unsigned wo
     return result ? "ok" : std::to_string(result.line) + ": " + result.reason;
 }
 
-std::vector<uint8_t> counting(size_t count, uint8_t first = 0)
-{
-    std::vector<uint8_t> b(count);
-    for (size_t i = 0; i < count; ++i)
-        b[i] = static_cast<uint8_t>(first + i);
-    return b;
-}
-
-const MemoryImage TWO_SEGMENTS = imageOf({{0xF000, counting(18, 0x30)}, {0x12345, {0xAB, 0xCD, 0xEF}}});
+const MemoryImage TWO_SEGMENTS = imageOf({{0xF000, countingBytes(18, 0x30)}, {0x12345, {0xAB, 0xCD, 0xEF}}});
 
 } // namespace
 
@@ -113,7 +106,7 @@ TEST(TiTxt, BadInputNamesTheLine)
 
 TEST(Verilog, WordsOfEachWidthFirstByteMostSignificant)
 {
-    const MemoryImage image = imageOf({{0x1000, counting(9, 1)}});
+    const MemoryImage image = imageOf({{0x1000, countingBytes(9, 1)}});
     EXPECT_EQ(written(image, as(file_format_t::VERILOG, 8)),
               "@00001000\n01 02 03 04 05 06 07 08 09\n");
     EXPECT_EQ(written(image, as(file_format_t::VERILOG, 16)), "@00000800\n0102 0304 0506 0708 09FF\n");
@@ -124,7 +117,7 @@ TEST(Verilog, WordsOfEachWidthFirstByteMostSignificant)
     fill.fill = 0x00;
     EXPECT_EQ(written(imageOf({{0x1002, {0xAA, 0xBB, 0xCC}}}), fill), "@00000400\n0000AABB CC000000\n");
     // 16 bytes a line; a new address after a gap.
-    EXPECT_EQ(written(imageOf({{0, counting(20)}, {0x40, {0xEE}}}), as(file_format_t::VERILOG, 8)),
+    EXPECT_EQ(written(imageOf({{0, countingBytes(20)}, {0x40, {0xEE}}}), as(file_format_t::VERILOG, 8)),
               "@00000000\n00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F\n10 11 12 13\n@00000040\nEE\n");
 }
 
@@ -164,7 +157,7 @@ TEST(Verilog, BadInputNamesTheLine)
 
 TEST(Mif, WrittenWithTheHeaderAndOneEntryPerLine)
 {
-    EXPECT_EQ(written(imageOf({{0x1000, counting(6, 1)}, {0x2000, {0xAA}}}), as(file_format_t::MIF, 16)),
+    EXPECT_EQ(written(imageOf({{0x1000, countingBytes(6, 1)}, {0x2000, {0xAA}}}), as(file_format_t::MIF, 16)),
               "-- written by hexblocks\n"
               "WIDTH = 16;\n"
               "DEPTH = 4097;\n"
@@ -174,7 +167,7 @@ TEST(Mif, WrittenWithTheHeaderAndOneEntryPerLine)
               "00000800 : 0102 0304 0506;\n"
               "00001000 : AAFF;\n"
               "END;\n");
-    EXPECT_EQ(written(imageOf({{0, counting(17)}}), as(file_format_t::MIF, 8)),
+    EXPECT_EQ(written(imageOf({{0, countingBytes(17)}}), as(file_format_t::MIF, 8)),
               "-- written by hexblocks\nWIDTH = 8;\nDEPTH = 17;\nADDRESS_RADIX = HEX;\nDATA_RADIX = HEX;\n"
               "CONTENT BEGIN\n"
               "00000000 : 00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F;\n"
@@ -283,6 +276,66 @@ TEST(IntelHex16, BadInputNamesTheLine)
               "2: the record's data runs past address 0xFFFFFFFF");
 }
 
+TEST(IntelHex16, RecordsOfOneShapeInARowAreEachCheckedAndNamed)
+{
+    // Eight records of eight words; records with the count and line ending
+    // of the one before them are read together, each with every check.
+    const file_format_t F = file_format_t::INTEL_HEX_16;
+    const std::vector<uint8_t> bytes = countingBytes(128);
+    const MemoryImage image = imageOf({{0x1000, bytes}});
+    for (const std::string ending : {"\n", "\r\n"}) {
+        write_options_t options = as(F);
+        options.crlf = ending == "\r\n";
+        const std::vector<std::string> lines = splitLines(written(image, options), ending);
+        ASSERT_EQ(lines.size(), 9u);
+        EXPECT_EQ(lines[3], ":08081800313033323534373639383B3A3D3C3F3E60") << "word 0x0818 holds bytes 0x30 and 0x31";
+        MemoryImage back;
+        ASSERT_TRUE(readText(back, joinLines(lines, ending), F));
+        EXPECT_EQ(segmentsOf(back), std::vector<SegmentView>({{0x1000, bytes}})) << "ending " << ending.size();
+
+        std::vector<std::string> bad = lines;
+        bad[3].back() = bad[3].back() == '0' ? '1' : '0';
+        EXPECT_EQ(failureOf(joinLines(bad, ending), F), "4: checksum error");
+        bad = lines;
+        bad[5][20] = 'G';
+        EXPECT_EQ(failureOf(joinLines(bad, ending), F), "6: character that is not a hex digit");
+        bad = lines;
+        bad[6].insert(3, "0");
+        EXPECT_EQ(failureOf(joinLines(bad, ending), F), "7: a record is ':' and pairs of hex digits: count, address, "
+                                                        "type, data, checksum");
+
+        // Another count and another line ending between them: read as well.
+        write_options_t eight = options;
+        eight.recordSize = 8;
+        const std::vector<std::string> halves = splitLines(
+            written(imageOf({{0x1020, std::vector<uint8_t>(bytes.begin() + 0x20, bytes.begin() + 0x30)}}), eight),
+            ending);
+        ASSERT_EQ(halves.size(), 3u);
+        std::vector<std::string> mixed(lines.begin(), lines.begin() + 2);
+        mixed.insert(mixed.end(), halves.begin(), halves.begin() + 2);
+        mixed.insert(mixed.end(), lines.begin() + 3, lines.end());
+        std::string text = joinLines(mixed, ending);
+        const std::string other = ending == "\n" ? "\r\n" : "\n";
+        text.replace(text.find(ending, text.find(lines[5])), ending.size(), other);
+        ASSERT_TRUE(readText(back, text, F));
+        EXPECT_EQ(segmentsOf(back), std::vector<SegmentView>({{0x1000, bytes}})) << "ending " << ending.size();
+
+        // A record that reaches back, in a row of its shape, under a policy
+        // that refuses other bytes: named by its line.
+        std::vector<uint8_t> changed(bytes.begin() + 0x10, bytes.begin() + 0x20);
+        changed[5] ^= 0xFF;
+        std::vector<std::string> again = lines;
+        again.insert(again.begin() + 6, splitLines(written(imageOf({{0x1010, changed}}), options), ending)[0]);
+        read_options_t identical = readAs(F);
+        identical.overlap = overlap_policy_t::IDENTICAL;
+        const std::string overlapping = joinLines(again, ending);
+        const read_result_t read = readMemory(back, overlapping.data(), overlapping.size(), identical);
+        EXPECT_EQ(read.status, status_t::OVERLAP);
+        EXPECT_EQ(read.line, 7u);
+        EXPECT_EQ(read.address, 0x1015u);
+    }
+}
+
 // --- COE and C arrays ------------------------------------------------------------
 
 TEST(Coe, WordsFromTheLowestAddressGapsFilled)
@@ -306,7 +359,7 @@ TEST(Coe, WordsFromTheLowestAddressGapsFilled)
 
 TEST(CArray, ASegmentArrayAndATableWithTheStartAddress)
 {
-    MemoryImage image = imageOf({{0x08000000, counting(13)}, {0x20000000, {0xFF}}});
+    MemoryImage image = imageOf({{0x08000000, countingBytes(13)}, {0x20000000, {0xFF}}});
     image.setStartAddress(start_address_t{5, 0x08000101});
     write_options_t options = as(file_format_t::C_ARRAY);
     options.name = "fw";

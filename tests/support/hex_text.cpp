@@ -78,3 +78,18 @@ std::string joinLines(const std::vector<std::string>& lines, const std::string& 
         text += line + ending;
     return text;
 }
+
+std::vector<std::string> splitLines(const std::string& text, const std::string& ending)
+{
+    std::vector<std::string> lines;
+    for (size_t at = 0; at < text.size();) {
+        const size_t next = text.find(ending, at);
+        if (next == std::string::npos) {
+            lines.push_back(text.substr(at));
+            break;
+        }
+        lines.push_back(text.substr(at, next - at));
+        at = next + ending.size();
+    }
+    return lines;
+}

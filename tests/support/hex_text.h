@@ -28,6 +28,10 @@ std::vector<uint8_t> concat(std::vector<uint8_t> a, const std::vector<uint8_t>& 
 // Joins lines, each followed by ending (default "\n").
 std::string joinLines(const std::vector<std::string>& lines, const std::string& ending = "\n");
 
+// The lines of text, each of which ends with ending, without it: the
+// inverse of joinLines().
+std::vector<std::string> splitLines(const std::string& text, const std::string& ending = "\n");
+
 const char EOF_RECORD[] = ":00000001FF";
 
 #endif

@@ -28,6 +28,11 @@ HEXBLOCKS_ALWAYS_INLINE void swapPairs(const uint8_t* from, uint8_t* to, size_t 
 {
     size_t i = 0;
 #ifdef __SSE2__
+    if (size == 16) { // the usual record, without the loops' tests
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_or_si128(_mm_slli_epi16(x, 8), _mm_srli_epi16(x, 8)));
+        return;
+    }
     for (; i + 16 <= size; i += 16) {
         const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), _mm_or_si128(_mm_slli_epi16(x, 8), _mm_srli_epi16(x, 8)));
@@ -43,6 +48,16 @@ HEXBLOCKS_ALWAYS_INLINE void swapPairs(const uint8_t* from, uint8_t* to, size_t 
         to[i] = from[i + 1];
         to[i + 1] = from[i];
     }
+}
+
+// The first three characters at p, of at least four, as one number.
+HEXBLOCKS_ALWAYS_INLINE uint32_t firstThree(const char* p)
+{
+    const unsigned char first[4] = {0xFF, 0xFF, 0xFF, 0x00};
+    uint32_t value, mask;
+    std::memcpy(&value, p, 4);
+    std::memcpy(&mask, first, 4);
+    return value & mask;
 }
 
 // Reads INHX16 for an assembler: each data record is a record at twice its
@@ -62,16 +77,18 @@ public:
     std::string header() const { return std::string(); }
 
 private:
-    // Reads the lines of the text: a data record with its line ending at
-    // once, any other line by takeLine().
+    // Reads the lines of the text: data records with their line endings a
+    // run at a time, any other line by takeLine().
     void readLines(const char* p, const char* end)
     {
         for (size_t line = 1; p < end; ++line) {
-            const int fast = readDataRecord(p, end, line);
-            if (fast < 0)
+            const long taken = readDataRecords(p, end, line);
+            if (taken < 0)
                 return;
-            if (fast > 0)
+            if (taken > 0) {
+                line += static_cast<size_t>(taken) - 1;
                 continue;
+            }
             size_t length = 0;
             const char* start = p;
             p = lineAt(p, end, length);
@@ -80,10 +97,12 @@ private:
         }
     }
 
-    // Reads, at p, a data record that is right, ending with LF or CR LF: 1
-    // when it did (p is then past it), 0 for anything else (which takeLine()
-    // reads, and says what is wrong), -1 when the assembler gave up.
-    int readDataRecord(const char*& p, const char* end, size_t line)
+    // Reads, at p, data records that are right, with the count and the
+    // line ending (LF or CR LF) of the first: the usual file. Returns how
+    // many it read (p is then past them): 0 when the line at p is anything
+    // else (which takeLine() reads, and says what is wrong), -1 when the
+    // assembler gave up.
+    long readDataRecords(const char*& p, const char* end, size_t line)
     {
         if (end - p < 12 || p[0] != ':')
             return 0;
@@ -91,28 +110,45 @@ private:
         if (words == 0 || words > 0xFF)
             return 0;
         const size_t length = 11 + 4 * words;
-        if (static_cast<size_t>(end - p) < length + 1 || !(p[length] == '\n' || (p[length] == '\r' && end - p > static_cast<ptrdiff_t>(length + 1) && p[length + 1] == '\n')))
+        if (static_cast<size_t>(end - p) <= length)
             return 0;
-        // The whole record at once: count, address, type, data, checksum.
-        uint8_t sum = 0;
-        if (!decodeHex(p + 1, 5 + 2 * words, static_cast<size_t>(end - p) - 1, record_, sum) || sum != 0 ||
-            record_[3] != 0)
-            return 0;
-        const uint64_t address = 2 * (upper_ + (static_cast<unsigned>(record_[1]) << 8 | record_[2]));
-        if (address + 2 * words > ADDRESS_SPACE)
-            return 0;
-        uint8_t* to = emitter_.room(address, 2 * words);
-        if (to == nullptr) {
-            gaveUp_ = true;
-            return -1;
+        // Eight words, the usual count, with the sizes known to the compiler.
+        return words == 8 ? readLikeRecords<16>(p, end, line, length, 16)
+                          : readLikeRecords<0>(p, end, line, length, 2 * words);
+    }
+
+    // The loop of readDataRecords(), which looks only at what may differ
+    // from line to line; BYTES is bytes when not 0.
+    template <size_t BYTES>
+    HEXBLOCKS_ALWAYS_INLINE long readLikeRecords(const char*& p, const char* end, size_t line, size_t length,
+                                                 size_t bytes)
+    {
+        if (BYTES != 0) {
+            bytes = BYTES;
+            length = 11 + 2 * BYTES;
         }
-        swapPairs(record_ + 4, to, 2 * words);
-        if (!emitter_.commit(2 * words, line)) {
-            gaveUp_ = true;
-            return -1;
+        const char ending = p[length];
+        const size_t lineLength = ending == '\r' ? length + 2 : length + 1;
+        // ':' and the count, as one number.
+        const uint32_t head = firstThree(p);
+        long taken = 0;
+        for (; static_cast<size_t>(end - p) >= lineLength; p += lineLength, ++taken) {
+            if (firstThree(p) != head || p[lineLength - 1] != '\n' || p[length] != ending)
+                break;
+            uint8_t sum = 0;
+            if (!decodeHex(p + 1, 5 + bytes, static_cast<size_t>(end - p) - 1, record_, sum) || sum != 0 ||
+                record_[3] != 0)
+                break;
+            const uint64_t address = 2 * (upper_ + (static_cast<unsigned>(record_[1]) << 8 | record_[2]));
+            if (address + bytes > ADDRESS_SPACE)
+                break;
+            uint8_t* to = emitter_.room(address, bytes);
+            if (to == nullptr || (swapPairs(record_ + 4, to, bytes), !emitter_.commit(bytes, line + taken))) {
+                gaveUp_ = true;
+                return -1;
+            }
         }
-        p += p[length] == '\n' ? length + 1 : length + 2;
-        return 1;
+        return taken;
     }
 
     bool fail(size_t line, const std::string& reason, const char* p, size_t length)
