@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <random>
 #include <sstream>
 #include <string>
@@ -401,19 +402,22 @@ TEST(CArray, ASegmentArrayAndATableWithTheStartAddress)
 
 // --- All of them ------------------------------------------------------------------
 
+struct textkind_t {
+    file_format_t format;
+    unsigned width;
+};
+const textkind_t TEXT_KINDS[] = {
+    {file_format_t::TI_TXT, 8},  {file_format_t::VERILOG, 8}, {file_format_t::VERILOG, 16},
+    {file_format_t::VERILOG, 32}, {file_format_t::VERILOG, 64}, {file_format_t::MIF, 8},
+    {file_format_t::MIF, 16},    {file_format_t::MIF, 32},    {file_format_t::MIF, 64},
+    {file_format_t::INTEL_HEX_16, 8}};
+
 TEST(TextFormats, RoundTripsOfRandomImages)
 {
     std::mt19937 random(2025);
-    struct kind_t {
-        file_format_t format;
-        unsigned width;
-    };
-    const kind_t kinds[] = {{file_format_t::TI_TXT, 8},  {file_format_t::VERILOG, 8}, {file_format_t::VERILOG, 16},
-                            {file_format_t::VERILOG, 32}, {file_format_t::VERILOG, 64}, {file_format_t::MIF, 8},
-                            {file_format_t::MIF, 32},    {file_format_t::INTEL_HEX_16, 8}};
     for (int i = 0; i < 12; ++i) {
         const MemoryImage image = randomImage(random, false);
-        for (const kind_t& k : kinds) {
+        for (const textkind_t& k : TEXT_KINDS) {
             const std::string text = written(image, as(k.format, k.width));
             MemoryImage back;
             const read_result_t read = readText(back, text, k.format, k.width);
@@ -425,6 +429,34 @@ TEST(TextFormats, RoundTripsOfRandomImages)
             const size_t word = k.format == file_format_t::INTEL_HEX_16 ? 2 : k.width / 8;
             EXPECT_LE(back.dataSize(), image.dataSize() + 2 * word * image.segments().size());
         }
+    }
+}
+
+TEST(TextFormats, EveryDigitOfAUsualLineIsChecked)
+{
+    // The lines of 16 bytes that writers write are decoded at once: a
+    // character that is not a hex digit anywhere in one is found, and the
+    // line named.
+    const MemoryImage image = imageOf({{0x100, countingBytes(64)}});
+    for (const textkind_t& k : TEXT_KINDS) {
+        const std::vector<std::string> lines = splitLines(written(image, as(k.format, k.width)));
+        // The second line of data, which holds the byte 1E, has two after it.
+        size_t last = 0;
+        while (last < lines.size() && lines[last].find("1E") == std::string::npos)
+            ++last;
+        ASSERT_LT(last, lines.size());
+        const std::string name = std::string(formatInfo(k.format).name) + " " + std::to_string(k.width);
+        size_t digits = 0;
+        for (size_t at = 0; at < lines[last].size(); ++at) {
+            if (!std::isxdigit(static_cast<unsigned char>(lines[last][at])))
+                continue;
+            std::vector<std::string> bad = lines;
+            bad[last][at] = 'G';
+            const std::string failure = failureOf(joinLines(bad), k.format, k.width);
+            EXPECT_EQ(failure.substr(0, failure.find(':')), std::to_string(last + 1)) << name << " at " << at;
+            ++digits;
+        }
+        EXPECT_GE(digits, 32u) << name;
     }
 }
 

@@ -199,6 +199,22 @@ HEXBLOCKS_ALWAYS_INLINE bool scanSixteenByteLine(const char*& start, const char*
         if ((decodeSixteen<W>(start, out, std::make_index_sequence<16>()) & 0x100) != 0)
             return false;
     } else {
+#ifdef __SSE2__
+        // Words of 4 or 8 bytes: their digits gathered into two blocks of
+        // 16, which are decoded together.
+        const auto load = [start](size_t at) HEXBLOCKS_ALWAYS_INLINE_LAMBDA {
+            return _mm_loadu_si128(reinterpret_cast<const __m128i*>(start + at));
+        };
+        const auto loadEight = [start](size_t at) HEXBLOCKS_ALWAYS_INLINE_LAMBDA {
+            return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(start + at));
+        };
+        const bool decoded =
+            W == 4 ? hex_decoder_detail::decodeHex32Sse2(_mm_unpacklo_epi64(loadEight(0), loadEight(9)),
+                                                         _mm_unpacklo_epi64(loadEight(18), loadEight(27)), out)
+                   : hex_decoder_detail::decodeHex32Sse2(load(0), load(17), out);
+        if (!decoded)
+            return false;
+#else
         // Words of 4 or 8 bytes: their digits gathered, then decoded as the
         // Intel HEX reader decodes a record's, 16 digits at a time.
         char digits[32 + HEX_DECODE_SLACK];
@@ -209,6 +225,7 @@ HEXBLOCKS_ALWAYS_INLINE bool scanSixteenByteLine(const char*& start, const char*
         if (!decodeHex(digits, 16, sizeof digits, bytes, sum))
             return false;
         std::memcpy(out, bytes, 16);
+#endif
     }
     start += start[LENGTH] == '\n' ? LENGTH + 1 : LENGTH + 2;
     return true;

@@ -133,6 +133,17 @@ HEXBLOCKS_ALWAYS_INLINE __m128i joinDigitsSse2(__m128i values0, __m128i values1)
     return _mm_or_si128(_mm_slli_epi16(high, 4), low);
 }
 
+// The 16 bytes of 32 digits in two blocks, stored at bytes; false when a
+// character is not a hex digit.
+HEXBLOCKS_ALWAYS_INLINE bool decodeHex32Sse2(__m128i digits0, __m128i digits1, uint8_t* bytes)
+{
+    __m128i bad0, bad1;
+    const __m128i values0 = digitValuesSse2(digits0, bad0);
+    const __m128i values1 = digitValuesSse2(digits1, bad1);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes), joinDigitsSse2(values0, values1));
+    return _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_max_epu8(bad0, bad1), _mm_set1_epi8(-1))) == 0;
+}
+
 // The usual record of 16 data bytes (42 digits; any count from 33 to 48
 // digits), without a loop: two whole blocks and a third whose lanes past the
 // end read as '0'. All 48 characters must be readable.
