@@ -14,25 +14,33 @@ namespace hexblocks::detail {
 
 namespace {
 
-// Appends bytes to a segment whose capacity is reserved. The pages of a
-// large segment are asked for a step at a time, as the bytes reach it, all at
-// once rather than one fault at a time; the system may refuse
+// Asks the system for the pages that hold the bytes [start, stop) of one
+// allocation at once, rather than one fault at a time. It may refuse
 // (MADV_POPULATE_WRITE came with Linux 5.14), and nothing changes then.
-void appendBytes(std::vector<uint8_t>& segment, const uint8_t* bytes, size_t length)
+void populate(uintptr_t start, uintptr_t stop)
 {
 #ifdef __linux__
-    const size_t STEP = 1 << 20;
     const uintptr_t PAGE = 4096;
+    const uintptr_t begin = start & ~(PAGE - 1);
+    const uintptr_t end = (stop + PAGE - 1) & ~(PAGE - 1);
+    if (begin < end)
+        madvise(reinterpret_cast<void*>(begin), end - begin, 23 /* MADV_POPULATE_WRITE */);
+#else
+    (void)start;
+    (void)stop;
+#endif
+}
+
+// Appends bytes to a segment whose capacity is reserved. The pages of a
+// large segment are asked for a step at a time, as the bytes reach it.
+void appendBytes(std::vector<uint8_t>& segment, const uint8_t* bytes, size_t length)
+{
+    const size_t STEP = 1 << 20;
     const size_t size = segment.size();
     if (segment.capacity() >= STEP && (size == 0 || size / STEP != (size + length) / STEP)) {
         const uintptr_t start = reinterpret_cast<uintptr_t>(segment.data()) + (size + length) / STEP * STEP;
-        const uintptr_t stop = std::min(start + STEP, reinterpret_cast<uintptr_t>(segment.data()) + segment.capacity());
-        const uintptr_t begin = (start + PAGE - 1) & ~(PAGE - 1);
-        const uintptr_t end = stop & ~(PAGE - 1);
-        if (begin < end)
-            madvise(reinterpret_cast<void*>(begin), end - begin, 23 /* MADV_POPULATE_WRITE */);
+        populate(start, std::min(start + STEP, reinterpret_cast<uintptr_t>(segment.data()) + segment.capacity()));
     }
-#endif
     segment.insert(segment.end(), bytes, bytes + length);
 }
 
@@ -59,6 +67,10 @@ uint32_t regionarena_t::keep(const uint8_t* window)
         }
     }
     const uint32_t slot = static_cast<uint32_t>(bytes.size() / REGION_SIZE);
+    // The slot's pages at once: faulting them in one at a time took a tenth
+    // of the time of reading a file whose records are out of order.
+    const uintptr_t end = reinterpret_cast<uintptr_t>(bytes.data() + bytes.size());
+    populate(end, end + REGION_SIZE);
     bytes.insert(bytes.end(), window, window + REGION_SIZE);
     return slot;
 }
