@@ -84,6 +84,13 @@ endforeach()
 # The exact layer's public headers lie in util/ itself.
 list(APPEND HEXBLOCKS_exact_INCLUDES ${PROJECT_SOURCE_DIR}/util)
 
+# Position-independent code for a shared library, and for the static one
+# when the Python module (a shared object) links it.
+if(BUILD_SHARED_LIBS OR HEXBLOCKS_PYTHON_MODULE)
+    set(HEXBLOCKS_PIC ON)
+else()
+    set(HEXBLOCKS_PIC OFF)
+endif()
 foreach(layer IN LISTS HEXBLOCKS_LAYERS)
     add_library(hexblocks_${layer} OBJECT ${HEXBLOCKS_${layer}_SOURCES})
     target_include_directories(hexblocks_${layer} PRIVATE ${HEXBLOCKS_${layer}_INCLUDES})
@@ -93,7 +100,7 @@ foreach(layer IN LISTS HEXBLOCKS_LAYERS)
     set_target_properties(hexblocks_${layer} PROPERTIES
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
-        POSITION_INDEPENDENT_CODE ${BUILD_SHARED_LIBS})
+        POSITION_INDEPENDENT_CODE ${HEXBLOCKS_PIC})
 endforeach()
 
 # Every header of every layer, for the project's tests, benchmarks and fuzz

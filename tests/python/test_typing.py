@@ -1,0 +1,68 @@
+"""The type stubs: they name what the package has (mypy's stubtest), and a
+type checker accepts a script that uses the package rightly and points at
+one that does not."""
+
+import os
+import subprocess
+import sys
+
+import pytest
+
+pytest.importorskip("mypy", reason="mypy is not installed (Debian: python3-mypy)")
+
+PACKAGE_DIR = os.path.dirname(os.path.dirname(__import__("hexblocks").__file__))
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+GOOD = """
+import io
+from typing import List, Optional
+import hexblocks
+
+image: hexblocks.Image = hexblocks.read("firmware.hex", overlap="last")
+image.put(0x08000000, b"\\x01\\x02")
+image[0x08000002] = 3
+first: int = image[0x08000000]
+page: bytes = image[0x08000000:0x08000100]
+segments: List[hexblocks.Segment] = image.segments
+lowest: Optional[int] = image.lowest_address
+crc: int = image.checksum("crc32", start=0x08000000, end=0x08001000)
+image.merge(hexblocks.read(io.BytesIO(b":00000001FF")), overlap="first")
+text: Optional[bytes] = image.write(None, "srec", record_size=32)
+plan = hexblocks.FlashPlan(image, "0x08000000:4x16K")
+for p in plan.pages():
+    address: int = p.address
+try:
+    hexblocks.read(b"")
+except hexblocks.ChecksumError as e:
+    line: Optional[int] = e.line
+"""
+
+BAD = """
+import hexblocks
+image = hexblocks.read("firmware.hex")
+image.put("0x08000000", 7)
+"""
+
+
+def mypy(*args: str) -> subprocess.CompletedProcess:
+    env = dict(os.environ, MYPYPATH=PACKAGE_DIR)
+    return subprocess.run([sys.executable, "-m", *args], capture_output=True, text=True, env=env, cwd=HERE,
+                          check=False)
+
+
+def test_the_stubs_name_what_the_package_has():
+    done = mypy("mypy.stubtest", "hexblocks", "--allowlist", os.path.join(HERE, "stubtest-allowlist.txt"))
+    assert done.returncode == 0, done.stdout + done.stderr
+
+
+def test_a_type_checker_accepts_right_use_and_finds_wrong_use(tmp_path):
+    good = tmp_path / "good.py"
+    good.write_text(GOOD)
+    done = mypy("mypy", "--strict", "--no-incremental", "--cache-dir", os.devnull, str(good))
+    assert done.returncode == 0, done.stdout
+    bad = tmp_path / "bad.py"
+    bad.write_text(BAD)
+    done = mypy("mypy", "--strict", "--no-incremental", "--cache-dir", os.devnull, str(bad))
+    assert done.returncode == 1
+    assert 'bad.py:4: error: Argument 1 to "put" of "Image" has incompatible type "str"; expected "int"' in done.stdout
+    assert 'bad.py:4: error: Argument 2 to "put" of "Image" has incompatible type "int"' in done.stdout
