@@ -21,6 +21,7 @@ void bindImage(py::module_& m);
 void bindFormats(py::module_& m);
 void bindChecksums(py::module_& m);
 void bindFlash(py::module_& m);
+void bindIntelHexSupport(py::module_& m);
 
 // Raises the exception of the package that stands for result's status,
 // with its reason, line and address, and the file when one is named.

@@ -11,4 +11,5 @@ PYBIND11_MODULE(_native, m)
     bindFormats(m);
     bindChecksums(m);
     bindFlash(m);
+    bindIntelHexSupport(m);
 }

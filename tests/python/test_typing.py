@@ -35,6 +35,15 @@ try:
     hexblocks.read(b"")
 except hexblocks.ChecksumError as e:
     line: Optional[int] = e.line
+
+from hexblocks.intelhex import IntelHex, hex2bin
+ih = IntelHex("firmware.hex")
+ih[0] = 1
+byte: int = ih[5]
+part: IntelHex = ih[0:16]
+ih.write_hex_file("copy.hex", byte_count=32)
+words = ih.tobinarray(start=0, size=16)
+status: int = hex2bin("firmware.hex", "firmware.bin")
 """
 
 BAD = """
