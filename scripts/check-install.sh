@@ -32,7 +32,7 @@ for kind in static shared; do
     [ $kind = shared ] && shared=ON
     prefix=$work/prefix-$kind
     cmake -S . -B "$work/build-$kind" -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=$shared \
-        -DHEXBLOCKS_BUILD_TESTS=OFF -DHEXBLOCKS_BUILD_BENCHMARKS=OFF -DHEXBLOCKS_BUILD_EXAMPLES=OFF \
+        -DHEXBLOCKS_BUILD_TESTS=OFF -DHEXBLOCKS_BUILD_BENCHMARKS=OFF -DHEXBLOCKS_BUILD_EXAMPLES=OFF -DHEXBLOCKS_BUILD_PYTHON=OFF \
         -DHEXBLOCKS_WERROR=ON -DCMAKE_INSTALL_PREFIX="$prefix" >/dev/null
     cmake --build "$work/build-$kind" -j "$jobs" >/dev/null
     cmake --install "$work/build-$kind" >/dev/null

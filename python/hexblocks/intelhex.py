@@ -202,21 +202,43 @@ def _start_addr_of(start: Any) -> Optional[Dict[str, int]]:
     return {"EIP": start.value}
 
 
+def _library_read(read: Any, existing: "_native.Image") -> Optional["_native.Image"]:
+    """The image the library's reader gives (read() calls it), or None when it
+    fails or gives bytes that existing holds: python intelhex's rules then
+    decide what happens."""
+    try:
+        image, _, _, _ = read()
+    except Exception:
+        return None
+    if len(existing) and _overlaps(image, existing):
+        return None
+    return image
+
+
 def _read_hex(data: bytes, universal: bool, existing: "_native.Image") -> Tuple["_native.Image", Any]:
     """The image and start address that python intelhex's loadhex() gives for
     data, or its exception. Plain text goes through the library's reader;
     any other through the careful reader above."""
     if _native._intelhex_plain(data):
-        try:
-            image, _, _, _ = _native._read_memory(data, "ihex", 0, 8, "error", None)
-        except Exception:
-            image = None
-        if image is not None and (not len(existing) or not _overlaps(image, existing)):
+        image = _library_read(lambda: _native._read_memory(data, "ihex", 0, 8, "error", None), existing)
+        if image is not None:
             return image, _start_addr_of(image.start_address)
     text = data.decode("utf-8") if isinstance(data, (bytes, bytearray)) else data
     image = _native.Image()
     start = _careful_records(text, universal, image, existing)
     return image, start
+
+
+def _read_hex_file(path: str, existing: "_native.Image") -> Tuple["_native.Image", Any]:
+    """_read_hex() for the file at path. A plain file goes to the library's
+    reader by name, so that its text is never held whole."""
+    if _native._intelhex_plain_file(path):
+        image = _library_read(lambda: _native._read_file(path, "ihex", 0, 8, "error", None), existing)
+        if image is not None:
+            return image, _start_addr_of(image.start_address)
+    with open(path, "rb") as f:
+        data = f.read()
+    return _read_hex(data, True, existing)
 
 
 def _overlaps(a: "_native.Image", b: "_native.Image") -> bool:
@@ -294,19 +316,19 @@ class IntelHex(_native._IntelHexBase):
         @param  fobj        file name or file-like object
         """
         if isinstance(fobj, str):
-            with open(fobj, "rb") as f:
-                data = f.read()
-            universal = True
+            image, start = _read_hex_file(fobj, self._image)
         else:
             data = fobj.read()
-            universal = False
             if isinstance(data, str):
                 data = data.encode("utf-8", "surrogateescape")
-        image, start = _read_hex(data, universal, self._image)
+            image, start = _read_hex(data, False, self._image)
         image.start_address = None
         if start is not None and self.start_addr is not None:
-            raise DuplicateStartAddressRecordError(line=_start_line(data, universal))
-        self._image.merge(image, overlap="last", start="first")
+            raise DuplicateStartAddressRecordError(line=_start_line(fobj))
+        if len(self._image):
+            self._image.merge(image, overlap="last", start="first")
+        else:
+            self._image = image
         if start is not None:
             self.start_addr = start
 
@@ -800,10 +822,18 @@ class IntelHex(_native._IntelHexBase):
     __hash__ = None  # type: ignore[assignment]
 
 
-def _start_line(data: bytes, universal: bool) -> int:
-    """The line of the first start address record in data."""
-    text = data.decode("utf-8", "replace")
-    for line, s in enumerate(_lines_of(text, universal), 1):
+def _start_line(fobj: Any) -> int:
+    """The line of the first start address record of the file loadhex() was
+    given, read again."""
+    if isinstance(fobj, str):
+        with open(fobj, "rb") as f:
+            text = f.read().decode("utf-8", "replace")
+        lines = _lines_of(text, True)
+    else:
+        fobj.seek(0)
+        data = fobj.read()
+        lines = _lines_of(data.decode("utf-8", "replace") if isinstance(data, bytes) else data, False)
+    for line, s in enumerate(lines, 1):
         if s[7:9] in ("03", "05"):
             return line
     return 0

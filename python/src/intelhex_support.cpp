@@ -13,6 +13,10 @@
 #include "image.h"
 
 #include <cstring>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace hexblocks::python {
 
@@ -36,21 +40,19 @@ int pairValue(const char* p)
     return high < 0 || low < 0 ? -1 : high << 4 | low;
 }
 
-bool isPlain(const char* text, size_t size)
-{
-    size_t starts = 0;
-    uint64_t base = 0; // the extended linear address
-    for (const char* p = text; p < text + size;) {
-        const char* newline = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(text + size - p)));
-        const char* end = newline != nullptr ? newline : text + size;
-        const char* next = newline != nullptr ? newline + 1 : end;
+// The check, line by line, so that a file can be fed a piece at a time.
+class PlainCheck {
+public:
+    // Takes one line without its LF; false when it is not plain.
+    bool line(const char* p, const char* end)
+    {
+        if (ended_)
+            return true; // nothing after the end record is read
         while (end > p && end[-1] == '\r')
             --end;
         const size_t length = static_cast<size_t>(end - p);
-        if (length == 0) {
-            p = next;
-            continue;
-        }
+        if (length == 0)
+            return true;
         if (p[0] != ':' || length < 11)
             return false;
         const int count = pairValue(p + 1);
@@ -64,31 +66,88 @@ bool isPlain(const char* text, size_t size)
             // says; python intelhex keeps it above.
             const int high = pairValue(p + 3);
             const int low = pairValue(p + 5);
-            if (high < 0 || low < 0 || base + static_cast<uint64_t>(high << 8 | low) + count > 0x100000000ull)
-                return false;
-            break;
+            return high >= 0 && low >= 0 && base_ + static_cast<uint64_t>(high << 8 | low) + count <= 0x100000000ull;
         }
         case 0x01:
-            return count == 0; // nothing after it is read
+            ended_ = true;
+            return count == 0;
         case 0x04: {
             const int high = pairValue(p + 9);
             const int low = pairValue(p + 11);
             if (count != 2 || !zeroOffset || high < 0 || low < 0)
                 return false;
-            base = static_cast<uint64_t>(high << 8 | low) << 16;
-            break;
+            base_ = static_cast<uint64_t>(high << 8 | low) << 16;
+            return true;
         }
         case 0x03:
         case 0x05:
-            if (count != 4 || !zeroOffset || ++starts > 1)
-                return false;
-            break;
+            return count == 4 && zeroOffset && ++starts_ <= 1;
         default:
             return false;
         }
-        p = next;
     }
-    return true;
+
+private:
+    bool ended_ = false;
+    size_t starts_ = 0;
+    uint64_t base_ = 0; // the extended linear address
+};
+
+// Feeds the lines of text to check; false at the first that is not plain.
+// Returns where the last line, which no LF ends, begins.
+bool feedLines(PlainCheck& check, const char*& text, const char* end)
+{
+    for (;;) {
+        const char* newline = static_cast<const char*>(std::memchr(text, '\n', static_cast<size_t>(end - text)));
+        if (newline == nullptr)
+            return true;
+        if (!check.line(text, newline))
+            return false;
+        text = newline + 1;
+    }
+}
+
+bool isPlain(const char* text, size_t size)
+{
+    PlainCheck check;
+    const char* end = text + size;
+    return feedLines(check, text, end) && check.line(text, end);
+}
+
+// isPlain() for the file at path, read a piece at a time, so that the text
+// is never held whole; false when it cannot be read.
+bool isPlainFile(const char* path)
+{
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    std::vector<char> buffer(1 << 20);
+    size_t held = 0;
+    PlainCheck check;
+    bool plain = true;
+    for (;;) {
+        if (held == buffer.size())
+            buffer.resize(buffer.size() * 2); // a line longer than the buffer
+        const ssize_t got = read(fd, buffer.data() + held, buffer.size() - held);
+        if (got < 0) {
+            plain = false;
+            break;
+        }
+        const char* p = buffer.data();
+        const char* end = p + held + static_cast<size_t>(got);
+        if (got == 0) {
+            plain = check.line(p, end);
+            break;
+        }
+        if (!feedLines(check, p, end)) {
+            plain = false;
+            break;
+        }
+        held = static_cast<size_t>(end - p);
+        std::memmove(buffer.data(), p, held);
+    }
+    close(fd);
+    return plain;
 }
 
 // IntelHex's base: ih[address] for an int address, as one C call that
@@ -156,6 +215,13 @@ void bindIntelHexSupport(py::module_& m)
             return isPlain(static_cast<const char*>(info.ptr), static_cast<size_t>(info.size * info.itemsize));
         },
         py::arg("data"));
+    m.def(
+        "_intelhex_plain_file",
+        [](const std::string& path) {
+            py::gil_scoped_release release;
+            return isPlainFile(path.c_str());
+        },
+        py::arg("path"));
 }
 
 } // namespace hexblocks::python

@@ -261,6 +261,8 @@ def test_loading_into_an_image_with_data_and_a_start_address():
     same(lambda m: loaded(m, rec(0, 0, [1]), rec(0, 1, [2])))
     same(lambda m: loaded(m, rec(0, 0, [1, 2]), rec(0, 1, [2])))
     same(lambda m: loaded(m, rec(5, 0, [0, 0, 0, 1]), rec(0, 1, [2])))
+    same(lambda m: loaded(m, rec(5, 0, [0, 0, 0, 1]), rec(0, 1, [2]) + "\n" + rec(5, 0, [0, 0, 0, 2])))
+    same(lambda m: loaded(m, rec(3, 0, [0, 0, 0, 1]), rec(5, 0, [0, 0, 0, 2])))
 
 
 def test_16_bit_words_alike():
