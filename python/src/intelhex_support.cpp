@@ -194,9 +194,9 @@ void defineIntelHexBase(py::module_& m)
     static PyType_Slot slots[] = {{Py_mp_subscript, reinterpret_cast<void*>(subscript)},
                                   {Py_tp_doc, const_cast<char*>("The base of hexblocks.intelhex.IntelHex.")},
                                   {0, nullptr}};
-    static PyType_Spec spec = {"hexblocks._native._IntelHexBase", sizeof(PyObject), 0,
+    static PyType_Spec typeSpec = {"hexblocks._native._IntelHexBase", sizeof(PyObject), 0,
                                Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE, slots};
-    PyObject* type = PyType_FromSpec(&spec);
+    PyObject* type = PyType_FromSpec(&typeSpec);
     if (type == nullptr)
         throw py::error_already_set();
     m.add_object("_IntelHexBase", py::reinterpret_steal<py::object>(type));

@@ -63,9 +63,9 @@ void defineSegmentBytes(py::module_&)
                                   {Py_bf_releasebuffer, reinterpret_cast<void*>(releaseBuffer)},
                                   {Py_tp_doc, const_cast<char*>("The bytes of one segment of an image, read-only.")},
                                   {0, nullptr}};
-    static PyType_Spec spec = {"hexblocks._native.SegmentBytes", sizeof(segmentbytes_t), 0, Py_TPFLAGS_DEFAULT,
+    static PyType_Spec typeSpec = {"hexblocks._native.SegmentBytes", sizeof(segmentbytes_t), 0, Py_TPFLAGS_DEFAULT,
                                slots};
-    PyObject* type = PyType_FromSpec(&spec);
+    PyObject* type = PyType_FromSpec(&typeSpec);
     if (type == nullptr)
         throw py::error_already_set();
     segmentBytesType = reinterpret_cast<PyTypeObject*>(type);

@@ -253,6 +253,18 @@ def test_hex_files_read_alike_errors_included(name, tmp_path):
     same(lambda m: m.IntelHex(str(path)).todict())
 
 
+def test_the_projects_sample_file_alike():
+    from conftest import SAMPLE_HEX
+    same(lambda m: m.IntelHex(SAMPLE_HEX))
+    same(lambda m: m.IntelHex(SAMPLE_HEX).segments())
+    same(lambda m: m.IntelHex(SAMPLE_HEX).tobinstr())
+    same(lambda m: m.IntelHex(SAMPLE_HEX).tobinarray(start=0x08003FF0, size=0x40))
+    same(lambda m: written(m.IntelHex(SAMPLE_HEX)))
+    same(lambda m: written(m.IntelHex(SAMPLE_HEX), byte_count=32, eolstyle="CRLF"))
+    same(lambda m: dumped(m.IntelHex(SAMPLE_HEX)[0x0801FC00:]))
+    same(lambda m: m.IntelHex(SAMPLE_HEX).find(b"\x00\x20"))
+
+
 def test_loading_into_an_image_with_data_and_a_start_address():
     def loaded(m, first, second):
         x = load(m, first)
