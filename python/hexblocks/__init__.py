@@ -64,16 +64,16 @@ def read(source: Source, format: Optional[str] = None, *, address: int = 0, word
     """
     if isinstance(source, (str, os.PathLike)):
         path = os.fsdecode(source)
-        image, warnings, _, _ = _native._read_file(path, format, address, word_width, overlap, family)
+        image, warnings = _native._read_file(path, format, address, word_width, overlap, family)
     elif hasattr(source, "read"):
         data = source.read()
         if isinstance(data, str):
             raise TypeError("read() takes a file object opened in binary mode ('rb')")
         path = getattr(source, "name", None)
-        image, warnings, _, _ = _native._read_memory(data, format, address, word_width, overlap, family)
+        image, warnings = _native._read_memory(data, format, address, word_width, overlap, family)
     else:
         path = None
-        image, warnings, _, _ = _native._read_memory(source, format, address, word_width, overlap, family)
+        image, warnings = _native._read_memory(source, format, address, word_width, overlap, family)
     for line, message in warnings:
         # As exceptions show what they blame: "file:line: ", "line N: ", "file: ".
         if isinstance(path, str):

@@ -90,7 +90,7 @@ def _library_read(read: Any, existing: "_native.Image") -> Optional["_native.Ima
     fails or gives bytes that existing holds: python intelhex's rules then
     decide what happens."""
     try:
-        image, _, _, _ = read()
+        image, _ = read()
     except Exception:
         return None
     if len(existing) and _overlaps(image, existing):

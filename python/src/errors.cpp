@@ -1,6 +1,8 @@
 // Raising the package's exceptions, and the helpers every part shares.
 #include "bindings.h"
 
+#include <utility>
+
 namespace hexblocks::python {
 
 namespace {
@@ -43,30 +45,36 @@ py::object type(const char* name)
     return typesModule->attr(name);
 }
 
+// The value a policy's name stands for, names in the order they are listed
+// when a name is unknown; what names the policy in that message.
+template <typename Policy, size_t N>
+Policy policyNamed(const std::string& name, const std::pair<const char*, Policy> (&names)[N], const char* what)
+{
+    std::string known;
+    for (size_t i = 0; i < N; ++i) {
+        if (name == names[i].first)
+            return names[i].second;
+        known += std::string(i == 0 ? "" : i + 1 == N ? " or " : ", ") + names[i].first;
+    }
+    raiseBadArgument("unknown " + std::string(what) + " '" + name + "': " + known);
+}
+
 overlap_policy_t overlapPolicy(const std::string& name)
 {
-    if (name == "error")
-        return overlap_policy_t::ERROR;
-    if (name == "first")
-        return overlap_policy_t::FIRST;
-    if (name == "last")
-        return overlap_policy_t::LAST;
-    if (name == "identical")
-        return overlap_policy_t::IDENTICAL;
-    raiseBadArgument("unknown overlap policy '" + name + "': error, first, last or identical");
+    static const std::pair<const char*, overlap_policy_t> NAMES[] = {{"error", overlap_policy_t::ERROR},
+                                                                     {"first", overlap_policy_t::FIRST},
+                                                                     {"last", overlap_policy_t::LAST},
+                                                                     {"identical", overlap_policy_t::IDENTICAL}};
+    return policyNamed(name, NAMES, "overlap policy");
 }
 
 start_policy_t startPolicy(const std::string& name)
 {
-    if (name == "error")
-        return start_policy_t::ERROR;
-    if (name == "first")
-        return start_policy_t::FIRST;
-    if (name == "last")
-        return start_policy_t::LAST;
-    if (name == "drop")
-        return start_policy_t::DROP;
-    raiseBadArgument("unknown start address policy '" + name + "': error, first, last or drop");
+    static const std::pair<const char*, start_policy_t> NAMES[] = {{"error", start_policy_t::ERROR},
+                                                                   {"first", start_policy_t::FIRST},
+                                                                   {"last", start_policy_t::LAST},
+                                                                   {"drop", start_policy_t::DROP}};
+    return policyNamed(name, NAMES, "start address policy");
 }
 
 uint64_t unsignedOf(const py::handle& value, const char* what)

@@ -59,7 +59,8 @@ read_options_t readOptions(const py::object& format, const py::object& address, 
     return options;
 }
 
-// (image, warnings, blocks, families) of a read, or the exception.
+// (image, warnings) of a read, each warning (line, message); or the
+// exception.
 py::tuple readOutcome(PyImage&& image, const read_result_t& result, const std::string& file)
 {
     if (!result)
@@ -67,10 +68,7 @@ py::tuple readOutcome(PyImage&& image, const read_result_t& result, const std::s
     py::list warnings;
     for (const warning_t& w : result.warnings)
         warnings.append(py::make_tuple(w.line, w.message));
-    py::list families;
-    for (uint32_t id : result.families)
-        families.append(id);
-    return py::make_tuple(std::move(image), warnings, result.blocks, families);
+    return py::make_tuple(std::move(image), warnings);
 }
 
 write_options_t writeOptions(const std::string& format, unsigned recordSize, const std::string& addressing,

@@ -106,6 +106,14 @@ const char* kindName(difference_t::kind_t kind)
     }
 }
 
+// A copy with the image's bytes, and no views of them in use.
+PyImage copyOfImage(const PyImage& self)
+{
+    PyImage copy;
+    copy.image = self.image;
+    return copy;
+}
+
 std::string describe(const MemoryImage& image)
 {
     if (image.empty())
@@ -243,26 +251,10 @@ type 3 a segment address (CS:IP, value CS << 16 | IP). Assign an address
                 self.image.clear();
             },
             "Removes every byte, the start address and the header.")
+        .def("copy", copyOfImage, "A copy of the image.")
+        .def("__copy__", copyOfImage)
         .def(
-            "copy",
-            [](const PyImage& self) {
-                PyImage copy;
-                copy.image = self.image;
-                return copy;
-            },
-            "A copy of the image.")
-        .def("__copy__", [](const PyImage& self) {
-            PyImage copy;
-            copy.image = self.image;
-            return copy;
-        })
-        .def(
-            "__deepcopy__",
-            [](const PyImage& self, const py::object&) {
-                PyImage copy;
-                copy.image = self.image;
-                return copy;
-            },
+            "__deepcopy__", [](const PyImage& self, const py::object&) { return copyOfImage(self); },
             py::arg("memo"))
         .def(
             "__eq__",

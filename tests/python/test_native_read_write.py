@@ -106,8 +106,9 @@ def test_records_that_give_the_same_bytes_follow_the_overlap_policy():
     with pytest.raises(hexblocks.OverlapError) as e:
         hexblocks.read(text, overlap="identical")
     assert (e.value.line, e.value.address) == (2, 0x103)
-    with pytest.raises(hexblocks.BadArgumentError):
+    with pytest.raises(hexblocks.BadArgumentError) as e:
         hexblocks.read(text, overlap="newest")
+    assert str(e.value) == "unknown overlap policy 'newest': error, first, last or identical"
 
 
 def test_writing_to_a_path_bytes_and_a_file_object_as_the_tool_writes(tmp_path, tool):
