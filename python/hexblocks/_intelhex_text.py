@@ -26,12 +26,13 @@ def _lines_of(text: str, universal: bool) -> List[str]:
     return text.splitlines(True) if universal else text.split("\n")
 
 
-def _careful_records(text: str, universal: bool, image: "_native.Image", existing: "_native.Image"):
+def _careful_records(text: str, universal: bool, image: "_native.Image", existing: "_native.Image",
+                     start_addr: Optional[Dict[str, int]]) -> Optional[Dict[str, int]]:
     """Reads text record by record with python intelhex's rules into image,
-    refusing bytes that existing or an earlier record holds. Returns the
-    start address as python intelhex keeps it."""
+    refusing bytes that existing or an earlier record holds, and a start
+    address when start_addr (the object's) or an earlier record gave one.
+    Returns the start address as python intelhex keeps it."""
     base = 0
-    start_addr: Optional[Dict[str, int]] = None
     for line, s in enumerate(_lines_of(text, universal), 1):
         s = s.rstrip("\r\n")
         if not s:
@@ -85,43 +86,48 @@ def _start_addr_of(start: Any) -> Optional[Dict[str, int]]:
     return {"EIP": start.value}
 
 
-def _library_read(read: Any, existing: "_native.Image") -> Optional["_native.Image"]:
+def _library_read(read: Any, existing: "_native.Image",
+                  start_addr: Optional[Dict[str, int]]) -> Optional["_native.Image"]:
     """The image the library's reader gives (read() calls it), or None when it
-    fails or gives bytes that existing holds: python intelhex's rules then
-    decide what happens."""
+    fails, gives bytes that existing holds, or a start address beside
+    start_addr: python intelhex's rules then decide what happens."""
     try:
         image, _ = read()
     except Exception:
         return None
-    if len(existing) and _overlaps(image, existing):
+    if (len(existing) and _overlaps(image, existing)) or (start_addr and image.start_address is not None):
         return None
     return image
 
 
-def _read_hex(data: bytes, universal: bool, existing: "_native.Image") -> Tuple["_native.Image", Any]:
+def _read_hex(data: bytes, universal: bool, existing: "_native.Image",
+              start_addr: Optional[Dict[str, int]]) -> Tuple["_native.Image", Any]:
     """The image and start address that python intelhex's loadhex() gives for
-    data, or its exception. Plain text goes through the library's reader;
-    any other through the careful reader above."""
+    data, loaded into an object that holds existing and start_addr; or its
+    exception. Plain text goes through the library's reader; any other
+    through the careful reader above."""
     if _native._intelhex_plain(data):
-        image = _library_read(lambda: _native._read_memory(data, "ihex", 0, 8, "error", None), existing)
+        image = _library_read(lambda: _native._read_memory(data, "ihex", 0, 8, "error", None), existing,
+                              start_addr)
         if image is not None:
-            return image, _start_addr_of(image.start_address)
+            return image, _start_addr_of(image.start_address) or start_addr
     text = data.decode("utf-8") if isinstance(data, (bytes, bytearray)) else data
     image = _native.Image()
-    start = _careful_records(text, universal, image, existing)
-    return image, start
+    return image, _careful_records(text, universal, image, existing, start_addr)
 
 
-def _read_hex_file(path: str, existing: "_native.Image") -> Tuple["_native.Image", Any]:
+def _read_hex_file(path: str, existing: "_native.Image",
+                   start_addr: Optional[Dict[str, int]]) -> Tuple["_native.Image", Any]:
     """_read_hex() for the file at path. A plain file goes to the library's
     reader by name, so that its text is never held whole."""
     if _native._intelhex_plain_file(path):
-        image = _library_read(lambda: _native._read_file(path, "ihex", 0, 8, "error", None), existing)
+        image = _library_read(lambda: _native._read_file(path, "ihex", 0, 8, "error", None), existing,
+                              start_addr)
         if image is not None:
-            return image, _start_addr_of(image.start_address)
+            return image, _start_addr_of(image.start_address) or start_addr
     with open(path, "rb") as f:
         data = f.read()
-    return _read_hex(data, True, existing)
+    return _read_hex(data, True, existing, start_addr)
 
 
 def _overlaps(a: "_native.Image", b: "_native.Image") -> bool:
@@ -131,23 +137,6 @@ def _overlaps(a: "_native.Image", b: "_native.Image") -> bool:
                     segment.data):
                 return True
     return False
-
-
-def _start_line(fobj: Any) -> int:
-    """The line of the first start address record of the file loadhex() was
-    given, read again."""
-    if isinstance(fobj, str):
-        with open(fobj, "rb") as f:
-            text = f.read().decode("utf-8", "replace")
-        lines = _lines_of(text, True)
-    else:
-        fobj.seek(0)
-        data = fobj.read()
-        lines = _lines_of(data.decode("utf-8", "replace") if isinstance(data, bytes) else data, False)
-    for line, s in enumerate(lines, 1):
-        if s[7:9] in ("03", "05"):
-            return line
-    return 0
 
 
 def _record(kind: int, offset: int, data: bytes) -> str:

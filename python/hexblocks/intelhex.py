@@ -30,7 +30,7 @@ from ._intelhex_errors import (AddressOverlapError, BadAccess16bit, DuplicateSta
                                StartAddressRecordError, StartLinearAddressRecordError,
                                StartSegmentAddressRecordError)
 from ._intelhex_text import (ADDRESS_LIMIT as _ADDRESS_LIMIT, _dump_text, _hex_bytes, _read_hex,
-                             _read_hex_file, _start_line)
+                             _read_hex_file)
 
 __all__ = [
     "IntelHex", "IntelHex16bit", "hex2bin", "bin2hex", "diff_dumps",
@@ -103,21 +103,18 @@ class IntelHex(_native._IntelHexBase):
         @param  fobj        file name or file-like object
         """
         if isinstance(fobj, str):
-            image, start = _read_hex_file(fobj, self._image)
+            image, start = _read_hex_file(fobj, self._image, self.start_addr)
         else:
             data = fobj.read()
             if isinstance(data, str):
                 data = data.encode("utf-8", "surrogateescape")
-            image, start = _read_hex(data, False, self._image)
+            image, start = _read_hex(data, False, self._image, self.start_addr)
         image.start_address = None
-        if start is not None and self.start_addr is not None:
-            raise DuplicateStartAddressRecordError(line=_start_line(fobj))
         if len(self._image):
             self._image.merge(image, overlap="last", start="first")
         else:
             self._image = image
-        if start is not None:
-            self.start_addr = start
+        self.start_addr = start
 
     def loadbin(self, fobj: Any, offset: int = 0) -> None:
         """Load bin file into internal buffer. Not needed if source set in

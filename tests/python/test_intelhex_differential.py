@@ -265,11 +265,20 @@ def test_the_projects_sample_file_alike():
     same(lambda m: m.IntelHex(SAMPLE_HEX).find(b"\x00\x20"))
 
 
-def test_loading_into_an_image_with_data_and_a_start_address():
+def test_loading_into_an_image_with_data_and_a_start_address(tmp_path):
     def loaded(m, first, second):
         x = load(m, first)
         x.loadhex(io.StringIO(second))
         return x
+
+    def loaded_by_name(m, first, second):
+        path = tmp_path / "second.hex"
+        path.write_text(second)
+        x = load(m, first)
+        x.loadhex(str(path))
+        return x
+    same(lambda m: loaded_by_name(m, rec(5, 0, [0, 0, 0, 1]), rec(0, 1, [2]) + "\n" + rec(5, 0, [0, 0, 0, 2])))
+    same(lambda m: loaded_by_name(m, rec(0, 0, [1]), rec(0, 1, [2]) + "\n" + rec(5, 0, [0, 0, 0, 2])))
     same(lambda m: loaded(m, rec(0, 0, [1]), rec(0, 1, [2])))
     same(lambda m: loaded(m, rec(0, 0, [1, 2]), rec(0, 1, [2])))
     same(lambda m: loaded(m, rec(5, 0, [0, 0, 0, 1]), rec(0, 1, [2])))
