@@ -96,7 +96,10 @@ class EmptyIntelHexError(IntelHexError):
     _fmt = "Requested operation cannot be executed with empty object"
 
 
-# Shown, and pickled, as members of hexblocks.intelhex, which exports them.
+# Shown, and pickled, as members of hexblocks.intelhex, which exports them;
+# each says what its message is.
 for _cls in list(globals().values()):
     if isinstance(_cls, type) and issubclass(_cls, IntelHexError):
         _cls.__module__ = "hexblocks.intelhex"
+        if _cls.__doc__ is None:
+            _cls.__doc__ = "python intelhex's exception, with the message %r." % _cls._fmt

@@ -1,6 +1,6 @@
 """The type stubs: they name what the package has (mypy's stubtest), and a
 type checker accepts a script that uses the package rightly and points at
-one that does not."""
+one that does not. And the docstrings: every public name has one."""
 
 import os
 import subprocess
@@ -75,3 +75,25 @@ def test_a_type_checker_accepts_right_use_and_finds_wrong_use(tmp_path):
     assert done.returncode == 1
     assert 'bad.py:4: error: Argument 1 to "put" of "Image" has incompatible type "str"; expected "int"' in done.stdout
     assert 'bad.py:4: error: Argument 2 to "put" of "Image" has incompatible type "int"' in done.stdout
+
+
+def test_every_public_name_has_a_docstring():
+    import inspect
+
+    import hexblocks
+    import hexblocks.intelhex
+    missing = []
+    for module in (hexblocks, hexblocks.intelhex):
+        for name in module.__all__:
+            value = getattr(module, name)
+            members = [(name, value)]
+            if inspect.isclass(value):
+                members += [(f"{name}.{m}", getattr(value, m)) for m, v in vars(value).items()
+                            if not m.startswith("_") and (callable(v) or isinstance(v, property))]
+            for label, member in members:
+                doc = (member.__doc__ or "").strip()
+                # pybind11 puts the signature first: text must follow it.
+                lines = [line for line in doc.splitlines() if line.strip()]
+                if not lines or (len(lines) == 1 and "->" in lines[0] and "(" in lines[0]):
+                    missing.append(f"{module.__name__}.{label}")
+    assert missing == []
