@@ -350,6 +350,49 @@ TEST(ImageWriter, SavingPrintsNothing)
     EXPECT_EQ(output.err, "");
 }
 
+// --- writeMemory ----------------------------------------------------------------
+
+TEST(WriteMemory, AppendsWhatWriteStreamWrites)
+{
+    std::mt19937 random(31);
+    for (int i = 0; i < 6; ++i) {
+        const MemoryImage image = randomImage(random, i % 2 == 0, true);
+        for (file_format_t format : {file_format_t::INTEL_HEX, file_format_t::SRECORD, file_format_t::BINARY}) {
+            std::string out = "kept ";
+            ASSERT_TRUE(writeMemory(image, out, optionsFor(format))) << i;
+            EXPECT_EQ(out, "kept " + saved(image, optionsFor(format))) << i;
+        }
+    }
+}
+
+TEST(WriteMemory, AnOutputLargerThanTheBuffersIsWhole)
+{
+    // 4 MiB of data: several of the buffers that the output goes through.
+    std::vector<uint8_t> bytes(4u << 20);
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<uint8_t>(i * 31 + (i >> 16));
+    const MemoryImage image = imageOf({{0x08000000, bytes}});
+    std::string out;
+    ASSERT_TRUE(writeMemory(image, out));
+    EXPECT_EQ(out, saved(image));
+    MemoryImage read;
+    ASSERT_TRUE(readMemory(read, out.data(), out.size(), readAs(file_format_t::INTEL_HEX)));
+    EXPECT_EQ(segmentsOf(read), segmentsOf(image));
+}
+
+TEST(WriteMemory, AFailureLeavesTheStringAsItWas)
+{
+    std::string out = "as it was";
+    write_options_t bad;
+    bad.recordSize = 0;
+    const result_t result = writeMemory(imageOf({{0, {1}}}), out, bad);
+    EXPECT_EQ(result.status, status_t::BAD_ARGUMENT);
+    EXPECT_EQ(result.reason, "record size 0 is out of range (1 to 255)");
+    EXPECT_EQ(out, "as it was");
+    EXPECT_FALSE(writeMemory(MemoryImage(), out, optionsFor(file_format_t::ELF)));
+    EXPECT_EQ(out, "as it was");
+}
+
 // --- writeFile ------------------------------------------------------------------
 
 TEST(SaveFile, WritesTheFileWithTheModeOfANewFile)

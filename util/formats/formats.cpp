@@ -21,6 +21,7 @@
 #include <memory>
 #include <new>
 #include <ostream>
+#include <stdexcept>
 #include <utility>
 
 #include <fcntl.h>
@@ -199,6 +200,27 @@ public:
 
 private:
     std::ostream& out_;
+};
+
+// Sends writeMemory()'s output to the end of a string.
+class StringSink : public detail::ByteSink {
+public:
+    explicit StringSink(std::string& out) : out_(out) {}
+    bool put(const char* bytes, size_t size) override
+    {
+        try {
+            out_.append(bytes, size);
+        } catch (const std::bad_alloc&) {
+            return false;
+        } catch (const std::length_error&) {
+            return false;
+        }
+        return true;
+    }
+    std::string failure() const override { return "not enough memory for the output"; }
+
+private:
+    std::string& out_;
 };
 
 
@@ -473,6 +495,17 @@ result_t writeStream(const MemoryImage& image, std::ostream& out, const write_op
     StreamSink sink(out);
     detail::ImageInput input(image);
     return writeInput(input, options, sink);
+}
+
+result_t writeMemory(const MemoryImage& image, std::string& out, const write_options_t& options)
+{
+    const size_t before = out.size();
+    StringSink sink(out);
+    detail::ImageInput input(image);
+    const result_t result = writeInput(input, options, sink);
+    if (!result)
+        out.resize(before);
+    return result;
 }
 
 namespace {

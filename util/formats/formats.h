@@ -302,6 +302,12 @@ HEXBLOCKS_API std::optional<size_t> findLineInFile(const char* path, uint32_t ad
 HEXBLOCKS_API result_t writeStream(const MemoryImage& image, std::ostream& out,
                                                 const write_options_t& options = write_options_t());
 
+/// Writes image to the end of out, as writeStream() would: the whole
+/// output in memory, such as firmware to send over a socket. On failure out
+/// is as it was.
+HEXBLOCKS_API result_t writeMemory(const MemoryImage& image, std::string& out,
+                                   const write_options_t& options = write_options_t());
+
 /// Writes image to the file at path through a temporary file in the same
 /// directory, renamed into place when every byte is written: a failure
 /// leaves no partial file and an existing file as it was. A new file gets
