@@ -192,6 +192,37 @@ TEST(HexWriter, OutputReadsBackAsTheSameImage)
     }
 }
 
+TEST(HexWriter, SixteenByteRecordsAreTheRecordsTheTestsBuild)
+{
+    // The usual record size has a path of its own in the writer: its text is
+    // checked here against records built one by one, for a segment that
+    // starts off a record boundary and runs across 64 KiB boundaries and
+    // across the pieces the writer takes at a time.
+    const uint32_t address = 0x0000FFF3;
+    const size_t size = (1u << 20) + 0x10003;
+    std::vector<uint8_t> bytes(size);
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<uint8_t>(i * 13 + 5);
+    std::vector<std::string> lines;
+    uint32_t upper = 0;
+    for (uint64_t at = address; at < address + size;) {
+        if (at >> 16 != upper) {
+            upper = static_cast<uint32_t>(at >> 16);
+            lines.push_back(linearBaseRecord(static_cast<uint16_t>(upper)));
+        }
+        const size_t length = static_cast<size_t>(std::min<uint64_t>({16, address + size - at, (at | 0xFFFF) + 1 - at}));
+        const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(at - address);
+        lines.push_back(dataRecord(static_cast<uint16_t>(at), std::vector<uint8_t>(first, first + static_cast<std::ptrdiff_t>(length))));
+        at += length;
+    }
+    lines.push_back(EOF_RECORD);
+    const MemoryImage image = imageOf({{address, bytes}});
+    EXPECT_EQ(saved(image), joinLines(lines));
+    write_options_t crlf;
+    crlf.crlf = true;
+    EXPECT_EQ(saved(image, crlf), joinLines(lines, "\r\n"));
+}
+
 // --- S-records ---------------------------------------------------------------
 
 TEST(SrecordWriter, HeaderDataCountAndTermination)
@@ -649,7 +680,7 @@ TEST(ImageWriter, RecordsOfLargeSegmentsAreLaidOutAsOfSmallOnes)
     for (size_t i = 0; i < size; ++i)
         bytes[i] = static_cast<uint8_t>(i * 7 + 1);
     const MemoryImage image = imageOf({{address, bytes}});
-    for (unsigned recordSize : {7u, 250u}) {
+    for (unsigned recordSize : {7u, 16u, 250u}) {
         SCOPED_TRACE("records of " + std::to_string(recordSize));
         write_options_t hex;
         hex.recordSize = recordSize;

@@ -54,6 +54,13 @@ bool writeIntelHex(WriterInput& input, const write_options_t& options, OutputBuf
                 }
                 // Up to the record size, and never across a 64 KiB boundary.
                 const uint64_t boundary = (address | 0xFFFF) + 1;
+                const size_t sixteens = static_cast<size_t>((std::min(pieceEnd, boundary) - address) / 16);
+                if (options.recordSize == 16 && sixteens > 0) {
+                    putSixteenByteRecords<16, false>(out, static_cast<uint16_t>(address),
+                                                 bytes + (address - pieceStart), sixteens, options.crlf);
+                    address += 16 * sixteens;
+                    continue;
+                }
                 const size_t length =
                     static_cast<size_t>(std::min<uint64_t>({options.recordSize, pieceEnd - address, boundary - address}));
                 out.commit(putHexRecord(out.reserve(lineMax), 0x00, static_cast<uint16_t>(address),

@@ -252,41 +252,6 @@ char* putRecord(char* p, uint8_t type, uint16_t offset, const uint8_t* data, siz
     return putHexRecordCounted(p, static_cast<uint8_t>(length / 2), type, offset, data, length, crlf);
 }
 
-// A data record of sixteen bytes (eight words) at a word offset, each
-// word's bytes swapped.
-HEXBLOCKS_ALWAYS_INLINE char* putSixteenByteRecord(char* p, uint16_t offset, const uint8_t* bytes, bool crlf)
-{
-    unsigned sum = 8u + (offset >> 8) + (offset & 0xFF);
-    *p = ':';
-    p = putByte(p + 1, 8);
-    p = putByte(p, static_cast<uint8_t>(offset >> 8));
-    p = putByte(p, static_cast<uint8_t>(offset));
-    p = putByte(p, 0);
-#ifdef __SSE2__
-    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
-    const __m128i sums = _mm_sad_epu8(x, _mm_setzero_si128());
-    sum += static_cast<unsigned>(_mm_cvtsi128_si32(sums) + _mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
-    putSixteenBytesDigits(p, _mm_or_si128(_mm_slli_epi16(x, 8), _mm_srli_epi16(x, 8)));
-    p += 32;
-#else
-    uint8_t swapped[16];
-    swapPairs(bytes, swapped, 16);
-    p = putBytes(p, swapped, 16, sum);
-#endif
-    p = putByte(p, static_cast<uint8_t>(-sum));
-    return putLineEnd(p, crlf);
-}
-
-// Records of sixteen bytes from bytes, the first at word offset, many to
-// one reservation; none may cross a 64 Ki-word boundary.
-void putSixteenByteRecords(OutputBuffer& out, uint16_t offset, const uint8_t* bytes, size_t records, bool crlf)
-{
-    const size_t RECORD_MAX = 1 + 2 * (5 + 16) + 2;
-    putInBatches(out, records, RECORD_MAX, [&](char* p, size_t i) {
-        return putSixteenByteRecord(p, static_cast<uint16_t>(offset + 8 * i), bytes + 16 * i, crlf);
-    });
-}
-
 bool writeIntelHex16(WriterInput& input, const write_options_t& options, OutputBuffer& out)
 {
     const size_t lineMax = 1 + 2 * (5 + 510) + 2;
@@ -304,7 +269,7 @@ bool writeIntelHex16(WriterInput& input, const write_options_t& options, OutputB
             const uint64_t boundary = ((word | 0xFFFF) + 1) * 2;
             const size_t whole = static_cast<size_t>(std::min<uint64_t>(size - at, boundary - (address + at)) / 16);
             if (options.recordSize == 16 && whole > 0) {
-                putSixteenByteRecords(out, static_cast<uint16_t>(word), bytes + at, whole, options.crlf);
+                putSixteenByteRecords<8, true>(out, static_cast<uint16_t>(word), bytes + at, whole, options.crlf);
                 at += 16 * whole;
                 continue;
             }

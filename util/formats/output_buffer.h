@@ -476,6 +476,48 @@ inline char* putHexRecordCounted(char* p, uint8_t count, uint8_t type, uint16_t 
     return putLineEnd(p, crlf);
 }
 
+// An Intel HEX data record of sixteen bytes whose count field is COUNT (16,
+// or 8 in INHX16's words), with the bytes of each pair swapped when
+// SWAPPED (INHX16's words are little-endian in the text).
+template <uint8_t COUNT, bool SWAPPED>
+HEXBLOCKS_ALWAYS_INLINE char* putSixteenByteRecord(char* p, uint16_t offset, const uint8_t* bytes, bool crlf)
+{
+    unsigned sum = COUNT + (offset >> 8) + (offset & 0xFFu);
+    *p = ':';
+    p = putByte(p + 1, COUNT);
+    p = putByte(p, static_cast<uint8_t>(offset >> 8));
+    p = putByte(p, static_cast<uint8_t>(offset));
+    p = putByte(p, 0);
+#ifdef __SSE2__
+    __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+    const __m128i sums = _mm_sad_epu8(x, _mm_setzero_si128());
+    sum += static_cast<unsigned>(_mm_cvtsi128_si32(sums) + _mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
+    if constexpr (SWAPPED)
+        x = _mm_or_si128(_mm_slli_epi16(x, 8), _mm_srli_epi16(x, 8));
+    putSixteenBytesDigits(p, x);
+    p += 32;
+#else
+    uint8_t ordered[16];
+    for (size_t i = 0; i < 16; ++i)
+        ordered[i] = bytes[SWAPPED ? i ^ 1 : i];
+    p = putBytes(p, ordered, 16, sum);
+#endif
+    p = putByte(p, static_cast<uint8_t>(-sum));
+    return putLineEnd(p, crlf);
+}
+
+// records data records of sixteen bytes from bytes on, the first at offset
+// and each COUNT further (so none may cross a 64 Ki-unit boundary), many
+// to one reservation of out.
+template <uint8_t COUNT, bool SWAPPED>
+void putSixteenByteRecords(OutputBuffer& out, uint16_t offset, const uint8_t* bytes, size_t records, bool crlf)
+{
+    const size_t RECORD_MAX = 1 + 2 * (5 + 16) + 2;
+    putInBatches(out, records, RECORD_MAX, [&](char* p, size_t i) {
+        return putSixteenByteRecord<COUNT, SWAPPED>(p, static_cast<uint16_t>(offset + COUNT * i), bytes + 16 * i, crlf);
+    });
+}
+
 // The bytes the writers ask an input for at a time: large enough that
 // asking costs nothing, small enough to stay in the cache.
 inline constexpr size_t PIECE = 1 << 20;
