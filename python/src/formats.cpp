@@ -4,7 +4,6 @@
 
 #include <pybind11/stl.h>
 
-#include <sstream>
 #include <string>
 
 namespace hexblocks::python {
@@ -156,14 +155,14 @@ void bindFormats(py::module_& m)
            const std::string& name) {
             const write_options_t options =
                 writeOptions(format, recordSize, addressing, addressSize, crlf, fill, wordWidth, family, name);
-            std::ostringstream out;
+            std::string out;
             result_t result;
             {
                 py::gil_scoped_release release;
-                result = writeStream(image.image, out, options);
+                result = writeMemory(image.image, out, options);
             }
             check(result);
-            return py::bytes(out.str());
+            return py::bytes(out);
         },
         py::arg("image"), HEXBLOCKS_WRITE_ARGS);
     m.def(

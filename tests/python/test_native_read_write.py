@@ -133,6 +133,21 @@ def test_writing_to_a_path_bytes_and_a_file_object_as_the_tool_writes(tmp_path, 
     assert hexblocks.write(image) == image.tobytes()
 
 
+def test_an_output_of_many_buffers_is_the_same_to_bytes_and_to_a_file(tmp_path, tool):
+    # 3 MiB of data across 64 KiB windows: about 8.6 MB of text, which goes
+    # through the writer's buffers several times over.
+    data = bytes((i * 31 + (i >> 16)) & 0xFF for i in range(3 << 20))
+    binary = tmp_path / "big.bin"
+    binary.write_bytes(data)
+    reference = tmp_path / "tool.hex"
+    tool("convert", f"{binary}@0x0800fff3", "-o", str(reference))
+    image = hexblocks.Image()
+    image.put(0x0800FFF3, data)
+    text = image.tobytes()
+    assert len(text) > 8_000_000
+    assert text == reference.read_bytes()
+
+
 def test_a_failed_write_leaves_no_file_and_says_why(tmp_path):
     image = hexblocks.read(SAMPLE_HEX)
     with pytest.raises(hexblocks.CannotOpenError) as e:
