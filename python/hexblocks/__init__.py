@@ -29,13 +29,14 @@ from ._types import (Algorithm, CrcModel, Diff, Difference, FormatInfo, Mismatch
                      StartAddress, Uf2Family, VerifyResult)
 from . import _native
 from ._native import (Checksum, FlashPlan, Image, algorithms, checksum, detect_format, format_by_extension,
-                      formats, insert_checksum, uf2_families)
+                      formats, insert_checksum, recognise_formats, uf2_families)
 
 __version__ = "0.6.0"
 
 __all__ = [
-    "read", "write", "Image", "Checksum", "FlashPlan", "algorithms", "checksum", "insert_checksum",
-    "detect_format", "format_by_extension", "formats", "uf2_families",
+    "read", "write", "convert_binary_file", "find_line", "Image", "Checksum", "FlashPlan", "algorithms",
+    "checksum", "insert_checksum", "detect_format", "recognise_formats", "format_by_extension", "formats",
+    "uf2_families",
     "Error", "BadArgumentError", "BadSyntaxError", "CannotOpenError", "CannotReadError", "CannotWriteError",
     "ChecksumError", "MismatchError", "OutOfMemoryError", "OutOfRangeError", "OverlapError", "TooLargeError",
     "UnknownFormatError", "UnsupportedError", "ReadWarning",
@@ -108,6 +109,41 @@ def write(image: Image, target: Union[None, str, "os.PathLike[str]", Any] = None
         return data
     target.write(data)
     return None
+
+
+def convert_binary_file(input: Union[str, "os.PathLike[str]"], address: int, output: Union[str, "os.PathLike[str]"],
+                        format: Optional[str] = None, **options: Any) -> None:
+    """Writes the binary file at input, placed at address, to the file at
+    output, as read(input, "bin", address=address) and then write(image,
+    output, format, **options) would, without holding the image: the input
+    is read a piece at a time while the output is written, so memory stays
+    at a few MiB however large the file. format and options are write()'s.
+    A failure leaves no output; its exception names the input when reading
+    it failed, else the output.
+
+    The GIL is released while the files are read and written.
+    """
+    target = os.fsdecode(output)
+    chosen = format or format_by_extension(target) or "ihex"
+    _native._convert_binary_file(os.fsdecode(input), address, target, chosen, **options)
+
+
+def find_line(source: Source, address: int, format: Optional[str] = None, *, word_width: int = 8,
+              overlap: Optional[str] = None, family: Union[None, int, str] = None) -> Optional[int]:
+    """The line of the record that gives the byte at address in an Intel
+    HEX or S-record input (and the other text formats with records), as
+    read() takes it: the first record that gives the byte. None when no
+    record gives it, when the input cannot be read, or when its format has
+    no lines (ELF, UF2, binary). source and the options are read()'s.
+
+    The GIL is released while the input is read.
+    """
+    if isinstance(source, (str, os.PathLike)):
+        return _native._find_line_in_file(os.fsdecode(source), address, format, word_width, overlap, family)
+    data = source.read() if hasattr(source, "read") else source
+    if isinstance(data, str):
+        raise TypeError("find_line() takes a file object opened in binary mode ('rb')")
+    return _native._find_line_in_memory(data, address, format, word_width, overlap, family)
 
 
 def _image_write(self: Image, target: Union[None, str, "os.PathLike[str]", Any] = None,

@@ -4,7 +4,8 @@ from typing import Any
 
 from . import (Checksum as Checksum, FlashPlan as FlashPlan, Image as Image, algorithms as algorithms,
                checksum as checksum, detect_format as detect_format, format_by_extension as format_by_extension,
-               formats as formats, insert_checksum as insert_checksum, uf2_families as uf2_families)
+               formats as formats, insert_checksum as insert_checksum, recognise_formats as recognise_formats,
+               uf2_families as uf2_families)
 
 class _IntelHexBase:
     def __getitem__(self, key: Any) -> Any: ...

@@ -39,6 +39,15 @@ std::optional<uint32_t> familyOf(const py::object& family)
     return static_cast<uint32_t>(id);
 }
 
+// An address, as the library takes it: 0 to 0xFFFFFFFF.
+uint32_t addressOf(const py::object& address)
+{
+    const uint64_t at = unsignedOf(address, "the address");
+    if (at > 0xFFFFFFFFull)
+        raiseBadArgument("the address lies beyond 0xFFFFFFFF");
+    return static_cast<uint32_t>(at);
+}
+
 read_options_t readOptions(const py::object& format, const py::object& address, unsigned wordWidth,
                            const py::object& overlap, const py::object& family)
 {
@@ -47,10 +56,7 @@ read_options_t readOptions(const py::object& format, const py::object& address, 
         options.detect = false;
         options.format = formatNamed(format.cast<std::string>());
     }
-    const uint64_t at = unsignedOf(address, "the address");
-    if (at > 0xFFFFFFFFull)
-        raiseBadArgument("the address lies beyond 0xFFFFFFFF");
-    options.address = static_cast<uint32_t>(at);
+    options.address = addressOf(address);
     options.wordWidth = wordWidth;
     if (!overlap.is_none())
         options.overlap = overlapPolicy(overlap.cast<std::string>());
@@ -90,6 +96,16 @@ write_options_t writeOptions(const std::string& format, unsigned recordSize, con
     options.family = familyOf(family);
     options.name = name;
     return options;
+}
+
+py::object lineOrNone(const std::optional<size_t>& line)
+{
+    return line ? py::object(py::int_(*line)) : py::object(py::none());
+}
+
+py::object formatName(file_format_t format)
+{
+    return py::str(formatInfo(format).name);
 }
 
 // The keyword arguments of the writers, with their defaults.
@@ -166,6 +182,53 @@ void bindFormats(py::module_& m)
         },
         py::arg("image"), HEXBLOCKS_WRITE_ARGS);
     m.def(
+        "_convert_binary_file",
+        [](const std::string& input, const py::object& address, const std::string& output, const std::string& format,
+           unsigned recordSize, const std::string& addressing, unsigned addressSize, bool crlf, uint8_t fill,
+           unsigned wordWidth, const py::object& family, const std::string& name) {
+            const uint32_t at = addressOf(address);
+            const write_options_t options =
+                writeOptions(format, recordSize, addressing, addressSize, crlf, fill, wordWidth, family, name);
+            convert_result_t result;
+            {
+                py::gil_scoped_release release;
+                result = convertBinaryFile(input.c_str(), at, output.c_str(), options);
+            }
+            check(result, result.inputFailed ? input : output);
+        },
+        py::arg("input"), py::arg("address"), py::arg("output"), HEXBLOCKS_WRITE_ARGS);
+    m.def(
+        "_find_line_in_file",
+        [](const std::string& path, const py::object& address, const py::object& format, unsigned wordWidth,
+           const py::object& overlap, const py::object& family) {
+            const uint32_t at = addressOf(address);
+            const read_options_t options = readOptions(format, py::int_(0), wordWidth, overlap, family);
+            std::optional<size_t> line;
+            {
+                py::gil_scoped_release release;
+                line = findLineInFile(path.c_str(), at, options);
+            }
+            return lineOrNone(line);
+        },
+        py::arg("path"), py::arg("address"), py::arg("format"), py::arg("word_width"), py::arg("overlap"),
+        py::arg("family"));
+    m.def(
+        "_find_line_in_memory",
+        [](const py::buffer& data, const py::object& address, const py::object& format, unsigned wordWidth,
+           const py::object& overlap, const py::object& family) {
+            const uint32_t at = addressOf(address);
+            const read_options_t options = readOptions(format, py::int_(0), wordWidth, overlap, family);
+            const py::buffer_info info = data.request();
+            std::optional<size_t> line;
+            {
+                py::gil_scoped_release release;
+                line = findLineInMemory(info.ptr, static_cast<size_t>(info.size * info.itemsize), at, options);
+            }
+            return lineOrNone(line);
+        },
+        py::arg("data"), py::arg("address"), py::arg("format"), py::arg("word_width"), py::arg("overlap"),
+        py::arg("family"));
+    m.def(
         "formats",
         [] {
             py::list list;
@@ -179,7 +242,7 @@ void bindFormats(py::module_& m)
         "format_by_extension",
         [](const std::string& path) {
             const std::optional<file_format_t> format = formatByExtension(path);
-            return format ? py::object(py::str(formatInfo(*format).name)) : py::object(py::none());
+            return format ? formatName(*format) : py::object(py::none());
         },
         py::arg("path"), "The name of the format a file name's extension implies, or None.");
     m.def(
@@ -188,9 +251,23 @@ void bindFormats(py::module_& m)
             const py::buffer_info info = data.request();
             const std::optional<file_format_t> format =
                 detectFormat(info.ptr, static_cast<size_t>(info.size * info.itemsize));
-            return format ? py::object(py::str(formatInfo(*format).name)) : py::object(py::none());
+            return format ? formatName(*format) : py::object(py::none());
         },
-        py::arg("data"), "The name of the format the start of a file's content shows, or None.");
+        py::arg("data"),
+        "The name of the format the start of a file's content shows; None for none, or when it could be more "
+        "than one (see recognise_formats()).");
+    m.def(
+        "recognise_formats",
+        [](const py::buffer& data) {
+            const py::buffer_info info = data.request();
+            py::list names;
+            for (file_format_t format : recogniseFormats(info.ptr, static_cast<size_t>(info.size * info.itemsize)))
+                names.append(formatName(format));
+            return names;
+        },
+        py::arg("data"),
+        "The names of every format the start of a file's content fits, in the order of formats(): a TI-TXT file "
+        "and a Verilog memory file that starts with an address both start with '@'.");
     m.def(
         "uf2_families",
         [] {

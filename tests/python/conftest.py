@@ -19,14 +19,17 @@ TOOL = os.environ.get("HEXBLOCKS_TOOL", "")
 @pytest.fixture
 def tool():
     """Runs the hexblocks tool, expecting its exit status (verify and diff
-    exit with 1 when they find differences); skips the test where the tool
-    is not built."""
+    exit with 1 when they find differences), and gives its standard output
+    (parsed when json_output), or its standard error when stderr; skips the
+    test where the tool is not built."""
     if not TOOL:
         pytest.skip("the hexblocks tool is not built")
 
-    def run(*args: str, json_output: bool = False, status: int = 0):
+    def run(*args: str, json_output: bool = False, status: int = 0, stderr: bool = False):
         done = subprocess.run([TOOL, *args], capture_output=True, check=False)
         assert done.returncode == status, done.stderr.decode()
+        if stderr:
+            return done.stderr.decode()
         return json.loads(done.stdout) if json_output else done.stdout
 
     return run

@@ -177,3 +177,103 @@ def test_the_format_table_and_detection():
     assert hexblocks.format_by_extension("x.txt") is None
     families = {f.name: f.id for f in hexblocks.uf2_families()}
     assert families["rp2040"] == 0xE48BFF56 and len(families) == 78
+
+
+def test_recognise_formats_gives_every_format_the_start_fits_where_detect_format_gives_none(tmp_path, tool):
+    ambiguous = b"@0000\n01 02\nq\n"
+    assert hexblocks.recognise_formats(ambiguous) == ["ti-txt", "vmem"]
+    assert hexblocks.detect_format(ambiguous) is None
+    path = tmp_path / "ambiguous.txt"
+    path.write_bytes(ambiguous)
+    message = tool("info", str(path), status=1, stderr=True)
+    assert message == (f"{path}: the content could be TI-TXT or Verilog memory file: the format must be given "
+                       "(ti-txt or vmem): use --input-format\n")
+    for start, names in [(b"  :00000001FF\n", ["ihex"]), (b"S00600004844521B\n", ["srec"]),
+                         (b"\x7fELF\x01\x01", ["elf"]), (b"nothing of the kind", []), (b"", [])]:
+        assert hexblocks.recognise_formats(start) == names, start
+        assert hexblocks.recognise_formats(bytearray(start)) == names
+        assert hexblocks.detect_format(memoryview(start)) == (names[0] if names else None)
+
+
+def record(address, data, kind=0):
+    fields = [len(data), address >> 8, address & 0xFF, kind, *data]
+    return ":" + "".join(f"{b:02X}" for b in fields + [-sum(fields) & 0xFF])
+
+
+def test_find_line_gives_the_line_of_the_first_record_that_gives_a_byte(tmp_path, tool):
+    text = "\n".join(["", "", record(0x10, [5, 6, 7, 8]), record(2, [9, 9, 9, 9]), record(0, [1, 2, 3, 4]),
+                      record(0x10, [0xAA]), ":00000001FF", ""]).encode()
+    path = tmp_path / "later.hex"
+    path.write_bytes(text)
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", hexblocks.ReadWarning)
+        assert hexblocks.read(path)[0:6] == bytes([1, 2, 9, 9, 9, 9])
+    # Bytes 0 and 1 come from line 5, 2 to 5 from line 4 (the first record
+    # that gives them), 0x10 from line 3 (the record of line 6 starts where
+    # it does and is dropped); nothing gives 0x0F or 0x14.
+    expected = {0: 5, 1: 5, 2: 4, 3: 4, 5: 4, 6: None, 0x0F: None, 0x10: 3, 0x13: 3, 0x14: None}
+    for address, line in expected.items():
+        assert hexblocks.find_line(path, address) == line, hex(address)
+        assert hexblocks.find_line(str(path), address) == line
+        assert hexblocks.find_line(text, address) == line
+        assert hexblocks.find_line(io.BytesIO(text), address) == line
+    # The tool names the same line when an earlier input clashes there.
+    first = tmp_path / "first.hex"
+    first.write_text(record(0x40, [1]) + "\n" + record(2, [1]) + "\n:00000001FF\n")
+    message = tool("convert", str(first), str(path), "-o", str(tmp_path / "out.hex"), status=1, stderr=True)
+    assert message.splitlines()[-1] == f"hexblocks: {first}:2 and {path}:4 both give data at 0x00000002"
+
+
+def test_find_line_in_s_records_formats_without_lines_and_bad_input():
+    srec = b"S00600004844521B\nS1060100010203F2\nS1060200040506E8\nS9030000FC\n"
+    assert [hexblocks.find_line(srec, a) for a in (0x100, 0x102, 0x103, 0x200)] == [2, 2, None, 3]
+    assert hexblocks.find_line(srec, 0x100, "srec") == 2
+    assert hexblocks.find_line(bytes(16), 0, "bin") is None
+    assert hexblocks.find_line(b":0100000001FE\n:00000001FF\n", 0, "srec") is None
+    assert hexblocks.find_line(b":01000000zzFE\n", 0) is None
+    assert hexblocks.find_line("/no/such/file.hex", 0) is None
+    with pytest.raises(hexblocks.BadArgumentError) as e:
+        hexblocks.find_line(srec, 1 << 32)
+    assert str(e.value) == "the address lies beyond 0xFFFFFFFF"
+    with pytest.raises(TypeError):
+        hexblocks.find_line(io.StringIO(":00000001FF\n"), 0)
+
+
+def test_convert_binary_file_writes_what_the_tool_writes(tmp_path, tool):
+    rng = random.Random(261)
+    data = rng.randbytes(300_000)
+    binary = tmp_path / "in.bin"
+    binary.write_bytes(data)
+    for name, fmt, address, options, tool_options in [
+            ("a.hex", None, 0x0800FFF3, {}, []),
+            ("b.s37", None, 0x1000, {"record_size": 32}, ["--record-size", "32"]),
+            ("c.out", "uf2", 0x10000000, {"family": "rp2040"}, ["-O", "uf2", "--family", "rp2040"]),
+            ("d.hex", None, 0xFFFFFFFF - len(data) + 1, {"crlf": True}, ["--crlf"])]:
+        output = tmp_path / name
+        hexblocks.convert_binary_file(binary, address, output, fmt, **options)
+        reference = tmp_path / ("tool-" + name)
+        tool("convert", f"{binary}@{address:#x}", "-o", str(reference), *tool_options)
+        assert output.read_bytes() == reference.read_bytes(), name
+        image = hexblocks.Image()
+        image.put(address, data)
+        assert output.read_bytes() == image.tobytes(fmt or hexblocks.format_by_extension(name), **options)
+
+
+def test_convert_binary_file_failures_name_the_file_to_blame_and_leave_no_output(tmp_path):
+    binary = tmp_path / "in.bin"
+    binary.write_bytes(bytes(64))
+    output = tmp_path / "out.hex"
+    with pytest.raises(hexblocks.CannotOpenError) as e:
+        hexblocks.convert_binary_file(tmp_path / "missing.bin", 0, output)
+    assert e.value.file == str(tmp_path / "missing.bin")
+    with pytest.raises(hexblocks.CannotOpenError) as e:
+        hexblocks.convert_binary_file(binary, 0, tmp_path / "no-such-folder" / "out.hex")
+    assert e.value.file == str(tmp_path / "no-such-folder" / "out.hex")
+    with pytest.raises(hexblocks.OutOfRangeError) as e:
+        hexblocks.convert_binary_file(binary, 0xFFFFFFF0, output)
+    assert (e.value.file, e.value.address) == (str(binary), 0xFFFFFFF0)
+    assert str(e.value) == f"{binary}: binary input of 64 bytes at 0xFFFFFFF0 would run past address 0xFFFFFFFF"
+    with pytest.raises(hexblocks.BadArgumentError):
+        hexblocks.convert_binary_file(binary, 0, output, record_size=0)
+    assert not output.exists()
+    assert sorted(p.name for p in tmp_path.iterdir()) == ["in.bin"]
