@@ -10,9 +10,11 @@
 #   exact    IntelHexFile and IntelHexFileBlock (util/intelhex.h, .cpp and
 #            util/utility.h, where they have always been), their readers,
 #            and the bridge between images and blocks
+#   capi     the C API (hexblocks.h): the layers below for C, with opaque
+#            handles, status codes and versioned option structs
 #
 # The library itself, hexblocks, is made of the objects of every layer.
-set(HEXBLOCKS_LAYERS text image formats flash exact)
+set(HEXBLOCKS_LAYERS text image formats flash exact capi)
 
 set(HEXBLOCKS_text_SOURCES
     util/text/export.h
@@ -52,6 +54,13 @@ set(HEXBLOCKS_exact_SOURCES
     util/exact/exact_reader.cpp util/exact/exact_reader.h
     util/exact/fast_reader.cpp util/exact/fast_reader.h
     util/exact/image_blocks.cpp util/exact/image_blocks.h)
+set(HEXBLOCKS_capi_SOURCES
+    util/capi/c_checksums.cpp
+    util/capi/c_flash.cpp
+    util/capi/c_formats.cpp
+    util/capi/c_image.cpp
+    util/capi/c_support.cpp util/capi/c_support.h
+    util/capi/hexblocks.h)
 
 # The one list of public headers: installed under include/hexblocks, offered
 # in the build tree as <hexblocks/...>, documented, and exported.
@@ -64,7 +73,8 @@ set(HEXBLOCKS_PUBLIC_HEADERS
     util/flash/flash_plan.h
     util/intelhex.h
     util/utility.h
-    util/exact/image_blocks.h)
+    util/exact/image_blocks.h
+    util/capi/hexblocks.h)
 
 # Sources that hold no exported class or function. Tests built against the
 # shared library reach these through a copy of their own.
@@ -83,6 +93,7 @@ foreach(layer IN LISTS HEXBLOCKS_LAYERS)
 endforeach()
 # The exact layer's public headers lie in util/ itself.
 list(APPEND HEXBLOCKS_exact_INCLUDES ${PROJECT_SOURCE_DIR}/util)
+list(APPEND HEXBLOCKS_capi_INCLUDES ${PROJECT_SOURCE_DIR}/util)
 
 # Position-independent code for a shared library, and for the static one
 # when the Python module (a shared object) links it.
@@ -102,11 +113,12 @@ foreach(layer IN LISTS HEXBLOCKS_LAYERS)
         VISIBILITY_INLINES_HIDDEN ON
         POSITION_INDEPENDENT_CODE ${HEXBLOCKS_PIC})
 endforeach()
+target_compile_definitions(hexblocks_capi PRIVATE HEXBLOCKS_VERSION="${PROJECT_VERSION}")
 
 # Every header of every layer, for the project's tests, benchmarks and fuzz
 # targets, which reach the internals.
 add_library(hexblocks_internal_headers INTERFACE)
-target_include_directories(hexblocks_internal_headers INTERFACE ${HEXBLOCKS_exact_INCLUDES})
+target_include_directories(hexblocks_internal_headers INTERFACE ${HEXBLOCKS_capi_INCLUDES})
 
 foreach(header IN LISTS HEXBLOCKS_PUBLIC_HEADERS)
     get_filename_component(name ${header} NAME)

@@ -4,7 +4,7 @@
 # sysroot, and makes the armhf Debian package.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/deps.sh cmake make g++-arm-linux-gnueabihf qemu-user googletest binutils srecord python3 python3-intelhex groff-base librsvg2-bin dpkg-dev file gcc
+scripts/deps.sh cmake make gcc-arm-linux-gnueabihf g++-arm-linux-gnueabihf qemu-user googletest binutils srecord python3 python3-intelhex groff-base librsvg2-bin dpkg-dev file gcc
 scripts/oracles.sh
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake --preset arm >/dev/null

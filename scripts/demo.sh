@@ -4,7 +4,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-scripts/deps.sh cmake make g++
+scripts/deps.sh cmake make gcc g++
 cmake --preset default >/dev/null
 cmake --build --preset default -j "$(nproc 2>/dev/null || echo 2)" --target hexblocks_tool >/dev/null
 hexfile=${1:-examples/sample.hex}

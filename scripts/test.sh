@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 
 [ $# -eq 0 ] && set -- ci
 
-packages="cmake make g++ libgtest-dev binutils srecord python3 python3-intelhex groff-base librsvg2-bin file
+packages="cmake make gcc g++ libgtest-dev binutils srecord python3 python3-intelhex groff-base librsvg2-bin file
     python3-dev pybind11-dev python3-pybind11 python3-pytest python3-venv python3-pip python3-setuptools python3-wheel python3-mypy"
 for preset in "$@"; do
     case $preset in clang*) packages="$packages clang" ;; esac

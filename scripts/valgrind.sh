@@ -21,16 +21,20 @@ rm -rf "$logs" && mkdir -p "$logs"
 runs=()
 for shard in 0 1 2 3 4 5; do runs+=("hexblocks_tests 6 $shard"); done
 for shard in 0 1; do runs+=("library_tests 2 $shard"); done
+# The C API's C tests are one program without shards.
+runs+=("c_api_tests 1 0")
 
 run_shard() {
     local preset=$1 logs=$2 program=$3 total=$4 index=$5
     local log=$logs/$program-$index.log
+    local args=(--gtest_brief=1)
+    [ "$program" = c_api_tests ] && args=()
     if GTEST_TOTAL_SHARDS=$total GTEST_SHARD_INDEX=$index \
         valgrind --quiet --error-exitcode=99 --leak-check=full --show-leak-kinds=definite,indirect \
         --errors-for-leak-kinds=definite,indirect --trace-children=yes \
         --trace-children-skip='*/objcopy,*/srec_cat,*/gcc*,*-gcc*,*/cc,*/cc1,*/node*,*/file,*/print,*/mkdir,*/python3*,*-objcopy,*/g++*,*/c++*,*/clang++*,*-g++*,*/cc1plus,*/as,*/ld,*/ld.*,*/collect2,*/groff,*/troff,*/grotty,*/bash,*/sh,*/chmod,*/rsvg-convert' \
-        "build/$preset/tests/$program" --gtest_brief=1 >"$log" 2>&1; then
-        echo "== valgrind $program, shard $((index + 1)) of $total: ok, $(grep -E '^\[  PASSED  \]' "$log")"
+        "build/$preset/tests/$program" "${args[@]}" >"$log" 2>&1; then
+        echo "== valgrind $program, shard $((index + 1)) of $total: ok, $(grep -E '^\[  PASSED  \]|^[0-9]+ tests ran' "$log")"
     else
         echo "== valgrind $program, shard $((index + 1)) of $total: FAILED"
         tail -40 "$log"

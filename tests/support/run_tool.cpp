@@ -51,3 +51,12 @@ ProcessResult runBuilt(const std::string& program, const std::vector<std::string
     command.erase(command.begin());
     return runProcess(launcher, command);
 }
+
+ProcessResult runBuiltWithInput(const std::string& program, const std::vector<std::string>& args,
+                                const std::string& input)
+{
+    std::vector<std::string> command = commandFor(program, args);
+    const std::string launcher = command.front();
+    command.erase(command.begin());
+    return runProcessWithInput(launcher, command, input);
+}

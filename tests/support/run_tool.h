@@ -22,4 +22,8 @@ ProcessResult runToolWithInput(const std::vector<std::string>& args, const std::
 // Another program of this build (an example), through the same emulator.
 ProcessResult runBuilt(const std::string& program, const std::vector<std::string>& args);
 
+// With input on its standard input, through a pipe.
+ProcessResult runBuiltWithInput(const std::string& program, const std::vector<std::string>& args,
+                                const std::string& input);
+
 #endif

@@ -2,6 +2,7 @@
 // exit codes (verify and diff: 0 same, 1 different, 2 trouble), standard
 // input, and every usage error; Python's json module reads the JSON, and
 // objcopy's conversions of an image must diff as equal to it.
+#include "checksum.h"
 #include "formats.h"
 #include "memory_image.h"
 
@@ -12,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -434,10 +436,23 @@ TEST_F(FlashCommands, RecipePlanProgramVerify)
                      "sector 0x08010000 is partial: its bytes without data are erased\n"
                      "sector 0x08020000 is partial: its bytes without data are erased\n"
                      "programmed 259 pages, 66080 bytes compared, 0 mismatches: OK\n");
+    const std::string programmed = r.out;
 
     r = runTool({"verify", hex, readback, "--at", "0x08000000"});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(r.out, "66080 bytes compared, 0 mismatches, 0 not covered: OK\n");
+
+#ifdef FLASH_PROGRAM_C_PATH
+    // The same flasher written against the C API does and says the same.
+    const std::string readbackC = dir.file("readback-c.bin");
+    const ProcessResult c = runBuilt(FLASH_PROGRAM_C_PATH, {hex, MIXED, readbackC});
+    EXPECT_EQ(c.exitCode, 0) << c.err;
+    EXPECT_EQ(c.out, programmed);
+    EXPECT_EQ(readFileText(readbackC), readFileText(readback));
+    const ProcessResult outside = runBuilt(FLASH_PROGRAM_C_PATH, {hex, "0x08000000:1x1K", readbackC});
+    EXPECT_EQ(outside.exitCode, 1);
+    EXPECT_EQ(outside.err, hex + ": the data at 0x08004000 lies outside the flash (0x08000000-0x080003FF)\n");
+#endif
 
     // Erased sectors read 0xFF where the image has no data; the sectors left
     // alone still hold the old firmware.
@@ -457,6 +472,49 @@ TEST_F(FlashCommands, RecipePlanProgramVerify)
                      "0x08014000-0x0803FFDF  only in B (180192 bytes)\n"
                      "0x08040000-0x080FFFFF  only in B (786432 bytes)\n"
                      "start address: 0x08004101 (linear, type 05) in A, none in B\n");
+}
+#endif
+
+#ifdef HEX_SEGMENTS_PATH
+// The C example that reads standard input: the sample's segments, its
+// start address and the CRC-32 of its data, as the C++ API gives them.
+TEST(CExamples, HexSegmentsPrintsTheSegmentsStartAddressAndCrc32)
+{
+    const std::string text = readFileText(SAMPLE_HEX);
+    MemoryImage image;
+    ASSERT_TRUE(readMemory(image, text.data(), text.size()));
+    Checksum::algorithm_t crc32;
+    ASSERT_TRUE(Checksum::findAlgorithm("crc32", crc32));
+    Checksum crc(crc32);
+    std::string expected;
+    char line[128];
+    for (const segment_t& s : image.segments()) {
+        std::snprintf(line, sizeof line, "0x%08X-0x%08X  %zu bytes\n", static_cast<unsigned>(s.address),
+                      static_cast<unsigned>(s.lastAddress()), s.bytes.size());
+        expected += line;
+        crc.update(s.bytes.data(), s.bytes.size());
+    }
+    if (image.hasStartAddress()) {
+        std::snprintf(line, sizeof line, "start address 0x%08X (type %u)\n",
+                      static_cast<unsigned>(image.startAddress().value),
+                      static_cast<unsigned>(image.startAddress().type));
+        expected += line;
+    }
+    std::snprintf(line, sizeof line, "%zu segments, %llu bytes, CRC-32 of the data 0x%08X\n", image.segments().size(),
+                  static_cast<unsigned long long>(image.dataSize()), static_cast<unsigned>(crc.value()));
+    expected += line;
+    ProcessResult r = runBuiltWithInput(HEX_SEGMENTS_PATH, {}, text);
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, expected);
+    // A start address, and an S-record input.
+    r = runBuiltWithInput(HEX_SEGMENTS_PATH, {}, "S1060100010203F2\nS9030100FB\n");
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, "0x00000100-0x00000102  3 bytes\nstart address 0x00000100 (type 5)\n"
+                     "1 segments, 3 bytes, CRC-32 of the data 0x55BC801D\n");
+    r = runBuiltWithInput(HEX_SEGMENTS_PATH, {}, ":0400000001020304F3\n");
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "stdin:1: checksum error\n");
+    EXPECT_EQ(r.out, "");
 }
 #endif
 
