@@ -1,7 +1,8 @@
 #!/bin/bash
 # Installs the library to temporary prefixes (static and shared), then builds
 # and runs examples/consumer against it through find_package, through
-# pkg-config and as a subproject; checks what the shared object exports and
+# pkg-config and as a subproject, and the C program examples/consumer_c
+# through find_package, pkg-config and a plain cc command; checks what the shared object exports and
 # that the tool's manual page and bash completion are installed; and makes
 # the Debian package, checks that it has them too, and builds the consumer
 # against its contents.
@@ -9,7 +10,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 
-scripts/deps.sh cmake make g++ pkgconf dpkg-dev binutils file
+scripts/deps.sh cmake make g++ gcc pkgconf dpkg-dev binutils file
 work=$(mktemp -d /tmp/hexblocks-install-XXXXXX)
 trap 'rm -rf "$work"' EXIT
 jobs=$(nproc 2>/dev/null || echo 2)
@@ -25,6 +26,20 @@ run_consumer() { # label build-dir [env...]
         exit 1
     fi
     echo "ok: consumer through $label"
+}
+
+expected_c=$'segment 0: 0x08000000, 4096 bytes\nsegment 1: 0x08004000, 12288 bytes\nsegment 2: 0x0801FC00, 64 bytes\nimage: 3 segments, 16448 bytes in 130112\ncrc32: 0x76FD8B13'
+
+run_c_consumer() { # label program [env...]
+    local label=$1 program=$2
+    shift 2
+    local out
+    out=$(env "$@" "$program" "$root/examples/sample.hex")
+    if [ "$out" != "$expected_c" ]; then
+        echo "C consumer ($label) printed:"$'\n'"$out" >&2
+        exit 1
+    fi
+    echo "ok: C consumer through $label"
 }
 
 for kind in static shared; do
@@ -49,9 +64,10 @@ for kind in static shared; do
         soname=$(objdump -p "$so" | awk '/SONAME/ {print $2}')
         [ "$soname" = libhexblocks.so.0.6 ] || { echo "unexpected SONAME $soname" >&2; exit 1; }
         # Every exported symbol belongs to namespace hexblocks, but not to its
-        # internals, or to the IntelHexFile classes.
+        # internals, or to the IntelHexFile classes, or is a function of the
+        # C API.
         symbols=$(nm -D --defined-only -C "$so" | awk '{ $1=""; $2=""; print substr($0, 3) }')
-        leaked=$( (grep -v -E '^(hexblocks|IntelHexFile|IntelHexFileBlock)::|^operator<\(IntelHexFile::hexfileline_t' \
+        leaked=$( (grep -v -E '^(hexblocks|IntelHexFile|IntelHexFileBlock)::|^operator<\(IntelHexFile::hexfileline_t|^hb_[A-Za-z0-9]+$' \
             <<<"$symbols"; grep -E '^hexblocks::detail::' <<<"$symbols") || true)
         if [ -n "$leaked" ]; then
             echo "symbols exported beyond the public API:"$'\n'"$leaked" >&2
@@ -69,6 +85,21 @@ for kind in static shared; do
         -DHEXBLOCKS_CONSUMER_MODE=pkgconfig >/dev/null
     cmake --build "$work/consumer-pc-$kind" >/dev/null
     run_consumer "pkg-config ($kind)" "$work/consumer-pc-$kind" LD_LIBRARY_PATH="$prefix/lib"
+
+    # The C API from a C program, through find_package and pkg-config.
+    cmake -S examples/consumer_c -B "$work/consumer-c-package-$kind" -DHEXBLOCKS_CONSUMER_MODE=package \
+        -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+    cmake --build "$work/consumer-c-package-$kind" >/dev/null
+    run_c_consumer "find_package ($kind)" "$work/consumer-c-package-$kind/consumer_c"
+    PKG_CONFIG_PATH="$prefix/lib/pkgconfig" cmake -S examples/consumer_c -B "$work/consumer-c-pc-$kind" \
+        -DHEXBLOCKS_CONSUMER_MODE=pkgconfig >/dev/null
+    cmake --build "$work/consumer-c-pc-$kind" >/dev/null
+    run_c_consumer "pkg-config ($kind)" "$work/consumer-c-pc-$kind/consumer_c" LD_LIBRARY_PATH="$prefix/lib"
+    # And compiled by hand with the flags pkg-config gives, as a Makefile would.
+    # shellcheck disable=SC2046
+    cc -std=c99 -Wall -Wextra -Wpedantic -Werror examples/consumer_c/main.c -o "$work/consumer-c-cc-$kind" \
+        $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs --static hexblocks)
+    run_c_consumer "cc and pkg-config ($kind)" "$work/consumer-c-cc-$kind" LD_LIBRARY_PATH="$prefix/lib"
 
     cmake -S examples/consumer -B "$work/consumer-sub-$kind" -DHEXBLOCKS_CONSUMER_MODE=subproject \
         -DHEXBLOCKS_SOURCE_DIR="$root" -DBUILD_SHARED_LIBS=$shared >/dev/null
