@@ -663,6 +663,7 @@ static void writingFailuresSayWhy(void)
     hb_image_t* image = imageOf(FOUR_BYTES);
     hb_error_t error;
     int fd;
+    int fds[2];
     CHECK_EQ(hb_writeFile(image, pathOf("no-such-folder/out.hex"), NULL, &error), HB_CANNOT_OPEN);
     CHECK(strstr(error.reason, "no-such-folder/out.hex") != NULL);
     CHECK_EQ(hb_writeFile(image, "/dev/full", NULL, &error), HB_CANNOT_WRITE);
@@ -671,6 +672,12 @@ static void writingFailuresSayWhy(void)
     CHECK_EQ(hb_writeFd(image, fd, NULL, &error), HB_CANNOT_WRITE);
     CHECK_STR(error.reason, "cannot write to the descriptor: Bad file descriptor");
     close(fd);
+    /* A pipe whose reader has gone (SIGPIPE is ignored by main()). */
+    CHECK(pipe(fds) == 0);
+    close(fds[0]);
+    CHECK_EQ(hb_writeFd(image, fds[1], NULL, &error), HB_CANNOT_WRITE);
+    CHECK_STR(error.reason, "cannot write to the descriptor: Broken pipe");
+    close(fds[1]);
     CHECK_EQ(hb_writeMemory(image, NULL, NULL, NULL, &error), HB_BAD_ARGUMENT);
     CHECK_STR(error.reason, "data is NULL");
     hb_imageDestroy(image);
