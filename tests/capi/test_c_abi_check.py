@@ -1,6 +1,6 @@
 """scripts/check-c-abi.py: it passes the header as recorded, and fails each
 kind of change that breaks callers under one SONAME, and each addition the
-record lacks."""
+record lacks. And the C suite calls every function the header declares."""
 
 import os
 import subprocess
@@ -99,3 +99,16 @@ def test_a_new_soname_asks_for_a_new_record(recorded):
     assert status == 1
     assert errors == ("C ABI: the SONAME is now libhexblocks.so.10.0, the record's libhexblocks.so.9.9: record the "
                       "C API anew (scripts/check-c-abi.py ... --update)\n")
+
+
+def test_the_c_suite_calls_every_function_of_the_header():
+    sys.path.insert(0, os.path.join(ROOT, "scripts"))
+    import importlib
+    checker = importlib.import_module("check-c-abi")
+    with open(HEADER) as f:
+        functions = checker.read_api(f.read())[0]
+    with open(os.path.join(ROOT, "tests", "capi", "test_c_api.c")) as f:
+        suite = f.read()
+    uncalled = [name for name in functions if name + "(" not in suite]
+    assert len(functions) > 70
+    assert uncalled == []
