@@ -24,9 +24,11 @@ set(HEXBLOCKS_text_SOURCES
     util/text/result.cpp util/text/result.h)
 set(HEXBLOCKS_image_SOURCES
     util/image/checksum.cpp util/image/checksum.h
+    util/image/digest.cpp util/image/digest.h
     util/image/image_builder.h
     util/image/image_compare.cpp
     util/image/image_edits.cpp
+    util/image/image_ranges.h
     util/image/memory_image.cpp util/image/memory_image.h
     util/image/region_window.cpp util/image/region_window.h)
 set(HEXBLOCKS_formats_SOURCES
@@ -69,6 +71,7 @@ set(HEXBLOCKS_PUBLIC_HEADERS
     util/text/result.h
     util/image/memory_image.h
     util/image/checksum.h
+    util/image/digest.h
     util/formats/formats.h
     util/flash/flash_plan.h
     util/intelhex.h

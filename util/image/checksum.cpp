@@ -1,6 +1,7 @@
 #include "checksum.h"
 
 #include "hex_format.h"
+#include "image_ranges.h"
 
 #include <algorithm>
 #include <cstring>
@@ -249,36 +250,14 @@ void Checksum::update(const void* data, size_t size)
 
 void Checksum::updateFill(uint8_t byte, uint64_t count)
 {
-    uint8_t bytes[4096];
-    std::memset(bytes, byte, sizeof bytes);
-    while (count > 0) {
-        const size_t chunk = static_cast<size_t>(std::min<uint64_t>(count, sizeof bytes));
-        update(bytes, chunk);
-        count -= chunk;
-    }
+    detail::feedFill(byte, count, [this](const uint8_t* bytes, size_t size) { update(bytes, size); });
 }
 
 void Checksum::updateImage(const MemoryImage& image, const range_t& range, uint8_t fill)
 {
-    uint64_t at = range.start;
-    const uint64_t end = std::min<uint64_t>(range.end, 0x100000000ull);
-    for (const segment_t& s : image.segments()) {
-        if (at >= end)
-            break;
-        if (s.endAddress() <= at)
-            continue;
-        if (s.address >= end)
-            break;
-        if (s.address > at) {
-            updateFill(fill, s.address - at);
-            at = s.address;
-        }
-        const uint64_t to = std::min(end, s.endAddress());
-        update(s.bytes.data() + (at - s.address), static_cast<size_t>(to - at));
-        at = to;
-    }
-    if (at < end)
-        updateFill(fill, end - at);
+    detail::walkRange(
+        image, range, [this](const uint8_t* bytes, size_t size) { update(bytes, size); },
+        [this, fill](uint64_t count) { updateFill(fill, count); });
 }
 
 uint32_t Checksum::value() const
