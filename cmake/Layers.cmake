@@ -30,7 +30,8 @@ set(HEXBLOCKS_image_SOURCES
     util/image/image_edits.cpp
     util/image/image_ranges.h
     util/image/memory_image.cpp util/image/memory_image.h
-    util/image/region_window.cpp util/image/region_window.h)
+    util/image/region_window.cpp util/image/region_window.h
+    util/image/sha2_blocks.cpp util/image/sha2_blocks.h)
 set(HEXBLOCKS_formats_SOURCES
     util/formats/c_array_format.cpp
     util/formats/coe_format.cpp
@@ -83,7 +84,7 @@ set(HEXBLOCKS_PUBLIC_HEADERS
 # shared library reach these through a copy of their own.
 set(HEXBLOCKS_INTERNAL_SOURCES
     util/text/hex_decoder.cpp util/text/hex_format.cpp util/text/record_scanner.cpp
-    util/image/region_window.cpp
+    util/image/region_window.cpp util/image/sha2_blocks.cpp
     util/formats/elf_reader.cpp util/formats/full_format_reader.cpp util/formats/image_writer.cpp
     util/formats/output_file.cpp util/formats/record_assembler.cpp util/formats/srecord_reader.cpp
     util/exact/fast_reader.cpp)

@@ -3,6 +3,7 @@
 // fed in pieces of every size, over ranges of images with fill, and stored
 // into an image.
 #include "digest.h"
+#include "sha2_blocks.h"
 #include "support/image_view.h"
 #include "support/run_process.h"
 #include "support/temp_dir.h"
@@ -183,3 +184,28 @@ TEST(Digest, InsertStoresTheDigestInTheStandardsOrder)
     ASSERT_TRUE(Digest::insert(image, SHA512, range_t{0x1000, 0x1003}, 0xFF, 0xFFFFFFC0));
     EXPECT_EQ(image.highestAddress(), 0xFFFFFFFFu);
 }
+
+#if HEXBLOCKS_SHA256_EXTENSIONS
+TEST(Digest, TheProcessorsShaExtensionsGiveWhatThePortableCodeGives)
+{
+    // Digest takes the extensions where the processor has them; the
+    // portable block function is checked against them here, and on its
+    // own (through Digest) on every other processor.
+    if (!detail::hasSha256Extensions())
+        GTEST_SKIP() << "this processor has no SHA extensions";
+    std::mt19937 random(31);
+    for (size_t blocks : {0u, 1u, 2u, 7u, 100u}) {
+        const std::vector<uint8_t> data = randomBytes(random, 64 * blocks);
+        uint64_t portable[8], extensions[8];
+        for (int i = 0; i < 8; ++i)
+            portable[i] = extensions[i] = random();
+        for (uint64_t& word : portable)
+            word &= 0xFFFFFFFF;
+        std::copy(portable, portable + 8, extensions);
+        detail::sha256Blocks(portable, data.data(), blocks);
+        detail::sha256BlocksWithExtensions(extensions, data.data(), blocks);
+        EXPECT_EQ(std::vector<uint64_t>(portable, portable + 8), std::vector<uint64_t>(extensions, extensions + 8))
+            << blocks << " blocks";
+    }
+}
+#endif
