@@ -70,6 +70,8 @@ void Digest::compress(const uint8_t* blocks, size_t count)
 
 void Digest::update(const void* data, size_t size)
 {
+    if (size == 0)
+        return; // data may be null then
     const uint8_t* bytes = static_cast<const uint8_t*>(data);
     const size_t block = algorithm_ == algorithm_t::SHA512 ? 128 : 64;
     length_ += size;
