@@ -161,13 +161,15 @@ int parseEdit(option_t option, const std::string& text, bool followsCrop, const 
         edit.wordSize = text == "2" ? 2 : 4;
         break;
     default: {
-        edit.kind = edit_t::kind_t::INSERT_CRC;
-        edit.option = "--insert-crc " + text;
+        const bool digest = option == option_t::INSERT_DIGEST;
+        const std::string name = digest ? "--insert-digest" : "--insert-crc";
+        edit.kind = digest ? edit_t::kind_t::INSERT_DIGEST : edit_t::kind_t::INSERT_CRC;
+        edit.option = name + " " + text;
         const std::string::size_type at = text.find('@');
         uint64_t address = 0;
         if (at == std::string::npos || !parseRange(text.substr(0, at), range) ||
             !parseNumber(text.substr(at + 1), 0, 0xFFFFFFFF, address))
-            return usageError("invalid --insert-crc '" + text +
+            return usageError("invalid " + name + " '" + text +
                                   "' (START:END@ADDRESS, END exclusive and at most 0x100000000)",
                               command.usage);
         edit.ranges.push_back(range);
@@ -251,6 +253,7 @@ int applyOption(option_t option, const char* value, const command_entry_t& comma
     case option_t::FILL_RANGE:
     case option_t::SWAP:
     case option_t::INSERT_CRC:
+    case option_t::INSERT_DIGEST:
         return parseEdit(option, text, state.previous == option_t::CROP, command, options);
     case option_t::OUTPUT_FORMAT:
     case option_t::INPUT_FORMAT: {
@@ -321,7 +324,8 @@ int applyOption(option_t option, const char* value, const command_entry_t& comma
         break;
     }
     case option_t::ALGORITHM:
-        if (!Checksum::findAlgorithm(text, options.algorithm))
+        options.digest = Digest::findAlgorithm(text);
+        if (!options.digest && !Checksum::findAlgorithm(text, options.algorithm))
             return usageError("unknown algorithm '" + text + "' (see 'hexblocks crc --help')", command.usage);
         state.crc.named = true;
         break;
@@ -369,6 +373,18 @@ int applyOption(option_t option, const char* value, const command_entry_t& comma
 // printing it.
 int chooseChecksum(const crc_choice_t& crc, const command_entry_t& command, options_t& options)
 {
+    // --algorithm serves both kinds of stored value: each must find its own.
+    const auto stores = [&options](edit_t::kind_t kind) {
+        return std::any_of(options.edits.begin(), options.edits.end(), [kind](const edit_t& e) { return e.kind == kind; });
+    };
+    if (options.digest && stores(edit_t::kind_t::INSERT_CRC))
+        return usageError(std::string("--insert-crc stores a CRC or sum, and --algorithm names the digest ") +
+                              Digest::algorithmName(*options.digest),
+                          command.usage);
+    if (crc.named && !options.digest && stores(edit_t::kind_t::INSERT_DIGEST))
+        return usageError("--insert-digest stores a digest, and --algorithm names the checksum " +
+                              options.algorithm.name + " (sha256 or sha512)",
+                          command.usage);
     if (!crc.custom)
         return EXIT_OK;
     if (crc.named)

@@ -7,12 +7,14 @@
 
 #include <hexblocks/checksum.h>
 #include "command_table.h"
+#include <hexblocks/digest.h>
 #include <hexblocks/flash_plan.h>
 #include "image_files.h"
 #include <hexblocks/intelhex.h>
 #include <hexblocks/memory_image.h>
 
 #include <cstddef>
+#include <optional>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -30,13 +32,13 @@ const int EXIT_TROUBLE = 2;
 
 // One edit of convert's image; edits apply in the order given.
 struct edit_t {
-    enum class kind_t { OFFSET, CROP, EXCLUDE, FILL_RANGE, SWAP, INSERT_CRC };
+    enum class kind_t { OFFSET, CROP, EXCLUDE, FILL_RANGE, SWAP, INSERT_CRC, INSERT_DIGEST };
     kind_t kind = kind_t::OFFSET;
     std::string option;                       // as written, for messages: "--swap 4"
-    std::vector<range_t> ranges; // CROP: their union; EXCLUDE, FILL_RANGE, INSERT_CRC: one
+    std::vector<range_t> ranges; // CROP: their union; EXCLUDE, FILL_RANGE, INSERT_CRC, INSERT_DIGEST: one
     int64_t delta = 0;                        // OFFSET
     unsigned wordSize = 0;                    // SWAP
-    uint32_t address = 0;                     // INSERT_CRC: where the value goes
+    uint32_t address = 0;                     // INSERT_CRC, INSERT_DIGEST: where the value goes
 };
 
 // The options of every command; each command uses its own subset.
@@ -53,6 +55,7 @@ struct options_t {
     merge_options_t merge;
     std::vector<edit_t> edits;
     Checksum::algorithm_t algorithm; // crc, and convert's --insert-crc: crc32 unless set
+    std::optional<Digest::algorithm_t> digest; // --algorithm sha256 or sha512: crc and --insert-digest
     Checksum::byte_order_t crcOrder = Checksum::byte_order_t::LITTLE;
     bool hasRange = false;           // crc --range
     range_t range{0, 0};

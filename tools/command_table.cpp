@@ -122,6 +122,8 @@ const std::vector<option_entry_t> OPTIONS = {
     {option_t::SWAP, "swap", 0, "2|4", "reverse the bytes of each aligned 16- or\n32-bit word"},
     {option_t::INSERT_CRC, "insert-crc", 0, "RANGE@ADDRESS",
      "store the checksum of RANGE (addresses without data\ncount as the fill byte) at ADDRESS, outside RANGE"},
+    {option_t::INSERT_DIGEST, "insert-digest", 0, "RANGE@ADDRESS",
+     "store the SHA-256 (or, with --algorithm sha512,\nSHA-512) digest of RANGE at ADDRESS, outside RANGE"},
     {option_t::ALGORITHM, "algorithm", 'a', "NAME", "one of the names below (default crc32)"},
     {option_t::CRC_ENDIAN, "crc-endian", 0, "little|big", "byte order of the stored checksum (default little)"},
     {option_t::CRC_WIDTH, "width", 0, "8|16|32", "a CRC of your own instead of --algorithm:\nits width,"},
@@ -184,7 +186,9 @@ const char ALGORITHMS[] =
     "                                  words: crc32-mpeg2 of each 4 bytes in reverse\n"
     "                                  order, the range padded with the fill byte\n"
     "  sum8               0xDD         the sum of the bytes modulo 256\n"
-    "  sum16              0x01DD       the sum of the bytes modulo 65536\n";
+    "  sum16              0x01DD       the sum of the bytes modulo 65536\n"
+    "  sha256             ba7816bf...  SHA-256 (FIPS 180-4), 32 bytes; for \"abc\"\n"
+    "  sha512             ddaf35a1...  SHA-512 (FIPS 180-4), 64 bytes; for \"abc\"\n";
 
 const std::vector<command_entry_t>& commandTable()
 {
@@ -272,17 +276,18 @@ const std::vector<command_entry_t>& commandTable()
                   {option_t::FILL_RANGE},
                   {option_t::SWAP},
                   {option_t::INSERT_CRC},
+                  {option_t::INSERT_DIGEST},
                   {option_t::ALGORITHM,
-                   "the checksum --insert-crc stores (default crc32; the\nnames are listed by 'hexblocks crc "
-                   "--help')"},
+                   "the checksum --insert-crc stores (default crc32), or\nthe digest --insert-digest stores "
+                   "(sha256 or\nsha512; default sha256); the names are listed by\n'hexblocks crc --help'"},
                   {option_t::CRC_ENDIAN}},
                  CUSTOM_CRC,
                  {{option_t::HELP}}}),
          "", {"INPUT"}, true, loading_t::STREAMED, EXIT_FAILED, runConvert},
         {"crc", "usage: hexblocks crc FILE [--algorithm NAME] [--range START:END] [--fill BYTE] [--json]\n",
-         "crc FILE [--algorithm NAME]", "CRC or sum of a range of the image",
-         "Compute a CRC or sum over a range of FILE (any input format, as convert\n"
-         "reads them; \"-\" is standard input) and print one line:\n"
+         "crc FILE [--algorithm NAME]", "CRC, sum or SHA-2 digest of a range of the image",
+         "Compute a CRC, sum or SHA-2 digest over a range of FILE (any input format,\n"
+         "as convert reads them; \"-\" is standard input) and print one line:\n"
          "the algorithm, the value in hexadecimal, the range and the byte count.\n"
          "Addresses without data count as the fill byte.\n",
          joined({{{option_t::ALGORITHM}, {option_t::RANGE}, {option_t::FILL}},
@@ -290,7 +295,7 @@ const std::vector<command_entry_t>& commandTable()
                  {{option_t::INPUT_FORMAT, "read FILE in this format"},
           {option_t::WORD_WIDTH},
           {option_t::FAMILY},
-                  {option_t::JSON, "print {\"algorithm\", \"value\", \"start\", \"size\", \"fill\"}"},
+                  {option_t::JSON, "print {\"algorithm\", \"value\", \"start\", \"size\", \"fill\"};\na digest's value is a string of hex digits"},
                   {option_t::HELP}}}),
          ALGORITHMS, {"FILE"}, false, loading_t::MERGED, EXIT_FAILED, runCrc},
         {"plan", "usage: hexblocks plan FILE --sectors SECTORS [--page-size N] [--erased BYTE] [--keep-blank] [--json]\n",

@@ -3,6 +3,7 @@
 #include "commands.h"
 
 #include <hexblocks/checksum.h>
+#include <hexblocks/digest.h>
 #include "flash_reports.h"
 #include "image_editing.h"
 #include "image_files.h"
@@ -431,6 +432,25 @@ int runCrc(const options_t& options, inputs_t& inputs)
     const uint64_t end = image.empty() ? 0 : image.lowestAddress() + image.span();
     const range_t range = options.hasRange ? options.range : range_t{image.lowestAddress(), end};
     const uint8_t fill = options.save.fill;
+    if (options.digest) {
+        Digest digest(*options.digest);
+        digest.updateImage(image, range, fill);
+        // Lower case, as sha256sum prints it.
+        std::string value;
+        for (uint8_t byte : digest.value()) {
+            value += "0123456789abcdef"[byte >> 4];
+            value += "0123456789abcdef"[byte & 0xF];
+        }
+        const char* name = Digest::algorithmName(*options.digest);
+        if (options.json)
+            std::cout << "{\"algorithm\": " << jsonString(name) << ", \"value\": " << jsonString(value)
+                      << ", \"start\": " << range.start << ", \"size\": " << range.size()
+                      << ", \"fill\": " << static_cast<unsigned>(fill) << "}" << std::endl;
+        else
+            std::cout << name << ": " << value << " over " << hexAddress(range.start) << ":" << hexAddress(range.end)
+                      << ", " << range.size() << (range.size() == 1 ? " byte" : " bytes") << std::endl;
+        return EXIT_OK;
+    }
     Checksum checksum(options.algorithm, fill);
     checksum.updateImage(image, range, fill);
     const uint32_t value = checksum.value();

@@ -38,6 +38,9 @@ result_t applyEdit(const edit_t& edit, const options_t& options, MemoryImage& im
     case edit_t::kind_t::INSERT_CRC:
         return Checksum::insert(image, options.algorithm, edit.ranges[0], options.save.fill, edit.address,
                                 options.crcOrder);
+    case edit_t::kind_t::INSERT_DIGEST:
+        return Digest::insert(image, options.digest.value_or(Digest::algorithm_t::SHA256), edit.ranges[0],
+                              options.save.fill, edit.address);
     }
     return result;
 }

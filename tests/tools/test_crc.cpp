@@ -1,6 +1,7 @@
 // hexblocks crc: the line and the JSON it prints, every algorithm, ranges
 // and fill, a CRC of the user's own, standard input and its errors; Python's
-// zlib over objcopy's flat binary judges the value for generated images.
+// zlib over objcopy's flat binary judges the value for generated images, and
+// sha256sum and sha512sum the digests; --insert-digest.
 #include "formats.h"
 #include "support/hex_text.h"
 #include "support/image_view.h"
@@ -155,4 +156,80 @@ TEST_F(Crc, PythonZlibAgreesOnGeneratedImagesWithGaps)
                                 ", \"start\": " + std::to_string(image.lowestAddress()) +
                                 ", \"size\": " + std::to_string(image.span()) + ", \"fill\": 255}\n");
     }
+}
+
+TEST_F(Crc, DigestsAreWhatSha256sumAndSha512sumGiveForObjcopysFlatBinary)
+{
+    std::mt19937 random(4);
+    for (int round = 0; round < 6; ++round) {
+        const MemoryImage image = randomImage(random, false, true);
+        const std::string hex = dir.file("image.hex");
+        ASSERT_TRUE(writeFile(image, hex.c_str()));
+        const std::string flat = dir.file("flat.bin");
+        const ProcessResult objcopy =
+            runProcess(OBJCOPY_PATH, {"-I", "ihex", "-O", "binary", "--gap-fill", "0xFF", hex, flat});
+        ASSERT_EQ(objcopy.exitCode, 0) << objcopy.err;
+        for (const char* algorithm : {"sha256", "sha512"}) {
+            const ProcessResult sum = runProcess(std::string(algorithm) + "sum", {flat});
+            ASSERT_EQ(sum.exitCode, 0) << sum.err;
+            const std::string value = sum.out.substr(0, sum.out.find(' '));
+            const std::string range = hexAddress(image.lowestAddress()) + ":" +
+                                      hexAddress(image.lowestAddress() + image.span()) + ", " +
+                                      std::to_string(image.span()) + " bytes";
+            ProcessResult ours = runTool({"crc", hex, "--algorithm", algorithm});
+            ASSERT_EQ(ours.exitCode, 0) << ours.err;
+            EXPECT_EQ(ours.out, std::string(algorithm) + ": " + value + " over " + range + "\n");
+            ours = runTool({"crc", hex, "-a", algorithm, "--json"});
+            EXPECT_EQ(ours.out, "{\"algorithm\": \"" + std::string(algorithm) + "\", \"value\": \"" + value +
+                                    "\", \"start\": " + std::to_string(image.lowestAddress()) +
+                                    ", \"size\": " + std::to_string(image.span()) + ", \"fill\": 255}\n");
+        }
+    }
+}
+
+TEST_F(Crc, InsertDigestStoresWhatCrcPrints)
+{
+    const std::string abc = dir.write("abc.bin", "abc");
+    ProcessResult r = runTool({"crc", abc, "--algorithm", "sha256"});
+    EXPECT_EQ(r.out, "sha256: ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad over "
+                     "0x00000000:0x00000003, 3 bytes\n");
+    // sha256 by default; sha512 with --algorithm.
+    const std::string out = dir.file("out.hex");
+    r = runTool({"convert", abc, "-o", out, "--insert-digest", "0:3@0x100"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    MemoryImage image;
+    ASSERT_TRUE(readFile(image, out.c_str()));
+    EXPECT_EQ(image.copyRange(0x100, 4), (std::vector<uint8_t>{0xBA, 0x78, 0x16, 0xBF}));
+    EXPECT_EQ(image.highestAddress(), 0x11Fu);
+    r = runTool({"convert", abc, "-o", out, "--insert-digest", "0:3@0xFFFFFFC0", "--algorithm", "sha512"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    ASSERT_TRUE(readFile(image, out.c_str()));
+    EXPECT_EQ(image.copyRange(0xFFFFFFC0, 2), (std::vector<uint8_t>{0xDD, 0xAF}));
+    EXPECT_EQ(image.highestAddress(), 0xFFFFFFFFu);
+}
+
+TEST_F(Crc, InsertDigestErrors)
+{
+    const std::string abc = dir.write("abc.bin", "abc");
+    const std::string out = dir.file("out.hex");
+    ProcessResult r = runTool({"convert", abc, "-o", out, "--insert-digest", "0:3@0x1"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "hexblocks: --insert-digest 0:3@0x1: the sha256 digest at 0x00000001 would lie inside the range "
+                     "it covers, 0x00000000:0x00000003\n");
+    r = runTool({"convert", abc, "-o", out, "--insert-digest", "0:3@0xFFFFFFF0"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err, "hexblocks: --insert-digest 0:3@0xFFFFFFF0: the sha256 digest at 0xFFFFFFF0 would run past "
+                     "address 0xFFFFFFFF\n");
+    r = runTool({"convert", abc, "-o", out, "--insert-digest", "0:3"});
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_EQ(r.err.substr(0, r.err.find('\n')),
+              "hexblocks: invalid --insert-digest '0:3' (START:END@ADDRESS, END exclusive and at most 0x100000000)");
+    r = runTool({"convert", abc, "-o", out, "--insert-digest", "0:3@0x100", "--algorithm", "crc32"});
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_EQ(r.err.substr(0, r.err.find('\n')),
+              "hexblocks: --insert-digest stores a digest, and --algorithm names the checksum crc32 (sha256 or sha512)");
+    r = runTool({"convert", abc, "-o", out, "--insert-crc", "0:3@0x100", "--algorithm", "sha256"});
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_EQ(r.err.substr(0, r.err.find('\n')),
+              "hexblocks: --insert-crc stores a CRC or sum, and --algorithm names the digest sha256");
 }
